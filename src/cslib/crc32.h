@@ -1,0 +1,45 @@
+#pragma once
+
+// CRC-32 of IEEE 802.3 in its reflected form (polynomial 0xEDB88320), the only checksum code of the engine.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace tolven {
+
+// Entry i is i shifted right eight times, XORed with the polynomial each time a one falls out.
+inline constexpr std::array<std::uint32_t, 256> kCrc32Table = [] {
+  std::array<std::uint32_t, 256> table{};
+  for (std::uint32_t i = 0; i < 256; ++i) {
+    std::uint32_t value = i;
+    for (int bit = 0; bit < 8; ++bit) value = (value >> 1) ^ ((value & 1U) != 0 ? 0xEDB88320U : 0U);
+    table[i] = value;
+  }
+  return table;
+}();
+static_assert(kCrc32Table[255] == 0x2D02EF8DU);
+
+// The register after `count` more bytes; no initial value and no final inversion: the caller does both.
+std::uint32_t CRC32Buf(std::uint32_t crc, const std::uint8_t* bytes, std::size_t count);
+
+// The same over a register kept in 64 bits, for the older format. Nothing is done for a count <= 0. Always 0.
+int calccrcb(const std::uint8_t* bytes, std::int64_t count, std::uint64_t* crc);
+
+// A running checksum cut into segments; the register runs on over segment ends.
+struct Crc32Handle {
+  std::uint32_t crcRegister;  // starts at 0xFFFFFFFF
+  std::uint32_t position;     // inside the current segment
+  std::uint32_t segmentLength;
+  std::uint32_t total;        // bytes fed so far
+};
+
+// A new handle the caller must give to CRC32FreeHandle; null when memory is exhausted. 0 means 65536.
+Crc32Handle* CRC32NewHandle(std::int32_t segmentLength);
+// Feeds bytes, with `stopAtSegmentEnd` no further than the end of the segment. The number taken; 0 for null.
+std::uint32_t CRC32HBuffer(Crc32Handle* handle, const std::uint8_t* bytes, std::uint32_t count,
+                           bool stopAtSegmentEnd);
+// Frees the handle and returns NOT of its register; 0 for null.
+std::uint32_t CRC32FreeHandle(Crc32Handle* handle);
+
+}  // namespace tolven

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace tolven {
+
+// An open descriptor with an owner.
+class UniqueFd {
+ public:
+  UniqueFd() = default;
+  explicit UniqueFd(int fd) : m_fd(fd) {}
+  UniqueFd(UniqueFd&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+  UniqueFd& operator=(UniqueFd&& other) noexcept;
+  ~UniqueFd();
+  [[nodiscard]] int Get() const { return m_fd; }
+  [[nodiscard]] int Release() { return std::exchange(m_fd, -1); }
+  explicit operator bool() const { return m_fd >= 0; }
+
+ private:
+  int m_fd = -1;
+};
+
+// The one owner of path safety on disk: every object that an extraction creates is reached through the
+// descriptor of the extraction directory. A confined root follows a link on the way to a parent directory only
+// when the link was there before the run and leads to a place below the root; it never follows a link that
+// this run made. An unconfined root (-xnopvalid) resolves like any program, absolute names and ".." included.
+//
+// Paths are as CUtils::ValidateFilePath leaves them (unconfined: as stored). Functions return true on success
+// and leave errno set on failure (ELOOP or EXDEV for a path that would leave the root).
+class CExtractRoot {
+ public:
+  // Opens the current directory. Check with IsOpen.
+  explicit CExtractRoot(bool confined);
+  [[nodiscard]] bool IsOpen() const { return static_cast<bool>(m_root); }
+
+  // Makes every missing directory on the way to `path`'s last component, 0755. On failure `failed` names the
+  // directory that could not be made or entered.
+  [[nodiscard]] bool MakeParents(const std::string& path, std::string& failed);
+  // Makes the directory `path`, 0755, parents included. True also when a directory is there already;
+  // `created` tells which. An existing link to a directory counts as one under the rule above.
+  [[nodiscard]] bool MakeDirectory(const std::string& path, bool& created, std::string& failed);
+  // Creates an exclusive temporary file (0600) beside `path`, named by `path` and six characters; a long last
+  // component is shortened in the template only. Returns the descriptor, open for writing, and its path.
+  [[nodiscard]] UniqueFd CreateTemp(const std::string& path, std::string& tempPath);
+  // Moves the temporary file onto `path`. A directory in its place is a failure.
+  [[nodiscard]] bool Rename(const std::string& tempPath, const std::string& path);
+  // Removes a non-directory, never following it.
+  [[nodiscard]] bool Remove(const std::string& path);
+  // lstat.
+  [[nodiscard]] bool Status(const std::string& path, struct stat& status);
+  // Makes a symbolic link and remembers it as one never to follow in this run.
+  [[nodiscard]] bool MakeLink(const std::string& target, const std::string& path);
+  // For a directory that still is one (a link in its place is a failure): date, then mode & 0xFFF.
+  [[nodiscard]] bool SetDirectoryDate(const std::string& path, std::int64_t mtime);
+  [[nodiscard]] bool SetDirectoryMode(const std::string& path, std::uint32_t mode);
+
+ private:
+  // The directory that holds `path`'s last component, and that component. The last parent is cached.
+  [[nodiscard]] int OpenParent(const std::string& path, std::string& name);
+  [[nodiscard]] UniqueFd OpenDirectory(std::string_view path);
+  [[nodiscard]] UniqueFd WalkBeneath(std::string_view path);
+
+  bool m_confined;
+  UniqueFd m_root;
+  UniqueFd m_parent;
+  std::string m_parentPath;
+  std::set<std::pair<dev_t, ino_t>> m_ownLinks;
+};
+
+}  // namespace tolven

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+namespace tolven {
+
+// The temporary file in work, or the archive that a create has half written: SIGINT and SIGTERM remove it
+// before the process dies by that signal. The name is resolved to an absolute path when it is guarded.
+class CRemoveOnSignal {
+ public:
+  explicit CRemoveOnSignal(const std::string& path);
+  ~CRemoveOnSignal();
+  CRemoveOnSignal(const CRemoveOnSignal&) = delete;
+  CRemoveOnSignal& operator=(const CRemoveOnSignal&) = delete;
+};
+
+}  // namespace tolven

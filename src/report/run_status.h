@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+
+namespace tolven {
+
+class CLogMan;
+
+// What every floor may need to know of the run, as plain data at the bottom of the house: an exception writes
+// the exit code while it is made, and a closing stream prints. The processor owns one and installs it for its
+// lifetime; with none installed a default answers, so that a test can make any exception and read its code.
+struct RunStatus {
+  int exitCode = 0;               // last write wins
+  CLogMan* logManager = nullptr;  // not owned; null: nothing is printed
+
+  static RunStatus& Current();
+};
+
+// Installs `status` as the current one; the previous one comes back when the scope ends.
+class RunStatusScope {
+ public:
+  explicit RunStatusScope(RunStatus& status);
+  ~RunStatusScope();
+  RunStatusScope(const RunStatusScope&) = delete;
+  RunStatusScope& operator=(const RunStatusScope&) = delete;
+
+ private:
+  RunStatus* m_pPrevious;
+};
+
+// Prints one line through the current log manager; without one the line is lost.
+void PrintLine(const std::string& line);
+
+}  // namespace tolven
