@@ -1,0 +1,140 @@
+#include "cslib/crc32.h"
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <memory>
+#include <random>
+#include <string_view>
+#include <vector>
+
+#include "cslib/crc32_kernels.h"
+
+namespace tolven {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes RandomBytes(std::size_t count, unsigned seed) {
+  std::mt19937 random(seed);
+  Bytes bytes(count);
+  for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random());
+  return bytes;
+}
+
+// zlib inverts before and after; the raw register is wanted here. A null pointer means "initial value" to zlib.
+std::uint32_t ZlibRegister(std::uint32_t crc, const std::uint8_t* bytes, std::size_t count) {
+  if (count == 0) return crc;
+  return ~static_cast<std::uint32_t>(::crc32(~crc, bytes, static_cast<uInt>(count)));
+}
+
+struct FreeHandle {
+  void operator()(Crc32Handle* handle) const { CRC32FreeHandle(handle); }
+};
+using Handle = std::unique_ptr<Crc32Handle, FreeHandle>;
+
+TEST(Crc32, CheckValueOfTheNineDigits) {
+  constexpr std::string_view digits = "123456789";
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(digits.data());
+  EXPECT_EQ(~CRC32Buf(0xFFFFFFFFU, bytes, digits.size()), 0xCBF43926U);
+
+  Crc32Handle* handle = CRC32NewHandle(0);
+  ASSERT_NE(handle, nullptr);
+  EXPECT_EQ(CRC32HBuffer(handle, bytes, 9, false), 9U);
+  EXPECT_EQ(CRC32FreeHandle(handle), 0xCBF43926U);
+}
+
+TEST(Crc32, EveryKernelAgreesWithZlibAtEveryLengthAndAlignment) {
+  std::vector<std::pair<const char*, crc32::Kernel>> kernels = {
+      {"dispatched", CRC32Buf}, {"bytewise", crc32::UpdateBytewise}, {"sliced", crc32::UpdateSliced}};
+#if defined(__x86_64__)
+  if (crc32::HasFolding()) kernels.emplace_back("folded", crc32::UpdateFolded);
+#endif
+  for (std::size_t count = 0; count <= 600; ++count) {
+    for (std::size_t offset = 0; offset < 16; ++offset) {
+      // Exactly as long as needed, so that a read past the end shows under ASan.
+      const Bytes bytes = RandomBytes(offset + count, static_cast<unsigned>(count));
+      const std::uint32_t start = count % 3 == 0 ? 0U : 0x9E3779B9U * static_cast<std::uint32_t>(count);
+      const std::uint32_t expected = ZlibRegister(start, bytes.data() + offset, count);
+      for (const auto& [name, kernel] : kernels) {
+        ASSERT_EQ(kernel(start, bytes.data() + offset, count), expected)
+            << name << ' ' << count << '+' << offset;
+      }
+    }
+  }
+}
+
+TEST(Crc32, LongBuffersInPiecesGiveTheSameRegister) {
+  const Bytes bytes = RandomBytes(1 << 20, 7);
+  const std::uint32_t whole = ZlibRegister(0, bytes.data(), bytes.size());
+  EXPECT_EQ(CRC32Buf(0, bytes.data(), bytes.size()), whole);
+  for (const std::size_t piece : {1U, 2U, 3U, 511U, 65536U}) {
+    std::uint32_t crc = 0;
+    for (std::size_t at = 0; at < bytes.size(); at += piece) {
+      crc = CRC32Buf(crc, bytes.data() + at, std::min(piece, bytes.size() - at));
+    }
+    EXPECT_EQ(crc, whole) << piece;
+  }
+}
+
+TEST(Crc32, WideRegisterLosesItsUpperHalf) {
+  const Bytes bytes = RandomBytes(1000, 3);
+  std::uint64_t crc = 0x123456789ABCDEF0U;
+  EXPECT_EQ(calccrcb(bytes.data(), 1000, &crc), 0);
+  EXPECT_EQ(crc, ZlibRegister(0x9ABCDEF0U, bytes.data(), 1000));
+  for (const std::int64_t count : {0, -1, -1000}) {
+    crc = 0x123456789ABCDEF0U;
+    EXPECT_EQ(calccrcb(bytes.data(), count, &crc), 0);
+    EXPECT_EQ(crc, 0x123456789ABCDEF0U) << count;
+  }
+}
+
+TEST(Crc32Handle, SegmentsAsAskedFor) {
+  struct Row {
+    std::int32_t segment;
+    bool stop;
+    std::vector<std::uint32_t> asked, taken;
+    std::uint32_t position, total;
+  };
+  const std::vector<Row> rows = {
+      {1024, true, {3000, 1976, 952}, {1024, 1024, 952}, 952, 3000},
+      {1024, false, {3000}, {3000}, 952, 3000},
+      {1024, true, {1000, 24, 0, 1}, {1000, 24, 0, 1}, 1, 1025},
+      {0, true, {70000, 4464}, {65536, 4464}, 4464, 70000},
+      {1, true, {5, 5}, {1, 1}, 0, 2},
+      {-1, true, {3000}, {3000}, 3000, 3000},
+  };
+  const Bytes bytes = RandomBytes(70000, 5);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message() << "segment " << row.segment << " first " << row.asked[0]);
+    const Handle handle(CRC32NewHandle(row.segment));
+    ASSERT_TRUE(handle);
+    std::size_t at = 0;
+    for (std::size_t i = 0; i < row.asked.size(); ++i) {
+      ASSERT_EQ(CRC32HBuffer(handle.get(), bytes.data() + at, row.asked[i], row.stop), row.taken[i]);
+      at += row.taken[i];
+    }
+    EXPECT_EQ(handle->position, row.position);
+    EXPECT_EQ(handle->total, row.total);
+    EXPECT_EQ(handle->crcRegister, ZlibRegister(0xFFFFFFFFU, bytes.data(), at));
+  }
+}
+
+TEST(Crc32Handle, SegmentLengthZeroFromAFileTracksNothing) {
+  const Handle handle(CRC32NewHandle(10));
+  handle->segmentLength = 0;
+  const Bytes bytes(25, 1);
+  EXPECT_EQ(CRC32HBuffer(handle.get(), bytes.data(), 25, true), 25U);
+  EXPECT_EQ(handle->position, 0U);
+  EXPECT_EQ(handle->total, 25U);
+}
+
+TEST(Crc32Handle, AbsentAndFresh) {
+  const std::uint8_t byte = 1;
+  EXPECT_EQ(CRC32HBuffer(nullptr, &byte, 1, true), 0U);
+  EXPECT_EQ(CRC32FreeHandle(nullptr), 0U);
+  EXPECT_EQ(CRC32FreeHandle(CRC32NewHandle(1024)), 0U);
+}
+
+}  // namespace
+}  // namespace tolven
