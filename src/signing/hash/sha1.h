@@ -14,8 +14,8 @@ struct Sha1State {
   static constexpr std::size_t kDigestLength = 20;
 
   std::array<std::uint32_t, 5> h{0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476, 0xc3d2e1f0};
-  std::uint64_t length = 0;                     // bytes fed so far
-  std::array<std::uint8_t, kBlockLength> tail;  // the first length % 64 bytes wait for a full block
+  std::uint64_t length = 0;                       // bytes fed so far
+  std::array<std::uint8_t, kBlockLength> tail{};  // the first length % 64 bytes wait for a full block
 
   void Compress(const std::uint8_t* blocks, std::size_t count);
   void Finish(std::span<std::uint8_t> digest);

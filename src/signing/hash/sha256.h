@@ -15,8 +15,8 @@ struct Sha256State {
 
   std::array<std::uint32_t, 8> h{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
                                  0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
-  std::uint64_t length = 0;                     // bytes fed so far
-  std::array<std::uint8_t, kBlockLength> tail;  // the first length % 64 bytes wait for a full block
+  std::uint64_t length = 0;                       // bytes fed so far
+  std::array<std::uint8_t, kBlockLength> tail{};  // the first length % 64 bytes wait for a full block
 
   void Compress(const std::uint8_t* blocks, std::size_t count);
   void Finish(std::span<std::uint8_t> digest);

@@ -19,8 +19,8 @@ struct Sha512State {
   std::array<std::uint64_t, 8> h{0x6a09e667f3bcc908, 0xbb67ae8584caa73b, 0x3c6ef372fe94f82b,
                                  0xa54ff53a5f1d36f1, 0x510e527fade682d1, 0x9b05688c2b3e6c1f,
                                  0x1f83d9abfb41bd6b, 0x5be0cd19137e2179};
-  std::uint64_t length = 0;                     // bytes fed so far
-  std::array<std::uint8_t, kBlockLength> tail;  // the first length % 128 bytes wait for a full block
+  std::uint64_t length = 0;                       // bytes fed so far
+  std::array<std::uint8_t, kBlockLength> tail{};  // the first length % 128 bytes wait for a full block
 
   void Compress(const std::uint8_t* blocks, std::size_t count);
 
