@@ -1,13 +1,15 @@
 /* The DKV interface: what a cryptographic library offers and how the program calls it.
  *
  * Plain C, so that a library may be written in any language and with any compiler. The program never links a
- * library of this interface: it loads one at run time and looks the functions up by the names below. A library
- * may lack any of them; the program then does without what needs it.
+ * library of this interface: it loads one at run time and looks the functions up by the names below. A
+ * library may lack any of them; the program then does without what needs it.
  *
  * Conventions
- * - Functions return a DKV_ code, DKV_OK (0) for success, unless said otherwise. No exception leaves a library.
- * - The first member of every structure is its size in bytes as its maker knows it. Who fills a structure sets
- *   it; who reads one refuses a size smaller than the members it needs. Members are only ever added at the end.
+ * - Functions return a DKV_ code, DKV_OK (0) for success, unless said otherwise. No exception leaves a
+ * library.
+ * - The first member of every structure is its size in bytes as its maker knows it. Who fills a structure
+ * sets it; who reads one refuses a size smaller than the members it needs. Members are only ever added at the
+ * end.
  * - What a function hands out through a pointer to a pointer belongs to the caller, who releases it with the
  *   function named there, never with free(). On failure the place is set to null, unless said otherwise.
  *   Release functions accept null. What a function is given, it only reads, and keeps nothing of it.
@@ -16,8 +18,8 @@
  *
  * Profiles (PSEs)
  * A profile is a file with a key, certificates, or both: PKCS#12, or PEM with a private key and certificates,
- * or PEM with trusted certificates only. A name with a "/" or the name of an existing file is a path. Any other
- * name means the file NAME.pse in the directory of the environment variable SECUDIR; "QELverify" and
+ * or PEM with trusted certificates only. A name with a "/" or the name of an existing file is a path. Any
+ * other name means the file NAME.pse in the directory of the environment variable SECUDIR; "QELverify" and
  * "QELvalidation" always do, so that a file lying in the working directory cannot pose as one of them.
  * Trust comes from the profile and from nowhere else: its own certificate and every further one are anchors.
  */
@@ -35,32 +37,33 @@
 extern "C" {
 #endif
 
-/* Return codes, also used as results per signer. The numbers are part of the interface: do not change them. */
+/* Return codes, also used as results per signer. The numbers are part of the interface: do not change them.
+ */
 enum DkvRc {
   DKV_OK = 0,
-  DKV_ERR_GENERAL = 1,          /* the library failed for a reason that has no code of its own */
-  DKV_ERR_ARGUMENT = 2,         /* null argument, structure too small */
-  DKV_ERR_MEMORY = 3,           /* out of memory */
-  DKV_ERR_FORMAT = 4,           /* neither "PKCS7" nor "PKCS7-TSTAMP" */
-  DKV_ERR_SIGNER = 5,           /* look at the results of the signers */
-  DKV_ERR_ALGORITHM = 6,        /* unknown or refused hash algorithm name */
-  DKV_ERR_NOT_INITIALISED = 7,  /* qelcr_init was not called */
-  DKV_ERR_PROPERTY = 8,         /* no property of that name */
-  DKV_ERR_LIBRARY = 10,         /* used by the loader: the library could not be loaded or initialised */
-  DKV_ERR_NO_PSE = 11,          /* no profile file of that name, or it cannot be read */
-  DKV_ERR_PASSWORD = 12,        /* the profile needs a password, or another one */
-  DKV_ERR_PSE_FORMAT = 13,      /* the profile is neither PKCS#12 nor PEM, or is damaged */
-  DKV_ERR_PSE_NO_KEY = 14,      /* signing needs a profile with a private key */
-  DKV_ERR_PSE_NO_CERT = 15,     /* no certificate in the profile, or none that belongs to its key */
-  DKV_ERR_NOT_SUPPORTED = 16,   /* the library has no such function */
-  DKV_ERR_WRONG_SIGNER = 22,    /* the signer is not that key: nothing leads from it to a trusted certificate */
-  DKV_ERR_UNTRUSTED = 23,       /* a way leads to a trusted certificate, but it is broken */
-  DKV_ERR_EXPIRED = 24,         /* a certificate of the chain was past its end */
-  DKV_ERR_NOT_YET_VALID = 25,   /* a certificate of the chain had not begun */
-  DKV_ERR_KEY_USAGE = 26,       /* key usage without digitalSignature */
-  DKV_ERR_EXT_KEY_USAGE = 27,   /* extended key usage without codeSigning */
-  DKV_ERR_WEAK = 28,            /* SHA-1, MD5, RSA below 2048 bits, or as weak */
-  DKV_ERR_DIGEST = 29,          /* the signed digest is not the content's */
+  DKV_ERR_GENERAL = 1,         /* the library failed for a reason that has no code of its own */
+  DKV_ERR_ARGUMENT = 2,        /* null argument, structure too small */
+  DKV_ERR_MEMORY = 3,          /* out of memory */
+  DKV_ERR_FORMAT = 4,          /* neither "PKCS7" nor "PKCS7-TSTAMP" */
+  DKV_ERR_SIGNER = 5,          /* look at the results of the signers */
+  DKV_ERR_ALGORITHM = 6,       /* unknown or refused hash algorithm name */
+  DKV_ERR_NOT_INITIALISED = 7, /* qelcr_init was not called */
+  DKV_ERR_PROPERTY = 8,        /* no property of that name */
+  DKV_ERR_LIBRARY = 10,        /* used by the loader: the library could not be loaded or initialised */
+  DKV_ERR_NO_PSE = 11,         /* no profile file of that name, or it cannot be read */
+  DKV_ERR_PASSWORD = 12,       /* the profile needs a password, or another one */
+  DKV_ERR_PSE_FORMAT = 13,     /* the profile is neither PKCS#12 nor PEM, or is damaged */
+  DKV_ERR_PSE_NO_KEY = 14,     /* signing needs a profile with a private key */
+  DKV_ERR_PSE_NO_CERT = 15,    /* no certificate in the profile, or none that belongs to its key */
+  DKV_ERR_NOT_SUPPORTED = 16,  /* the library has no such function */
+  DKV_ERR_WRONG_SIGNER = 22,  /* the signer is not that key: nothing leads from it to a trusted certificate */
+  DKV_ERR_UNTRUSTED = 23,     /* a way leads to a trusted certificate, but it is broken */
+  DKV_ERR_EXPIRED = 24,       /* a certificate of the chain was past its end */
+  DKV_ERR_NOT_YET_VALID = 25, /* a certificate of the chain had not begun */
+  DKV_ERR_KEY_USAGE = 26,     /* key usage without digitalSignature */
+  DKV_ERR_EXT_KEY_USAGE = 27, /* extended key usage without codeSigning */
+  DKV_ERR_WEAK = 28,          /* SHA-1, MD5, RSA below 2048 bits, or as weak */
+  DKV_ERR_DIGEST = 29,        /* the signed digest is not the content's */
   DKV_ERR_SIGNATURE_VALUE = 30, /* the signature is not of this key over these attributes */
   DKV_ERR_ATTRIBUTES = 31,      /* signed attributes missing or not as they must be */
   DKV_ERR_SIGNING_CERT = 32,    /* the attribute signing certificate names another certificate */
@@ -88,7 +91,8 @@ enum DkvRc {
 
 #define DKV_NO_TIME ((int64_t)-1)
 
-/* Bytes and their number. A caller who passes one keeps its bytes; octets may be null only when noctets is 0. */
+/* Bytes and their number. A caller who passes one keeps its bytes; octets may be null only when noctets is 0.
+ */
 typedef struct DkvOctetstring {
   size_t size;
   size_t noctets;
@@ -114,11 +118,11 @@ typedef struct SigRcpDkvInfo {
   DkvOctetstring issuerCertificate; /* DER, for the CRL check; empty when not known */
 
   /* The time stamp token in the signature. */
-  int tokenPresent;  /* 1 when the signature carries a token, else 0 */
-  int tokenResult;   /* DKV_OK, or what is wrong with it (then result is not DKV_OK either) */
-  int64_t tokenTime; /* the authority's time, DKV_NO_TIME without a good token */
-  char* tsaId;       /* as id, for the authority; empty without a token */
-  DkvOctetstring tsaCertificate;       /* DER; empty without a token or when the token has none */
+  int tokenPresent;              /* 1 when the signature carries a token, else 0 */
+  int tokenResult;               /* DKV_OK, or what is wrong with it (then result is not DKV_OK either) */
+  int64_t tokenTime;             /* the authority's time, DKV_NO_TIME without a good token */
+  char* tsaId;                   /* as id, for the authority; empty without a token */
+  DkvOctetstring tsaCertificate; /* DER; empty without a token or when the token has none */
   DkvOctetstring tsaIssuerCertificate; /* DER, for the CRL check; empty when not known */
 } SigRcpDkvInfo;
 
@@ -162,9 +166,9 @@ DKV_API int qelcr_init(void);
 DKV_API int qelcr_done(void);
 
 /* Properties by name. Unknown names: DKV_ERR_PROPERTY; the place is left as it was.
- * "FIPS_140_2_CRYPTO_KERNEL_ACTIVE" (int, 0 or 1): set before qelcr_init it restricts the library to a certified
- * kernel, and qelcr_init fails when there is none. "VERSION", "PATCH_LEVEL" (int), "VERSION_TEXT", "MAKER"
- * (string) are read only and say what DkvQueryProperties says. */
+ * "FIPS_140_2_CRYPTO_KERNEL_ACTIVE" (int, 0 or 1): set before qelcr_init it restricts the library to a
+ * certified kernel, and qelcr_init fails when there is none. "VERSION", "PATCH_LEVEL" (int), "VERSION_TEXT",
+ * "MAKER" (string) are read only and say what DkvQueryProperties says. */
 DKV_API int qelcr_set_property_int(const char* name, int value);
 DKV_API int qelcr_get_property_int(const char* name, int* value);
 /* The text is the library's and lasts as long as it is loaded. */
@@ -175,13 +179,13 @@ DKV_API int DkvVersion(const char** text);
 /* Fills the members that lie within properties->size, which the caller has set. */
 DKV_API int DkvQueryProperties(DkvProperties* properties);
 
-/* The name of a code ("DKV_ERR_EXPIRED") and one sentence about it; null for a number that is no code. The texts
- * are the library's and last as long as it is loaded. */
+/* The name of a code ("DKV_ERR_EXPIRED") and one sentence about it; null for a number that is no code. The
+ * texts are the library's and last as long as it is loaded. */
 DKV_API const char* DkvRcName(int rc);
 DKV_API const char* DkvRcDesc(int rc);
 
-/* Lines about failures for the program's trace: level 0 none, 1 errors, 2 and above more. The line ends with LF
- * and is the library's; the callback must not call the library. */
+/* Lines about failures for the program's trace: level 0 none, 1 errors, 2 and above more. The line ends with
+ * LF and is the library's; the callback must not call the library. */
 typedef void (*QelTraceCallback)(int level, const char* line);
 DKV_API int Qelcryptolib_RegisterTraceCallback(QelTraceCallback callback);
 DKV_API int Qelcryptolib_UnregisterTraceCallback(void);
@@ -196,8 +200,8 @@ DKV_API int DkvDELDkvOctetstring(DkvOctetstring* octets);
  * which overwrites the password. */
 DKV_API int DkvNEWSigRcpDkvInfo(const char* profile, const char* password, SigRcpDkvInfo** info);
 DKV_API int DkvDELSigRcpDkvInfo(SigRcpDkvInfo* info);
-/* Appends an entry to *list, which is made when null. On success the list owns the entry; on failure nothing has
- * changed. */
+/* Appends an entry to *list, which is made when null. On success the list owns the entry; on failure nothing
+ * has changed. */
 DKV_API int DkvINSSigRcpDkvInfo(SigRcpDkvInfoList** list, SigRcpDkvInfo* info);
 /* Releases the list and its entries. */
 DKV_API int DkvDELSigRcpDkvInfoList(SigRcpDkvInfoList* list);
@@ -207,11 +211,11 @@ DKV_API int DkvDELSigRcpDkvInfoList(SigRcpDkvInfoList* list);
 /* The digest of data; algorithm is "SHA256", "SHA384" or "SHA512". Release: DkvDELDkvOctetstring. */
 DKV_API int DkvDigest(const char* algorithm, const DkvOctetstring* data, DkvOctetstring** digest);
 
-/* Signs content with the key of signer->profile: CMS signed data (RFC 5652) in DER, detached, binary, one signer
- * with the attributes content type, message digest, signing time and signing certificate v2; the signer's chain as
- * far as the profile has it is put in. format is "PKCS7" (a time stamp is added afterwards). hashAlgorithm as
- * for DkvDigest. Fails with a code 11 to 15 for the profile, and with those of a signer (24 to 28) when nobody
- * could accept the signature. Release: DkvDELDkvOctetstring. */
+/* Signs content with the key of signer->profile: CMS signed data (RFC 5652) in DER, detached, binary, one
+ * signer with the attributes content type, message digest, signing time and signing certificate v2; the
+ * signer's chain as far as the profile has it is put in. format is "PKCS7" (a time stamp is added
+ * afterwards). hashAlgorithm as for DkvDigest. Fails with a code 11 to 15 for the profile, and with those of
+ * a signer (24 to 28) when nobody could accept the signature. Release: DkvDELDkvOctetstring. */
 DKV_API int DkvSign(const char* format, const char* hashAlgorithm, const DkvOctetstring* content,
                     const SigRcpDkvInfo* signer, DkvOctetstring** signature);
 
@@ -220,10 +224,11 @@ DKV_API int DkvEncode(const char* format, const DkvOctetstring* bytes, DkvOctets
 
 /* Checks a detached signature over content (from DkvEncode) with the certificates of key->profile.
  *
- * Returns DKV_OK when the one signer's result is DKV_OK; DKV_ERR_SIGNER (5) when it is something else, the reason
- * being its result; any other code when there is no signer to tell about: DKV_ERR_ASN1, DKV_ERR_TRAILING_DATA,
- * DKV_ERR_EMBEDDED, DKV_ERR_SIGNER_COUNT, or DKV_ERR_PASSWORD, DKV_ERR_PSE_FORMAT, DKV_ERR_PSE_NO_CERT.
- * *signers is set with 0 and 5, else null; it then has exactly one entry. Release: DkvDELSigRcpDkvInfoList.
+ * Returns DKV_OK when the one signer's result is DKV_OK; DKV_ERR_SIGNER (5) when it is something else, the
+ * reason being its result; any other code when there is no signer to tell about: DKV_ERR_ASN1,
+ * DKV_ERR_TRAILING_DATA, DKV_ERR_EMBEDDED, DKV_ERR_SIGNER_COUNT, or DKV_ERR_PASSWORD, DKV_ERR_PSE_FORMAT,
+ * DKV_ERR_PSE_NO_CERT. *signers is set with 0 and 5, else null; it then has exactly one entry. Release:
+ * DkvDELSigRcpDkvInfoList.
  *
  * A profile that does not exist trusts nobody: 5, result DKV_ERR_WRONG_SIGNER, detail DKV_ERR_NO_PSE.
  * DKV_ERR_WRONG_SIGNER is given only after the signature has proved to be right for the content.
@@ -236,19 +241,19 @@ DKV_API int DkvVerify(const char* format, const DkvOctetstring* content, const D
 
 /* ---- Time stamps (RFC 3161) ---- */
 
-/* A request over the signature value of a signature made by DkvSign: SHA-256 imprint, nonce, certificate wanted.
- * DER, to be sent as application/timestamp-query. Keep it for DkvAddTimeStampResp.
- * Release: DkvDELDkvOctetstring. */
+/* A request over the signature value of a signature made by DkvSign: SHA-256 imprint, nonce, certificate
+ * wanted. DER, to be sent as application/timestamp-query. Keep it for DkvAddTimeStampResp. Release:
+ * DkvDELDkvOctetstring. */
 DKV_API int DkvGetTimeStampReq(const DkvOctetstring* signature, DkvOctetstring** request);
 
 /* Checks the reply against the request (status, nonce, imprint) and its token with the certificates of
- * key->profile, and puts the token into the signature. *tsa, which may not be wanted (null), gets one entry about
- * the authority with id, subject, issuer, certificate, result, and the token's time as signingTime, also when the
- * token was refused for its signer; null when the reply was no token at all.
- * Release: DkvDELDkvOctetstring for *stamped, DkvDELSigRcpDkvInfoList for *tsa. */
+ * key->profile, and puts the token into the signature. *tsa, which may not be wanted (null), gets one entry
+ * about the authority with id, subject, issuer, certificate, result, and the token's time as signingTime,
+ * also when the token was refused for its signer; null when the reply was no token at all. Release:
+ * DkvDELDkvOctetstring for *stamped, DkvDELSigRcpDkvInfoList for *tsa. */
 DKV_API int DkvAddTimeStampResp(const DkvOctetstring* signature, const DkvOctetstring* request,
-                                const DkvOctetstring* reply, const SigRcpDkvInfo* key, DkvOctetstring** stamped,
-                                SigRcpDkvInfoList** tsa);
+                                const DkvOctetstring* reply, const SigRcpDkvInfo* key,
+                                DkvOctetstring** stamped, SigRcpDkvInfoList** tsa);
 
 /* ---- Certificates and CRLs ---- */
 
@@ -266,11 +271,11 @@ DKV_API int DkvFreeParameter(DkvParameter* entries);
 DKV_API int DkvDecodeCrlArray(const DkvOctetstring* file, DkvCrlArray** crls);
 DKV_API int DkvFreeCrlArray(DkvCrlArray* crls);
 
-/* Looks for the certificate in its issuer's list. issuer is the issuer's certificate (the certificate itself when
- * it is self-signed; null when unknown, which makes every list a missing one, as nobody can check it).
- * verificationTime is the moment at which the list must be current, DKV_NO_TIME for now. A list signed by somebody
- * else: DKV_ERR_CRL_INVALID. DKV_ERR_REVOKED does not ask when: *reason then is the reason code of RFC 5280,
- * 5.3.1 (0 unspecified, 1 key compromise, ...), else -1. */
+/* Looks for the certificate in its issuer's list. issuer is the issuer's certificate (the certificate itself
+ * when it is self-signed; null when unknown, which makes every list a missing one, as nobody can check it).
+ * verificationTime is the moment at which the list must be current, DKV_NO_TIME for now. A list signed by
+ * somebody else: DKV_ERR_CRL_INVALID. DKV_ERR_REVOKED does not ask when: *reason then is the reason code of
+ * RFC 5280, 5.3.1 (0 unspecified, 1 key compromise, ...), else -1. */
 DKV_API int DkvCheckCertWithCrlArray(const DkvCertificate* certificate, const DkvCertificate* issuer,
                                      const DkvCrlArray* crls, int64_t verificationTime, int* reason);
 
@@ -283,14 +288,15 @@ typedef struct QelSSLSession QelSSLSession; /* one connection */
  * profile. Release: QelSSLDone. */
 DKV_API int QelSSLInit(const char* profile, const char* password, QelSSLContext** context);
 /* A session on a connected stream socket, which stays the caller's, who closes it after QelSSLSessionClose.
- * hostName (a DNS name or an address as text) goes out as server name and must be the certificate's. timeoutMs is
- * the longest time one call below may take; 0 or less is refused. The descriptor is non-blocking while the session
- * lives. The context must outlive the session. Release: QelSSLSessionClose. */
+ * hostName (a DNS name or an address as text) goes out as server name and must be the certificate's.
+ * timeoutMs is the longest time one call below may take; 0 or less is refused. The descriptor is non-blocking
+ * while the session lives. The context must outlive the session. Release: QelSSLSessionClose. */
 DKV_API int QelSSLSessionInit(QelSSLContext* context, int socket, const char* hostName, int timeoutMs,
                               QelSSLSession** session);
 /* The handshake. DKV_ERR_TLS_CERT, DKV_ERR_TLS_HOST, DKV_ERR_TIMEOUT, DKV_ERR_TLS. */
 DKV_API int QelSSLSessionStart(QelSSLSession* session);
-/* Reads 1 to length bytes. *done is 0 at the proper end of the peer's data, a torn connection is DKV_ERR_TLS. */
+/* Reads 1 to length bytes. *done is 0 at the proper end of the peer's data, a torn connection is DKV_ERR_TLS.
+ */
 DKV_API int QelSSLSessionRead(QelSSLSession* session, void* buffer, size_t length, size_t* done);
 /* Writes all of it. */
 DKV_API int QelSSLSessionWrite(QelSSLSession* session, const void* data, size_t length);
@@ -303,8 +309,8 @@ DKV_API int QelSSLDone(QelSSLContext* context);
 /* The reverse of DkvEncode. */
 DKV_API int DkvDecode(const char* format, const DkvOctetstring* content, DkvOctetstring** bytes);
 /* Encryption for the recipients of a list, and back with the key of one profile. */
-DKV_API int DkvEnvelope(const char* format, const DkvOctetstring* content, const SigRcpDkvInfoList* recipients,
-                        DkvOctetstring** envelope);
+DKV_API int DkvEnvelope(const char* format, const DkvOctetstring* content,
+                        const SigRcpDkvInfoList* recipients, DkvOctetstring** envelope);
 DKV_API int DkvDevelope(const char* format, const DkvOctetstring* envelope, const SigRcpDkvInfo* recipient,
                         DkvOctetstring** content);
 /* Adds a second signer to a signature. */

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "signing/crypto/dkv.h"
+
+namespace tolven {
+
+// The rows of the DKV function table in the order in which they are resolved: exported name and level.
+//
+// The low byte of a level is the set of functions a caller wants (profiles come with 2, the rest with 3), the
+// high byte tells the generation of the library that brought them. Add no row in the middle.
+// clang-format off
+#define TOLVEN_DKV_ROWS(ROW) \
+  ROW(DkvVersion, 0x001) ROW(DkvEncode, 0x001) ROW(DkvDecode, 0x001) ROW(DkvSign, 0x001) \
+  ROW(DkvVerify, 0x001) ROW(DkvEnvelope, 0x001) ROW(DkvDevelope, 0x001) ROW(DkvAddSign, 0x001) \
+  ROW(DkvDigest, 0x001) ROW(DkvDELDkvOctetstring, 0x001) ROW(DkvNEWSigRcpDkvInfo, 0x001) \
+  ROW(DkvDELSigRcpDkvInfo, 0x001) ROW(DkvINSSigRcpDkvInfo, 0x001) ROW(DkvDELSigRcpDkvInfoList, 0x001) \
+  ROW(DkvQueryProperties, 0x001) \
+  ROW(DkvOpenProfile, 0x002) ROW(DkvCloseProfile, 0x002) ROW(DkvCreateProfile, 0x002) \
+  ROW(DkvRemoveProfile, 0x002) ROW(DkvGetOwnCertificate, 0x002) ROW(DkvGetCertificate, 0x002) \
+  ROW(DkvPutCertificate, 0x002) ROW(DkvRemoveCertificate, 0x002) ROW(DkvFreeCertificate, 0x002) \
+  ROW(DkvGetCertificateList, 0x002) ROW(DkvEnumCertificateList, 0x002) ROW(DkvFreeCertificateList, 0x002) \
+  ROW(DkvCertfromASN1, 0x002) ROW(DkvCerttoASN1, 0x002) ROW(DkvParseCertificate, 0x002) \
+  ROW(DkvGetCertificateRequest, 0x002) ROW(DkvPutCertificateResponse, 0x002) \
+  ROW(qelsecu_parseobject, 0x102) ROW(qel_secin, 0x102) ROW(qel_create_memory_PSE, 0x102) \
+  ROW(qel_delete_memory_PSE, 0x102) ROW(qel_load_memory_PSE, 0x102) ROW(qel_save_memory_PSE, 0x102) \
+  ROW(DkvSignEx, 0x103) ROW(DkvVerifyEx, 0x103) ROW(DkvEnvelopeEx, 0x103) ROW(DkvDevelopeEx, 0x103) \
+  ROW(DkvSecTKLastErrorInfo, 0x103) ROW(DkvDecodeCrlArray, 0x103) ROW(DkvFreeCrlArray, 0x103) \
+  ROW(DkvVerifyCRL, 0x103) ROW(DkvParseCRL, 0x103) ROW(DkvFreeCrlList, 0x103) \
+  ROW(DkvGetCrlDpArrayFromCert, 0x103) ROW(DkvFreeCrlDpArray, 0x103) ROW(DkvGetTimeStampReq, 0x103) \
+  ROW(DkvAddTimeStampResp, 0x103) ROW(DkvCheckCertWithCrlArray, 0x103) \
+  ROW(DkvKorvexNameToLdapUTF8, 0x103) ROW(DkvConvertLargeIntToHex, 0x103) ROW(DkvSignProfile, 0x103) \
+  ROW(DkvRcName, 0x103) ROW(DkvRcDesc, 0x103) ROW(DkvReadPse, 0x103) ROW(DkvStorePse, 0x103) \
+  ROW(DkvGetCertificateChain, 0x103) ROW(DkvGetTrustStateOfRootCertificate, 0x103) \
+  ROW(DkvSetTrustStateOfRootCertificate, 0x103) ROW(qelcr_set_property_int, 0x103) \
+  ROW(qelcr_get_property_int, 0x103) ROW(qelcr_get_property_string, 0x103) \
+  ROW(DkvGetCertificateRequestExt, 0x103) ROW(DkvCreateParameter, 0x103) ROW(DkvFreeParameter, 0x103) \
+  ROW(DkvAddParameter, 0x103) ROW(qelcr_init, 0x103) ROW(qelcr_done, 0x103)
+
+// The TLS functions for time stamp services, resolved after the table; a library without them only lacks https.
+#define TOLVEN_QELSSL_ROWS(ROW) \
+  ROW(QelSSLInit) ROW(QelSSLSessionInit) ROW(QelSSLSessionStart) ROW(QelSSLSessionRead) \
+  ROW(QelSSLSessionWrite) ROW(QelSSLSessionClose) ROW(QelSSLDone)
+// clang-format on
+
+#define TOLVEN_ROW_ENUMERATOR(name, ...) name,
+#define TOLVEN_ROW_ONE(...) +1
+
+enum class DkvRow : std::size_t { TOLVEN_DKV_ROWS(TOLVEN_ROW_ENUMERATOR) };
+enum class QelSslRow : std::size_t { TOLVEN_QELSSL_ROWS(TOLVEN_ROW_ENUMERATOR) };
+
+inline constexpr std::size_t kDkvRowCount = 0 TOLVEN_DKV_ROWS(TOLVEN_ROW_ONE);
+inline constexpr std::size_t kQelSslRowCount = 0 TOLVEN_QELSSL_ROWS(TOLVEN_ROW_ONE);
+static_assert(kDkvRowCount == 72);
+
+#undef TOLVEN_ROW_ENUMERATOR
+#undef TOLVEN_ROW_ONE
+
+struct DkvRowInfo {
+  const char* name;
+  unsigned level;
+};
+
+// Name and level of each row, in the order of DkvRow.
+extern const std::array<DkvRowInfo, kDkvRowCount> kDkvRows;
+// Names of the TLS functions, in the order of QelSslRow.
+extern const std::array<const char*, kQelSslRowCount> kQelSslRows;
+
+// All functions of every generation: the level the manifest library asks for.
+inline constexpr unsigned kDkvLevelAll = 0x103;
+
+// True iff a caller who asks for `requested` gets rows of level `row`.
+constexpr bool DkvLevelAdmits(unsigned requested, unsigned row) {
+  return (row & 0xFFU) <= (requested & 0xFFU) && (row >> 8U) <= (requested >> 8U);
+}
+
+// A function whose type only its row knows; the wrappers turn it back before they call it.
+using DkvAnyFunction = void (*)();
+
+enum class DkvTableState : std::uint8_t { kUnloaded = 0, kLoaded = 1 };
+
+// One loaded library. Plain data: DkvSupInitEx fills it, DkvSupEnd empties it and closes the library; a table
+// that goes out of scope without DkvSupEnd leaves the library loaded.
+struct DkvTable {
+  std::array<DkvAnyFunction, kDkvRowCount> functions{};
+  std::array<bool, kDkvRowCount> loaded{};
+  std::array<DkvAnyFunction, kQelSslRowCount> tls{};
+  void* library = nullptr;
+  DkvTableState state = DkvTableState::kUnloaded;
+
+  DkvAnyFunction Get(DkvRow row) const { return functions[static_cast<std::size_t>(row)]; }
+  DkvAnyFunction Get(QelSslRow row) const { return tls[static_cast<std::size_t>(row)]; }
+};
+
+}  // namespace tolven
