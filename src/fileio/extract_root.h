@@ -36,8 +36,9 @@ class UniqueFd {
 // and leave errno set on failure (ELOOP or EXDEV for a path that would leave the root).
 class CExtractRoot {
  public:
-  // Opens the current directory. Check with IsOpen.
-  explicit CExtractRoot(bool confined);
+  // Opens the current directory. Check with IsOpen. Without `useOpenat2` every path is resolved component by
+  // component, as on a kernel that lacks the call: for tests.
+  explicit CExtractRoot(bool confined, bool useOpenat2 = true);
   [[nodiscard]] bool IsOpen() const { return static_cast<bool>(m_root); }
 
   // Makes every missing directory on the way to `path`'s last component, 0755. On failure `failed` names the
@@ -62,15 +63,38 @@ class CExtractRoot {
   [[nodiscard]] bool SetDirectoryMode(const std::string& path, std::uint32_t mode);
 
  private:
-  // The directory that holds `path`'s last component, and that component. The last parent is cached.
-  [[nodiscard]] int OpenParent(const std::string& path, std::string& name);
-  [[nodiscard]] UniqueFd OpenDirectory(std::string_view path);
-  [[nodiscard]] UniqueFd WalkBeneath(std::string_view path);
+  struct Split {
+    std::string parent;  // empty: the root; never ends in "/" unless it is "/"
+    std::string name;    // last component; empty when `path` names the root itself
+  };
+  static Split SplitPath(const std::string& path);
+  // A last component that can name a file: not empty, "." or "..".
+  [[nodiscard]] bool SplitFilePath(const std::string& path, Split& split) const;
+
+  // The directory `path`, borrowed until the next call; -1 on failure. The last one is kept: consecutive files
+  // of one directory cost no resolution.
+  [[nodiscard]] int OpenParent(const std::string& path);
+  void KeepParent(const std::string& path, UniqueFd fd, bool throughLink);
+  // Called when a non-directory is made, replaced or removed. Only a path through a link can change by that.
+  void ForgetParentThroughLink();
+
+  // The three resolvers. `throughLink` is set when a link was followed on the way.
+  [[nodiscard]] UniqueFd OpenDirectory(const std::string& path, bool& throughLink);
+  [[nodiscard]] UniqueFd OpenBeneath(const std::string& path);
+  [[nodiscard]] UniqueFd WalkBeneath(std::string_view path, bool& throughLink) const;
+
+  // Opens or makes one component of a path on the way down; see MakeParents.
+  [[nodiscard]] UniqueFd EnterOrMake(int fd, const std::string& component, const std::string& prefix,
+                                     bool& throughLink);
+  // Opens the directory itself for changing its attributes, following nothing.
+  [[nodiscard]] UniqueFd OpenForAttributes(const std::string& path);
 
   bool m_confined;
+  bool m_useOpenat2;
   UniqueFd m_root;
   UniqueFd m_parent;
   std::string m_parentPath;
+  bool m_parentThroughLink = false;
   std::set<std::pair<dev_t, ino_t>> m_ownLinks;
 };
 

@@ -34,6 +34,7 @@ class CFileStream {
   [[nodiscard]] virtual bool Open() const;
 
   // Takes over an open descriptor for writing; the stream closes it. False (and the descriptor closed) on failure.
+  // Such a stream writes through: each Write is one system call, so write large pieces.
   [[nodiscard]] bool Attach(int descriptor);
   // The descriptor of the open file, -1 when closed.
   [[nodiscard]] int Descriptor() const;
@@ -59,7 +60,14 @@ class CFileStream {
   struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
   };
+  // Standard I/O wants a seek between reading and writing in either direction.
+  enum class Direction { kNone, kRead, kWrite };
+  void Turn(Direction direction);
+  [[nodiscard]] bool Seek(long offset, int whence);
+
   int m_lastError = 0;
+  Direction m_direction = Direction::kNone;
+  std::unique_ptr<char[]> m_buffer;  // of archives being written; must outlive m_file
   std::unique_ptr<std::FILE, FileCloser> m_file;
 };
 

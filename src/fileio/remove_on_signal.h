@@ -12,6 +12,9 @@ class CRemoveOnSignal {
   ~CRemoveOnSignal();
   CRemoveOnSignal(const CRemoveOnSignal&) = delete;
   CRemoveOnSignal& operator=(const CRemoveOnSignal&) = delete;
+
+ private:
+  int m_slot = -1;  // -1: the name could not be made absolute, nothing is guarded
 };
 
 }  // namespace tolven

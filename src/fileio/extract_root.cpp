@@ -1,0 +1,252 @@
+#include "fileio/extract_root.h"
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+
+namespace tolven {
+namespace {
+
+constexpr mode_t kDirectoryMode = 0755;
+constexpr mode_t kTempMode = 0600;
+constexpr std::size_t kRandomLength = 6;
+// 62^6 names: a hundred collisions in a row mean that something is wrong, not that luck was bad.
+constexpr int kTempAttempts = 100;
+
+bool MakeRandomSuffix(std::string& suffix) {
+  static constexpr std::string_view kLetters =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+  std::array<unsigned char, kRandomLength> random;
+  if (getrandom(random.data(), random.size(), 0) != static_cast<ssize_t>(random.size())) return false;
+  suffix.clear();
+  for (const unsigned char byte : random) suffix += kLetters[byte % kLetters.size()];
+  return true;
+}
+
+// Leaves room for the random characters, and does not cut a UTF-8 sequence apart: some file systems refuse
+// that.
+std::string ShortenForTemplate(std::string name) {
+  constexpr std::size_t kRoom = NAME_MAX - kRandomLength;
+  if (name.size() <= kRoom) return name;
+  std::size_t cut = kRoom;
+  while (cut > kRoom - 4 && (static_cast<unsigned char>(name[cut]) & 0xC0) == 0x80) --cut;
+  name.resize(cut);
+  return name;
+}
+
+// A directory that cannot be read is open for its path only; its attributes are then reached by this name.
+std::array<char, 32> DescriptorPath(int fd) {
+  std::array<char, 32> path;
+  std::snprintf(path.data(), path.size(), "/proc/self/fd/%d", fd);
+  return path;
+}
+
+}  // namespace
+
+UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept {
+  UniqueFd old(std::exchange(m_fd, other.Release()));
+  return *this;
+}
+
+UniqueFd::~UniqueFd() {
+  if (m_fd < 0) return;
+  const int error = errno;
+  close(m_fd);
+  errno = error;
+}
+
+CExtractRoot::CExtractRoot(bool confined, bool useOpenat2)
+    : m_confined(confined), m_useOpenat2(useOpenat2), m_root(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
+
+CExtractRoot::Split CExtractRoot::SplitPath(const std::string& path) {
+  const bool absolute = path.starts_with('/');
+  std::string_view rest = path;
+  const auto dropSlashes = [&rest] {
+    while (rest.ends_with('/')) rest.remove_suffix(1);
+  };
+  dropSlashes();
+  const auto slash = rest.rfind('/');
+  Split split;
+  split.name = rest.substr(slash == std::string_view::npos ? 0 : slash + 1);
+  rest.remove_suffix(split.name.size());
+  dropSlashes();
+  split.parent = rest.empty() && absolute ? "/" : rest;
+  return split;
+}
+
+bool CExtractRoot::SplitFilePath(const std::string& path, Split& split) const {
+  split = SplitPath(path);
+  if (!split.name.empty() && split.name != "." && split.name != "..") return true;
+  errno = EISDIR;
+  return false;
+}
+
+UniqueFd CExtractRoot::EnterOrMake(int fd, const std::string& component, const std::string& prefix,
+                                   bool& throughLink) {
+  if (m_confined && component == "..") {
+    errno = EXDEV;
+    return UniqueFd();
+  }
+  const int flags = O_PATH | O_DIRECTORY | O_CLOEXEC | (m_confined ? O_NOFOLLOW : 0);
+  UniqueFd next(openat(fd, component.c_str(), flags));
+  if (!next && errno == ENOENT) {
+    if (mkdirat(fd, component.c_str(), kDirectoryMode) != 0 && errno != EEXIST) return next;
+    next = UniqueFd(openat(fd, component.c_str(), flags));
+  }
+  if (next || !m_confined) return next;
+  // No directory. If it is a link that may be followed, the whole way to it decides that.
+  return OpenDirectory(prefix, throughLink);
+}
+
+bool CExtractRoot::MakeParents(const std::string& path, std::string& failed) {
+  const std::string parent = SplitPath(path).parent;
+  if (OpenParent(parent) >= 0) return true;
+
+  const bool absolute = parent.starts_with('/');
+  UniqueFd fd(openat(m_root.Get(), absolute && !m_confined ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  failed = parent;
+  if (!fd) return false;
+  if (absolute && m_confined) {
+    errno = EXDEV;
+    return false;
+  }
+  bool throughLink = !m_confined;
+  for (std::size_t begin = 0; begin < parent.size();) {
+    const std::size_t end = std::min(parent.find('/', begin), parent.size());
+    const std::string component = parent.substr(begin, end - begin);
+    begin = end + 1;
+    if (component.empty() || component == ".") continue;
+    const std::string prefix = parent.substr(0, end);
+    UniqueFd next = EnterOrMake(fd.Get(), component, prefix, throughLink);
+    if (!next) {
+      failed = prefix;
+      return false;
+    }
+    fd = std::move(next);
+  }
+  failed.clear();
+  KeepParent(parent, std::move(fd), throughLink);
+  return true;
+}
+
+bool CExtractRoot::MakeDirectory(const std::string& path, bool& created, std::string& failed) {
+  created = false;
+  if (!MakeParents(path, failed)) return false;
+  const Split split = SplitPath(path);
+  failed = path;
+  const int parent = OpenParent(split.parent);
+  if (parent < 0) return false;
+  if (split.name.empty() || mkdirat(parent, split.name.c_str(), kDirectoryMode) == 0) {
+    created = !split.name.empty();
+    failed.clear();
+    return true;
+  }
+  bool ignored = false;
+  if (errno != EEXIST || !OpenDirectory(path, ignored)) return false;
+  failed.clear();
+  return true;
+}
+
+UniqueFd CExtractRoot::CreateTemp(const std::string& path, std::string& tempPath) {
+  Split split;
+  if (!SplitFilePath(path, split)) return UniqueFd();
+  const int parent = OpenParent(split.parent);
+  if (parent < 0) return UniqueFd();
+  const std::string stem = ShortenForTemplate(split.name);
+  std::string prefix = split.parent;
+  if (!prefix.empty() && prefix != "/") prefix += '/';
+
+  std::string suffix;
+  for (int attempt = 0; attempt < kTempAttempts; ++attempt) {
+    if (!MakeRandomSuffix(suffix)) return UniqueFd();
+    const std::string name = stem + suffix;
+    UniqueFd fd(
+        openat(parent, name.c_str(), O_CREAT | O_EXCL | O_NOFOLLOW | O_WRONLY | O_CLOEXEC, kTempMode));
+    if (fd) tempPath = prefix + name;
+    if (fd || errno != EEXIST) return fd;
+  }
+  return UniqueFd();
+}
+
+bool CExtractRoot::Rename(const std::string& tempPath, const std::string& path) {
+  Split from;
+  Split to;
+  if (!SplitFilePath(tempPath, from) || !SplitFilePath(path, to)) return false;
+  if (from.parent != to.parent) {
+    errno = EXDEV;
+    return false;
+  }
+  const int parent = OpenParent(to.parent);
+  const bool done = parent >= 0 && renameat(parent, from.name.c_str(), parent, to.name.c_str()) == 0;
+  ForgetParentThroughLink();
+  return done;
+}
+
+bool CExtractRoot::Remove(const std::string& path) {
+  Split split;
+  if (!SplitFilePath(path, split)) return false;
+  const int parent = OpenParent(split.parent);
+  const bool done = parent >= 0 && unlinkat(parent, split.name.c_str(), 0) == 0;
+  ForgetParentThroughLink();
+  return done;
+}
+
+bool CExtractRoot::Status(const std::string& path, struct stat& status) {
+  const Split split = SplitPath(path);
+  const int parent = OpenParent(split.parent);
+  const char* name = split.name.empty() ? "." : split.name.c_str();
+  return parent >= 0 && fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool CExtractRoot::MakeLink(const std::string& target, const std::string& path) {
+  Split split;
+  if (!SplitFilePath(path, split)) return false;
+  const int parent = OpenParent(split.parent);
+  if (parent < 0 || symlinkat(target.c_str(), parent, split.name.c_str()) != 0) return false;
+  // A link that could not be remembered could be followed later: better none.
+  struct stat status;
+  const bool known = fstatat(parent, split.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  if (known) {
+    m_ownLinks.emplace(status.st_dev, status.st_ino);
+  } else {
+    const int error = errno;
+    unlinkat(parent, split.name.c_str(), 0);
+    errno = error;
+  }
+  ForgetParentThroughLink();
+  return known;
+}
+
+UniqueFd CExtractRoot::OpenForAttributes(const std::string& path) {
+  const Split split = SplitPath(path);
+  const int parent = OpenParent(split.parent);
+  if (parent < 0) return UniqueFd();
+  const char* name = split.name.empty() ? "." : split.name.c_str();
+  constexpr int kFlags = O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  UniqueFd fd(openat(parent, name, O_RDONLY | kFlags));
+  if (!fd && errno == EACCES) fd = UniqueFd(openat(parent, name, O_PATH | kFlags));
+  return fd;
+}
+
+bool CExtractRoot::SetDirectoryDate(const std::string& path, std::int64_t mtime) {
+  const UniqueFd fd = OpenForAttributes(path);
+  if (!fd) return false;
+  const timespec times[2] = {{mtime, 0}, {mtime, 0}};
+  if (futimens(fd.Get(), times) == 0) return true;
+  return errno == EBADF && utimensat(AT_FDCWD, DescriptorPath(fd.Get()).data(), times, 0) == 0;
+}
+
+bool CExtractRoot::SetDirectoryMode(const std::string& path, std::uint32_t mode) {
+  const UniqueFd fd = OpenForAttributes(path);
+  if (!fd) return false;
+  if (fchmod(fd.Get(), mode & 0xFFF) == 0) return true;
+  return errno == EBADF && chmod(DescriptorPath(fd.Get()).data(), mode & 0xFFF) == 0;
+}
+
+}  // namespace tolven
