@@ -73,7 +73,7 @@ class CCmdLine {
   // Ends the singleton; the next GetTheCmdLine makes a fresh one.
   static void Destroy();
 
-  // Parses argv[1..argc-1]; throws CExcept at the first error. The text of -pwd is copied, kept by the object,
+  // Parses argv[1..argc-1], which must outlive the object; throws CExcept at the first error. The text of -pwd is copied, kept by the object,
   // and overwritten in `argv`.
   void SetOptions(int argc, char** argv);
   // Stores the argument of option `optionName` in `target`; throws 18 (given twice) or 19 (no argument).
@@ -101,23 +101,28 @@ class CCmdLine {
   void FormatFilenames();
   // Looks up `oldName` exactly; true iff there, with `newName` set.
   bool FindNewName(const std::string& oldName, std::string& newName) const;
-  // True iff names that came from -A or -T hold this one: they are literal, "*" and "?" are not expanded.
+  // True iff this one of the normalised names came from -A or -T and not from the argument vector too: it is
+  // literal, "*" and "?" in it are not expanded. Answers after FormatFilenames.
   bool IsLiteralName(const std::string& name) const;
 
  private:
   void ParseNameStr();
-  void ParseLetterGroup(const char* arg, const char* next, int& consumed);
+  void AddArchive(const std::string& name);
+  // These two tell whether the argument behind the option was used up.
+  bool ParseLongOption(const struct LongOption& option, char* next);
+  bool ParseLetterGroup(const char* arg, const char* next);
+  void ParsePermission(const char* text);
+  void HidePassword(char* text);
 
   static std::unique_ptr<CCmdLine> m_pCmdLine;
 
   CmdOptions m_options;
   std::string m_password;
-  int m_argc = 0;
-  char** m_argv = nullptr;
   bool m_archivesParsed = false;
   std::vector<std::string> m_archives;
   std::vector<std::string> m_names;
-  std::vector<std::string> m_literalNames;  // sorted
+  std::vector<std::string> m_typedNames;    // of the names, those from the argument vector
+  std::vector<std::string> m_literalNames;  // from list files only; sorted by FormatFilenames
   std::vector<std::string> m_excludes;      // sorted
   std::map<std::string, std::string> m_renames;
 };

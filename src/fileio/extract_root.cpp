@@ -49,18 +49,6 @@ std::array<char, 32> DescriptorPath(int fd) {
 
 }  // namespace
 
-UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept {
-  UniqueFd old(std::exchange(m_fd, other.Release()));
-  return *this;
-}
-
-UniqueFd::~UniqueFd() {
-  if (m_fd < 0) return;
-  const int error = errno;
-  close(m_fd);
-  errno = error;
-}
-
 CExtractRoot::CExtractRoot(bool confined, bool useOpenat2)
     : m_confined(confined), m_useOpenat2(useOpenat2), m_root(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
 

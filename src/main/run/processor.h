@@ -6,6 +6,7 @@
 #include <string>
 
 #include "cmdline/cmd_line.h"
+#include "fileio/unique_fd.h"
 #include "fileio/utils.h"
 #include "main/run/command.h"
 #include "report/log_man.h"
@@ -63,6 +64,8 @@ class CProcessor {
  private:
   void PrepareExecution();
   void CheckUserOptions();
+  void RedirectOutput();
+  void RestoreOutput();
   void RunWriting(CCommand& command);
 
   static std::unique_ptr<CProcessor> m_pProc;
@@ -81,6 +84,7 @@ class CProcessor {
   bool m_logFileOpen = false;
   std::int32_t m_logFile = -1;
   std::string m_startDir;
+  UniqueFd m_realOutput;         // descriptor 1 as it was before -e
 };
 
 }  // namespace tolven

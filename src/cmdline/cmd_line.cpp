@@ -1,0 +1,171 @@
+#include "cmdline/cmd_line.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "cmdline/option_table.h"
+#include "report/except.h"
+#include "report/run_status.h"
+
+namespace tolven {
+namespace {
+
+// No system call failed: the message must not carry what an earlier one left in errno.
+[[noreturn]] void ThrowOptionError(const std::string& message, int number, bool withSystemText) {
+  errno = 0;
+  throw CExcept(message, number, withSystemText);
+}
+
+void Apply(const FlagEffects& effects, CmdOptions& options) {
+  for (const FlagEffect& effect : effects) {
+    if (effect.member != nullptr) options.*effect.member = effect.value;
+  }
+}
+
+// "S" asks for a signature; what else it means depends on the command letters before it.
+void ApplySign(CmdOptions& options) {
+  switch (options.command) {
+    case CMD_CREATE:
+    case CMD_EXTRACT:
+    case CMD_APPEND:
+      options.verifySignature = true;
+      break;
+    case CMD_NONE:
+      options.command = CMD_SIGN;
+      options.verifySignature = false;
+      break;
+    default:
+      break;
+  }
+}
+
+const LetterOption* FindLetter(char letter) {
+  const auto letters = LetterOptions();
+  const auto found = std::find_if(letters.begin(), letters.end(),
+                                  [letter](const LetterOption& option) { return option.letter == letter; });
+  return found == letters.end() ? nullptr : &*found;
+}
+
+const LongOption* FindLongOption(const char* argument) {
+  const auto options = LongOptions();
+  const auto found = std::find_if(options.begin(), options.end(), [argument](const LongOption& option) {
+    return std::strcmp(option.argument, argument) == 0;
+  });
+  return found == options.end() ? nullptr : &*found;
+}
+
+// Fills the memory for good: a plain assignment to a string that dies next may be optimised away.
+void Wipe(char* text, std::size_t length, char filler) {
+  volatile char* byte = text;
+  for (std::size_t i = 0; i < length; ++i) byte[i] = filler;
+}
+
+}  // namespace
+
+std::unique_ptr<CCmdLine> CCmdLine::m_pCmdLine;
+
+CCmdLine* CCmdLine::GetTheCmdLine() {
+  if (m_pCmdLine == nullptr) m_pCmdLine = std::make_unique<CCmdLine>();
+  return m_pCmdLine.get();
+}
+
+void CCmdLine::Destroy() {
+  if (m_pCmdLine != nullptr) m_pCmdLine->Reset();
+  m_pCmdLine.reset();
+}
+
+void CCmdLine::Reset() {
+  Wipe(m_password.data(), m_password.size(), '\0');
+  *this = CCmdLine();
+}
+
+void CCmdLine::SetOptions(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    char* argument = argv[i];
+    char* next = i + 1 < argc ? argv[i + 1] : nullptr;
+    bool consumed = false;
+    if (const LongOption* option = FindLongOption(argument)) {
+      consumed = ParseLongOption(*option, next);
+    } else if (argument[0] == '-') {
+      consumed = ParseLetterGroup(argument + 1, next);
+    } else {
+      m_names.emplace_back(argument);
+      m_typedNames.emplace_back(argument);
+    }
+    if (consumed) ++i;
+  }
+}
+
+void CCmdLine::GetOptionArg(const char*& target, const char* arg, const char* optionName) {
+  const std::string name = std::string("TOLVEN: ") + optionName;
+  if (target != nullptr) ThrowOptionError(name + ": use option only once", 18, true);
+  if (arg == nullptr || arg[0] == '-')
+    ThrowOptionError(name + "-option specified without filename", 19, true);
+  target = arg;
+}
+
+bool CCmdLine::ParseLongOption(const LongOption& option, char* next) {
+  switch (option.kind) {
+    case OptionKind::kFlags:
+      Apply(option.flags, m_options);
+      return false;
+    case OptionKind::kText:
+      GetOptionArg(m_options.*option.text, next, option.Name());
+      return true;
+    case OptionKind::kPassword:
+      GetOptionArg(m_options.*option.text, next, option.Name());
+      HidePassword(next);
+      return true;
+    case OptionKind::kPermission:
+      ParsePermission(next);
+      return next != nullptr;
+    case OptionKind::kIgnored:
+      PrintLine(std::string("TOLVEN: option ") + option.argument +
+                " not supported on non-Windows platforms (option ignored)");
+      return false;
+  }
+  return false;
+}
+
+// Other users read the arguments of every process.
+void CCmdLine::HidePassword(char* text) {
+  m_password = text;
+  m_options.password = m_password.c_str();
+  Wipe(text, m_password.size(), '*');
+}
+
+// Read as "%o" is: blanks and a sign in front and anything behind the digits are accepted. Without a text,
+// as the last argument, the option counts as not given.
+void CCmdLine::ParsePermission(const char* text) {
+  if (m_options.permissionText != nullptr) ThrowOptionError("TOLVEN: use p-option only once", 18, true);
+  if (text == nullptr) return;
+  m_options.permissionText = text;
+  char* end = nullptr;
+  const unsigned long value = std::strtoul(text, &end, 8);
+  if (end == text) ThrowOptionError("TOLVEN: no octal value specified for p-option", 27, true);
+  m_options.permission = static_cast<std::uint32_t>(value);
+}
+
+bool CCmdLine::ParseLetterGroup(const char* arg, const char* next) {
+  for (; *arg != '\0'; ++arg) {
+    const LetterOption* option = FindLetter(*arg);
+    if (option == nullptr) {
+      ThrowOptionError(std::string("TOLVEN: unknown command option ") + arg, 20, true);
+    }
+    if (option->command != CMD_NONE) m_options.command = option->command;
+    Apply(option->flags, m_options);
+    if (*arg == 'S') ApplySign(m_options);
+    if (*arg == 'M' && m_options.command == CMD_NONE) m_options.command = CMD_VERIFY_MANIFEST;
+    if (*arg == 'f') {
+      // The archive takes the next argument, and whatever stands behind "f" in the group is not read.
+      GetOptionArg(m_options.archiveText, next, "f");
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace tolven

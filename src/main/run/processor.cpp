@@ -1,0 +1,199 @@
+#include "main/run/processor.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "cmdline/usage_checker.h"
+#include "report/except.h"
+
+namespace tolven {
+namespace {
+
+constexpr const char* kDefaultArchive = "DEFAULT.VRA";
+constexpr const char* kOutputFile = "tolven_output";
+constexpr const char* kLogFile = "tolven.log";
+// A create or append that met files it could not read.
+constexpr int kExitInaccessible = 44;
+
+std::string CurrentDirectory() {
+  std::array<char, kNameBufferSize> buffer;
+  return getcwd(buffer.data(), buffer.size()) == nullptr ? std::string() : std::string(buffer.data());
+}
+
+bool IsWriting(int command) {
+  return command == CMD_CREATE || command == CMD_APPEND;
+}
+
+}  // namespace
+
+std::unique_ptr<CProcessor> CProcessor::m_pProc;
+
+CProcessor* CProcessor::GetTheProcessor() {
+  if (m_pProc == nullptr) m_pProc = std::make_unique<CProcessor>();
+  return m_pProc.get();
+}
+
+void CProcessor::Destroy() {
+  m_pProc.reset();
+  CCmdLine::Destroy();
+}
+
+CProcessor::CProcessor() : m_statusScope(m_status), m_pCmdLine(CCmdLine::GetTheCmdLine()) {}
+
+CProcessor::~CProcessor() {
+  RestoreOutput();
+  m_status.logManager = nullptr;  // dies before the status does
+}
+
+void CProcessor::SetLogManager(std::unique_ptr<CLogMan> logManager) {
+  m_status.logManager = logManager.get();
+  m_logManager = std::move(logManager);
+}
+
+void CProcessor::Run() {
+  errno = 0;
+  const std::time_t start = std::time(nullptr);
+  PrepareExecution();
+  CheckUserOptions();
+  m_pCmdLine->FormatFilenames();
+  m_startDir = CurrentDirectory();
+  if (Options().addPrivileges && !CUtils::AddPrivileges()) throw CAddPrivilegeExcept("");
+
+  m_command = Options().command;
+  errno = 0;
+  std::unique_ptr<CCommand> command;
+  if (m_pFactory != nullptr) command = m_pFactory->MakeCommand(m_command, *this);
+  if (command == nullptr) throw CExcept("TOLVEN: no valid command given", 21, false);
+  if (IsWriting(m_command)) {
+    RunWriting(*command);
+  } else {
+    command->Execute();
+  }
+  command.reset();
+
+  if (Options().printStatistics) {
+    m_statistics.SetElapsedSeconds(std::time(nullptr) - start);
+    LogManager().PrintInfo(m_statistics);
+  }
+}
+
+void CProcessor::PrepareExecution() {
+  if (Options().redirectOutput) RedirectOutput();
+  m_pCmdLine->MergeFileLists();
+  m_pCmdLine->ProcessRenameList();
+}
+
+// The file is opened before anything is closed: when that fails, messages still have somewhere to go.
+void CProcessor::RedirectOutput() {
+  UniqueFd file(open(kOutputFile, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  std::fflush(stdout);
+  UniqueFd before(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  if (!file || dup2(file.Get(), STDOUT_FILENO) < 0) {
+    LogManager().PrintString(std::string("TOLVEN: could not redirect stdout to file ") + kOutputFile);
+    return;
+  }
+  // A process started without an output may have been given descriptor 1 for the file itself.
+  if (file.Get() == STDOUT_FILENO) (void)file.Release();
+  m_realOutput = std::move(before);
+}
+
+void CProcessor::RestoreOutput() {
+  if (!m_realOutput) return;
+  std::fflush(stdout);
+  dup2(m_realOutput.Get(), STDOUT_FILENO);
+  m_realOutput = UniqueFd();
+}
+
+void CProcessor::CheckUserOptions() {
+  errno = 0;
+  CUsageChecker(*m_pCmdLine).Check();
+  const char* name = Options().archiveText == nullptr ? kDefaultArchive : Options().archiveText;
+  m_archiveName.fill('\0');
+  std::memcpy(m_archiveName.data(), name, std::min(std::strlen(name), m_archiveName.size() - 1));
+}
+
+// A create or append must not leave half an archive that looks like a whole one.
+void CProcessor::RunWriting(CCommand& command) {
+  try {
+    command.Execute();
+  } catch (const CWriteExcept&) {
+    deleteArchive(m_startDir);
+    throw;
+  } catch (const CReadExcept&) {
+    deleteArchive(m_startDir);
+    throw;
+  } catch (const CInvalManifestExcept&) {
+    if (!Options().ignoreInaccessible) deleteArchive(m_startDir);
+    throw;
+  } catch (const CInvalSignatureExcept&) {
+    if (!Options().ignoreInaccessible) deleteArchive(m_startDir);
+    throw;
+  }
+  if (!m_inaccessibleFiles) return;
+  if (Options().redirectOutput) {
+    LogManager().PrintString("TOLVEN: some files could not be accessed (see TOLVEN.log for details)");
+  }
+  SetExitCode(kExitInaccessible);
+  if (!Options().ignoreInaccessible) deleteArchive(m_startDir);
+}
+
+void CProcessor::FileNotAvail(const std::string& name, const std::string& reason) {
+  if (!m_inaccessibleFiles) m_logNames = Options().redirectOutput;
+  m_inaccessibleFiles = true;
+  if (m_logNames) {
+    if (!m_logFileOpen) {
+      m_logFile = LogManager().OpenLogFile(kLogFile);
+      if (m_logFile < 0) throw COpenExcept(kLogFile);
+      LogManager().WriteToLog(m_logFile, "# List of inaccessible files");
+      LogManager().WriteToLog(m_logFile, "# ==========================");
+      m_logFileOpen = true;
+    }
+    LogManager().WriteToLog(m_logFile, name);
+  } else {
+    const std::string suffix = reason.empty() ? std::string() : " (" + reason + ")";
+    LogManager().PrintString("TOLVEN: file '" + name + "' is inaccessible" + suffix);
+  }
+  if (!Options().ignoreInaccessible) m_scanOnly = true;
+}
+
+bool CProcessor::ExcludeThis(const std::string& name) const {
+  const auto& excludes = m_pCmdLine->GetExcludeList();
+  return std::binary_search(excludes.begin(), excludes.end(), name);
+}
+
+void CProcessor::deleteArchive(const std::string& startDir) {
+  const std::string archive = ArchiveName();
+  if (CUtils::DeleteFile(archive)) return;
+  // -C may have led away from the directory that the name belongs to. An absolute name is joined all the
+  // same.
+  std::string path = startDir;
+  if (!startDir.empty() && !archive.empty() && !startDir.ends_with('/') && !archive.starts_with('/')) {
+    path += '/';
+  }
+  path += archive;
+  std::replace(path.begin(), path.end(), '\\', '/');
+  CUtils::DeleteFile(path);
+}
+
+void CProcessor::Reset() {
+  RestoreOutput();
+  m_status.exitCode = 0;
+  m_pCmdLine->Reset();
+  m_command = CMD_NONE;
+  m_archiveName.fill('\0');
+  m_statistics = CStatistics();
+  m_inaccessibleFiles = false;
+  m_scanOnly = false;
+  m_logNames = false;
+  m_logFileOpen = false;
+  m_logFile = -1;
+  m_startDir.clear();
+}
+
+}  // namespace tolven
