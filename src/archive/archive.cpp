@@ -1,0 +1,252 @@
+#include "archive/archive.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "archive/bytes.h"
+#include "archive/dir_entry.h"
+#include "cmdline/cmd_line.h"
+#include "report/except.h"
+
+namespace tolven {
+
+namespace {
+
+// errno is cleared: these exceptions do not follow a failed call, their text must end in the number alone.
+[[noreturn]] void ThrowFormat(const std::string& message) {
+  errno = 0;
+  throw CExcept(message);
+}
+
+bool IsKnownFirstType(EntryType type) {
+  constexpr EntryType known[] = {kTypeRegular, kTypeDirectory, kTypeShortcut, kTypeLink, kTypeSv, kTypeManifest};
+  return std::find(std::begin(known), std::end(known), type) != std::end(known);
+}
+
+std::string LastComponent(const std::string& path) {
+  return path.substr(path.rfind('/') + 1);  // npos + 1 is 0: the whole path
+}
+
+// -flat. A link's name carries its target behind the bar; only the path in front of it is cut.
+std::string FlatName(const std::string& name, bool isLink) {
+  if (!isLink) return LastComponent(name);
+  const std::size_t bar = name.find('|');
+  if (bar == std::string::npos) return LastComponent(name);
+  return LastComponent(name.substr(0, bar)) + name.substr(bar);
+}
+
+void LowerCase(std::string& name) {
+  for (char& c : name) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+}
+
+}  // namespace
+
+CArchive::CArchive(const std::string& fileName, unsigned int mode, const IEntryFactory& factory,
+                   const CmdOptions& options)
+    : m_factory(factory), m_options(options) {
+  Open(fileName, mode);
+  if ((mode & kOpenCreate) != 0) {
+    std::copy(kMagic.begin(), kMagic.end(), m_magic.begin());
+    std::copy(kVersion201.begin(), kVersion201.end(), m_version.begin());
+    m_checked = m_valid = true;
+  }
+}
+
+CArchive::~CArchive() = default;
+
+void CArchive::Open(const std::string& fileName, unsigned int mode) {
+  m_name = fileName;
+  errno = 0;
+  m_stream.Open(fileName, mode, 0);
+  if (!m_stream.Open()) throw COpenExcept(fileName);
+  struct stat status {};
+  m_fileSize = fstat(m_stream.Descriptor(), &status) == 0 ? status.st_size : 0;
+}
+
+void CArchive::Reset() {
+  Seek(0);
+  m_checked = m_valid = false;
+}
+
+void CArchive::Close() {
+  if (m_stream.Open() && !m_stream.Close()) throw CWriteExcept(m_name);
+}
+
+std::int64_t CArchive::Position() {
+  long position = 0;
+  if (!m_stream.GetPos(&position)) throw CGetFilePosExcept();
+  return position;
+}
+
+bool CArchive::AtEnd() { return Position() == m_fileSize; }
+
+void CArchive::Seek(std::int64_t position) {
+  if (!m_stream.SetPos(position)) throw CSetFilePointerExcept();
+}
+
+void CArchive::SeekToEnd() {
+  if (!m_stream.MoveToEnd()) throw CSetFilePointerExcept();
+}
+
+void CArchive::WriteHeader() {
+  std::array<unsigned char, kArchiveHeaderSize> bytes{};
+  std::copy(m_magic.begin(), m_magic.end(), bytes.begin() + ArchiveField::magic);
+  std::copy(m_version.begin(), m_version.end(), bytes.begin() + ArchiveField::version);
+  unsigned long done = 0;
+  if (!m_stream.Write(bytes.data(), bytes.size(), &done)) throw CWriteExcept(m_name);
+}
+
+bool CArchive::IsValid() {
+  if (m_checked) return m_valid;
+  m_checked = true;
+  std::array<unsigned char, kArchiveHeaderSize> bytes{};
+  unsigned long done = 0;
+  if (!m_stream.Read(bytes.data(), bytes.size(), &done) || done < bytes.size()) {
+    m_checked = false;
+    throw CReadExcept(m_name);
+  }
+  std::memcpy(m_magic.data(), bytes.data() + ArchiveField::magic, m_magic.size());
+  std::memcpy(m_version.data(), bytes.data() + ArchiveField::version, m_version.size());
+  const std::string_view magic(m_magic.data(), m_magic.size());
+  const std::string version = getVersionString();
+  if (magic != kMagic && magic != kMagicBackup) return false;
+  if (version != kVersion200 && version != kVersion201) {
+    throw CUnsupportedArchiveException("archive version " + version +
+                                       " is not supported by this release; to extract this archive you need to "
+                                       "use a newer TOLVEN release\n");
+  }
+  m_valid = true;
+  if (magic == kMagicBackup) {
+    throw CUnsupportedArchiveException(
+        "archive is a windows backup archive that can be extracted with a unicode-enabled TOLVEN on windows only");
+  }
+  return true;
+}
+
+CDirEntry* CArchive::First() {
+  if (!IsValid()) return nullptr;
+  Seek(kArchiveHeaderSize);
+  m_entryStart = kArchiveHeaderSize;
+  unsigned long done = 0;
+  const bool ok = m_stream.Read(m_headerBytes.data(), m_headerBytes.size(), &done);
+  if (ok && done == 0) return nullptr;
+  if (!ok || done < m_headerBytes.size()) throw CReadExcept(m_name);
+  m_header = DecodeEntryHeader(m_headerBytes);
+  if (!IsKnownFirstType(m_header.type)) return nullptr;
+  return ReadEntry();
+}
+
+CDirEntry* CArchive::Next() {
+  for (;;) {
+    m_entryStart = Position();
+    if (!ReadType(m_headerBytes.data())) return nullptr;
+    const BlockType type =
+        DecodeBlockType(static_cast<char>(m_headerBytes[0]), static_cast<char>(m_headerBytes[1]));
+    if (type == BlockType::kNone) break;
+    SkipPayload(type);
+  }
+  ReadExactly(m_headerBytes.data() + 2, m_headerBytes.size() - 2);
+  m_header = DecodeEntryHeader(m_headerBytes);
+  return ReadEntry();
+}
+
+bool CArchive::ReadType(unsigned char* type) {
+  unsigned long done = 0;
+  const bool ok = m_stream.Read(type, 2, &done);
+  if (ok && done == 0) return false;
+  if (!ok || done < 2) throw CReadExcept(m_name);
+  return true;
+}
+
+// Behind the two letters of a block. Seeking beyond the end of a file succeeds on this platform, so the end is
+// checked here: a block that the file does not hold whole is a cut archive, not the end of a good one.
+void CArchive::SkipPayload(BlockType type) {
+  std::array<unsigned char, 4> bytes{};
+  ReadExactly(bytes.data(), bytes.size());
+  const std::int64_t skip = std::int64_t{LoadLittle<std::uint32_t>(bytes.data())} +
+                            (IsLastBlock(type) ? static_cast<std::int64_t>(kCrcSize) : 0);
+  if (skip > m_fileSize - Position() || !m_stream.MoveFlPtr(skip)) {
+    ThrowFormat("TOLVEN: error in second MoveFlPtr()");
+  }
+}
+
+CDirEntry* CArchive::ReadEntry() {
+  ReadEntryName();
+  ReadEntryAccessInfo();
+  return EntryFactory();
+}
+
+void CArchive::ReadEntryName() {
+  if (m_header.nameLength > kMaxNameLength) {
+    ThrowFormat(
+        "TOLVEN: violation of data integrity - value of entry-name-length exceeds allocated buffer size!");
+  }
+  ReadExactly(reinterpret_cast<unsigned char*>(m_nameBuffer.data()), m_header.nameLength);
+  m_nameBuffer[m_header.nameLength] = '\0';
+  m_storedName = m_nameBuffer.data();  // up to the first zero byte
+  const bool isLink = m_header.type == kTypeLink || m_header.type == kTypeShortcut;
+  m_shownName = m_storedName;
+  if (m_options.lowerCase) LowerCase(m_shownName);
+  if (m_options.flat) m_shownName = FlatName(m_shownName, isLink);
+  m_header.nameLength = static_cast<std::uint16_t>(m_storedName.size());
+}
+
+void CArchive::ReadEntryAccessInfo() {
+  m_accessInfo.resize(m_header.accessInfoLength);
+  if (!m_accessInfo.empty()) ReadExactly(m_accessInfo.data(), m_accessInfo.size());
+}
+
+CDirEntry* CArchive::EntryFactory() {
+  EntryClass entryClass = EntryClass::kFile;
+  const bool isManifest = m_header.type == kTypeManifest ||
+                          (m_header.type == kTypeRegular &&
+                           m_factory.IsTypeManifest(m_header, m_storedName, m_accessInfo));
+  if (isManifest) {
+    m_signed = true;
+    m_header.mode = 0600;
+    entryClass = EntryClass::kSignedManifest;
+  } else if (m_header.type == kTypeDirectory) {
+    entryClass = EntryClass::kDirectory;
+  } else if (m_header.type == kTypeLink || m_header.type == kTypeShortcut) {
+    entryClass = EntryClass::kLink;
+  } else if (m_header.type != kTypeRegular) {
+    ThrowFormat("TOLVEN: unknown entry type encountered");
+  }
+  std::unique_ptr<CDirEntry>& entry = m_entries[static_cast<std::size_t>(entryClass)];
+  if (!entry) entry = m_factory.NewEntry(entryClass);
+  entry->SetReadState(m_storedName, m_shownName, m_header, m_accessInfo, m_entryStart,
+                      m_hashEntries && entryClass == EntryClass::kFile);
+  return entry.get();
+}
+
+int CArchive::GetEntryData(unsigned char* buffer, unsigned long bufferSize, unsigned long& bytesRead,
+                           std::uint32_t& checksum, bool& compressed) {
+  std::array<unsigned char, kBlockHeaderSize> bytes{};
+  ReadExactly(bytes.data(), bytes.size());
+  const std::uint32_t length = LoadLittle<std::uint32_t>(bytes.data() + BlockField::length);
+  if (length > bufferSize) {
+    ThrowFormat("TOLVEN: error in GetEntryData(); entry data length exceeds buffer limit");
+  }
+  ReadExactly(buffer, length);
+  const BlockType type = DecodeBlockType(static_cast<char>(bytes[0]), static_cast<char>(bytes[1]));
+  if (type == BlockType::kNone) ThrowFormat("TOLVEN: error in GetEntryData(); unknown block type");
+  bytesRead = length;
+  compressed = IsCompressedBlock(type);
+  if (!IsLastBlock(type)) return 1;
+  std::array<unsigned char, kCrcSize> crc{};
+  ReadExactly(crc.data(), crc.size());
+  checksum = LoadLittle<std::uint32_t>(crc.data());
+  return 0;
+}
+
+void CArchive::ReadExactly(unsigned char* to, unsigned long count) {
+  unsigned long done = 0;
+  if (!m_stream.Read(to, count, &done) || done < count) throw CReadExcept(m_name);
+}
+
+}  // namespace tolven

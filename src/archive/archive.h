@@ -1,0 +1,128 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "archive/entry_factory.h"
+#include "archive/format.h"
+#include "fileio/file_stream.h"
+#include "signing/manifest/manifest.h"
+
+namespace tolven {
+
+class CDirEntry;
+class CExtractTarget;
+struct CmdOptions;
+
+// An open archive file: its header, and the walk over its entries. There is no index and no trailer; the walk
+// starts at the front and ends where the file ends. Failures are CReadExcept, CWriteExcept and COpenExcept with
+// the archive's name, or the exceptions named below; none is repaired here.
+class CArchive {
+ public:
+  // Opens the file (`mode`: the flags of file_stream.h); COpenExcept. With kOpenCreate alone the header is taken
+  // as checked and valid. `factory` and `options` must outlive the archive.
+  CArchive(const std::string& fileName, unsigned int mode, const IEntryFactory& factory,
+           const CmdOptions& options);
+  ~CArchive();
+  CArchive(const CArchive&) = delete;
+  CArchive& operator=(const CArchive&) = delete;
+
+  // Reopens the stream.
+  void Open(const std::string& fileName, unsigned int mode);
+  // Back to offset 0; the next IsValid reads the header again.
+  void Reset();
+  // Closes the file; a failure is CWriteExcept, so that a full disk does not end as success.
+  void Close();
+
+  // Writes the 8 header bytes at the current position.
+  void WriteHeader();
+  // True iff the file is an archive of this format; reads the header on first use. A version or flavour that
+  // only other releases know is CUnsupportedArchiveException.
+  bool IsValid();
+  const std::array<char, 4>& getVersion() const { return m_version; }
+  std::string getVersionString() const { return std::string(m_version.data(), m_version.size()); }
+
+  // The first entry, or null: an archive of another format, without entries, or with an unknown first type.
+  CDirEntry* First();
+  // The next entry, or null at the end. Blocks of the entry before that were not read are skipped. An entry
+  // lives until the next one of its class is read.
+  CDirEntry* Next();
+  // Reads one block of the current entry. 1: more follow; 0: it was the last, `checksum` is the stored CRC.
+  int GetEntryData(unsigned char* buffer, unsigned long bufferSize, unsigned long& bytesRead,
+                   std::uint32_t& checksum, bool& compressed);
+
+  const std::string& Name() const { return m_name; }
+  CFileStream& Stream() { return m_stream; }
+  // Where the header of the current entry starts.
+  std::int64_t EntryStart() const { return m_entryStart; }
+  // Position of the stream; CGetFilePosExcept.
+  std::int64_t Position();
+  // True iff the stream stands at the end of the file.
+  bool AtEnd();
+  // CSetFilePointerExcept.
+  void Seek(std::int64_t position);
+  void SeekToEnd();
+
+  // --- Signing. The context lists the entries' digests: fed while entries are written or hashed, compared with
+  // while entries of a signed archive are read.
+  ManifestContext* Manifest() { return m_manifest.get(); }
+  void SetManifest(ManifestContextPtr manifest) { m_manifest = std::move(manifest); }
+  ManifestContextPtr ExchangeManifest(ManifestContextPtr manifest) {
+    return std::exchange(m_manifest, std::move(manifest));
+  }
+  // Entries of regular files that are read or written pass their data to the manifest.
+  void SetHashEntries(bool hash) { m_hashEntries = hash; }
+  bool HashEntries() const { return m_hashEntries; }
+  // The first code with which an entry failed against the manifest; SMF_OK while none did.
+  void NoteManifestFailure(int code) {
+    if (m_manifestFailure == SMF_OK) m_manifestFailure = code;
+  }
+  int ManifestFailure() const { return m_manifestFailure; }
+  // True once a signed manifest was met.
+  bool IsSigned() const { return m_signed; }
+  void SetSigned(bool isSigned) { m_signed = isSigned; }
+
+  // Where an extraction puts things; null while an archive is only read. Not owned.
+  void SetTarget(CExtractTarget* target) { m_pTarget = target; }
+  CExtractTarget* Target() const { return m_pTarget; }
+
+ private:
+  CDirEntry* ReadEntry();
+  void ReadEntryName();
+  void ReadEntryAccessInfo();
+  CDirEntry* EntryFactory();
+  void ReadExactly(unsigned char* to, unsigned long count);
+  // Reads 2 bytes; false at the end of the file. A single byte or a failed read is CReadExcept.
+  bool ReadType(unsigned char* type);
+  void SkipPayload(BlockType type);
+
+  const IEntryFactory& m_factory;
+  const CmdOptions& m_options;
+  std::string m_name;
+  CFileStream m_stream;
+  std::array<char, 4> m_magic{};
+  std::array<char, 4> m_version{};
+  bool m_checked = false;
+  bool m_valid = false;
+  std::int64_t m_fileSize = 0;
+  std::int64_t m_entryStart = 0;
+  std::array<std::uint8_t, kEntryHeaderSize> m_headerBytes{};
+  EntryHeader m_header;
+  std::array<char, kMaxNameLength + 1> m_nameBuffer{};
+  std::string m_storedName;
+  std::string m_shownName;
+  std::vector<std::uint8_t> m_accessInfo;
+  ManifestContextPtr m_manifest;
+  bool m_hashEntries = false;
+  int m_manifestFailure = SMF_OK;
+  bool m_signed = false;
+  CExtractTarget* m_pTarget = nullptr;
+  // One object a class, filled anew for each entry of it.
+  std::array<std::unique_ptr<CDirEntry>, static_cast<std::size_t>(EntryClass::kCount)> m_entries;
+};
+
+}  // namespace tolven

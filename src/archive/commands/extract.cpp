@@ -1,0 +1,111 @@
+#include "archive/commands/extract.h"
+
+#include <cerrno>
+#include <optional>
+
+#include "archive/archive.h"
+#include "archive/commands/processing_line.h"
+#include "archive/dir_entry.h"
+#include "archive/extract_target.h"
+#include "archive/selection.h"
+#include "fileio/working_directory.h"
+#include "oldarchive/extract_old.h"
+#include "report/except.h"
+#include "report/run_status.h"
+#include "signing/signed_manifest.h"
+
+namespace tolven {
+
+void CExtract::Execute() {
+  const CEntryServices services(m_processor);
+  for (const std::string& name : m_processor.CmdLine().GetArchsToProcess()) ProcessArchive(name);
+}
+
+void CExtract::ProcessArchive(const std::string& name) {
+  const CmdOptions& options = m_processor.Options();
+  errno = 0;
+  CArchive archive(name, kOpenRead, m_factory, options);
+  if (!archive.IsValid()) {
+    CExtractOld(m_processor, name).Execute();
+    return;
+  }
+  PrintProcessingLine(archive);
+  CSignedManifest::VerifyArchiveSignature(false, &archive, &m_processor);
+  const CWorkingDirectory start;
+  if (options.targetDir != nullptr && !CWorkingDirectory::Enter(options.targetDir)) {
+    throw CChgDirExcept(options.targetDir);
+  }
+  std::optional<CExtractTarget> target;
+  if (!IsTest()) target.emplace(options);
+  archive.SetTarget(target ? &*target : nullptr);
+  Counts counts;
+  WalkAndFinish(archive, archive.Target(), counts);
+  CSignedManifest::PrintMessage(&archive, &m_processor);
+  PrintResult(counts);
+}
+
+// Whatever ends the walk, the links are made and the directories get their dates and modes; the exit code stays
+// that of the first failure.
+void CExtract::WalkAndFinish(CArchive& archive, CExtractTarget* target, Counts& counts) {
+  bool walked = false;
+  try {
+    CSelection selection(m_processor.CmdLine().GetNames());
+    Walk(archive, selection, counts);
+    CSignedManifest::CheckErrors(&archive, nullptr, counts.invalid, selection.SelectsAll());
+    walked = true;
+    if (target == nullptr) return;
+    target->Finish();
+    counts.failed += target->FailedLinks();
+    counts.good -= target->FailedLinks();
+  } catch (...) {
+    const int code = m_processor.ExitCode();
+    if (!walked && target != nullptr) {
+      try {
+        target->Finish();
+      } catch (const CExcept&) {  // the first failure is the one to report
+      }
+    }
+    m_processor.SetExitCode(code);
+    PrintIncomplete();
+    throw;
+  }
+}
+
+void CExtract::Walk(CArchive& archive, CSelection& selection, Counts& counts) {
+  for (CDirEntry* entry = archive.First(); entry != nullptr; entry = archive.Next()) {
+    errno = 0;
+    if (!selection.Selects(*entry)) {
+      CSignedManifest::PassEntry(&archive, *entry);
+    } else {
+      ProcessEntry(archive, *entry, counts);
+    }
+  }
+}
+
+void CExtract::ProcessEntry(CArchive& archive, CDirEntry& entry, Counts& counts) {
+  if (entry.IsSignedManifest()) {  // never written to disk; a test checks its data like any other
+    if (IsTest()) entry.AddToDirEx(&archive, false);
+    return;
+  }
+  m_processor.Statistics().CountFile();
+  if (entry.AddToDir(&archive)) {
+    ++counts.good;
+    return;
+  }
+  ++counts.failed;
+  if (entry.DoManifestAPI()) ++counts.invalid;
+}
+
+void CExtract::PrintResult(const Counts& counts) const {
+  if (counts.failed > 0) {
+    PrintIncomplete();
+    return;
+  }
+  PrintLine("TOLVEN: " + std::to_string(counts.good) + " file(s) " + (IsTest() ? "tested" : "extracted"));
+}
+
+void CExtract::PrintIncomplete() const {
+  PrintLine(std::string("TOLVEN: not all files could be ") + (IsTest() ? "tested" : "extracted"));
+}
+
+}  // namespace tolven

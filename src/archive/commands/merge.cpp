@@ -1,0 +1,65 @@
+#include "archive/commands/merge.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "archive/archive.h"
+#include "archive/dir_entry.h"
+#include "fileio/utils.h"
+#include "report/except.h"
+#include "signing/signed_manifest.h"
+
+namespace tolven {
+
+namespace {
+
+constexpr int kErrorSigned = 53;
+
+// Nothing is written before both archives passed.
+void CheckMergeable(CArchive& archive) {
+  errno = 0;
+  if (!archive.IsValid()) throw CUnsupportedArchiveException(archive.Name());
+  CSignedManifest::CheckArchiveSigned(&archive, false, "TOLVEN: signed archives must not be merged",
+                                      kErrorSigned);
+}
+
+}  // namespace
+
+void CMerge::Execute() {
+  const CEntryServices services(m_processor);
+  const std::vector<std::string>& names = m_processor.CmdLine().GetArchsToProcess();
+  errno = 0;
+  if (names.size() != 2) throw CExcept("TOLVEN: merging only supported for exactly two archives");
+  CArchive source(names[0], kOpenRead, m_factory, m_processor.Options());
+  CArchive target(names[1], kOpenRead, m_factory, m_processor.Options());
+  CheckMergeable(target);
+  CheckMergeable(source);
+  target.Close();
+  target.Open(names[1], kOpenAppend);
+  Copy(source, target);
+  target.Close();
+  source.Close();
+}
+
+void CMerge::Copy(CArchive& source, CArchive& target) const {
+  // Taken once: a source that is the target grows while it is read, and the copy still ends.
+  double remaining = 0;
+  if (!CUtils::GetSizeOfFile(source.Name(), remaining)) {
+    throw CExcept("TOLVEN: can't get size of file " + source.Name());
+  }
+  if (!source.Stream().SetPos(kArchiveHeaderSize)) {
+    throw CExcept("TOLVEN: can't move file pointer in " + source.Name());
+  }
+  remaining -= static_cast<double>(kArchiveHeaderSize);
+  unsigned char* buffer = CDirEntry::m_pTheCompressor->Input().data();
+  while (remaining > 0) {
+    const auto chunk = static_cast<unsigned long>(std::min<double>(remaining, CCompressMan::kBlockSize));
+    unsigned long done = 0;
+    errno = 0;
+    if (!source.Stream().Read(buffer, chunk, &done) || done < chunk) throw CReadExcept(source.Name());
+    if (!target.Stream().Write(buffer, chunk, &done)) throw CWriteExcept(target.Name());
+    remaining -= static_cast<double>(chunk);
+  }
+}
+
+}  // namespace tolven

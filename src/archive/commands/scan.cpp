@@ -1,0 +1,42 @@
+#include "archive/commands/scan.h"
+
+#include <cerrno>
+
+#include "fileio/utils.h"
+#include "report/except.h"
+#include "report/run_status.h"
+
+namespace tolven {
+
+namespace {
+constexpr const char* kListFile = "files.log";
+}
+
+// A pattern from the command line is present when something matches it.
+bool CScan::IsPresent(const std::string& name) const {
+  const bool isPattern = name.find_first_of("*?") != std::string::npos;
+  if (!isPattern || m_processor.CmdLine().IsLiteralName(name)) return CUtils::ExistsFile(name);
+  strFileData data;
+  FindHandle handle = CUtils::FileFindFirst(name, &data);
+  return handle != nullptr;
+}
+
+void CScan::Execute() {
+  const std::vector<std::string>& names = m_processor.CmdLine().GetNames();
+  if (names.empty()) return;
+  CLogMan& log = m_processor.LogManager();
+  errno = 0;
+  const std::int32_t list = log.OpenLogFile(kListFile);
+  if (list < 0) throw COpenExcept(kListFile);
+  log.WriteToLog(list, "# TOLVEN: list of missing files");
+  log.WriteToLog(list, "# ==========================");
+  bool missing = false;
+  for (const std::string& name : names) {
+    if (IsPresent(name)) continue;
+    log.WriteToLog(list, name);
+    missing = true;
+  }
+  if (missing) PrintLine(std::string("TOLVEN: some files are missing. See ") + kListFile);
+}
+
+}  // namespace tolven

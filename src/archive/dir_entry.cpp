@@ -1,0 +1,120 @@
+#include "archive/dir_entry.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+#include "archive/archive.h"
+#include "archive/entry_info.h"
+#include "archive/extract_target.h"
+#include "archive/normal_compress.h"
+#include "fileio/utils.h"
+#include "report/except.h"
+#include "report/run_status.h"
+
+namespace tolven {
+
+CDirEntry::CDirEntry() = default;
+CDirEntry::CDirEntry(const std::string& path) : m_path(path), m_storedName(path), m_shownName(path) {}
+CDirEntry::~CDirEntry() = default;
+
+void CDirEntry::SetReadState(const std::string& storedName, const std::string& shownName,
+                             const EntryHeader& header, const std::vector<std::uint8_t>& accessInfo,
+                             std::int64_t start, bool) {
+  m_storedName = storedName;
+  m_shownName = shownName;
+  m_path.clear();
+  m_tempName.clear();
+  m_header = header;
+  m_accessInfo = accessInfo;
+  m_start = start;
+  m_pStream = nullptr;
+  m_signed = false;
+  m_pending.reset();
+}
+
+void CDirEntry::TypeInfo() const { m_pTheProcessor->LogManager().PrintInfo(CEntryInfo(*this)); }
+
+bool CDirEntry::CheckIfIsSymlink(const std::string& path) {
+  strFileInformation info;
+  return CUtils::GetFileInformation(path, info, false) && (info.mode & kModeTypeMask) == kModeTypeLink;
+}
+
+bool CDirEntry::FillBaseHeader(EntryHeader& header, EntryType type) {
+  const CmdOptions& options = m_pTheProcessor->Options();
+  strFileInformation info;
+  if (!CUtils::GetFileInformation(m_path, info, options.resolveLinks)) return false;
+  header = EntryHeader{};
+  header.type = type;
+  header.mode = info.mode;
+  header.size = static_cast<std::int64_t>(info.size);
+  header.mtime = info.mtime;
+  if (options.permissionText != nullptr) {
+    header.mode = (header.mode & kModeTypeMask) | (options.permission & 07777);
+  }
+  return true;
+}
+
+void CDirEntry::WriteHeader(CArchive* archive, EntryHeader& header) {
+  m_start = archive->Position();
+  header.nameLength = static_cast<std::uint16_t>(m_storedName.size());
+  header.accessInfoLength = static_cast<std::uint16_t>(m_accessInfo.size());
+  std::array<unsigned char, kEntryHeaderSize + kMaxNameLength> fixed{};
+  EncodeEntryHeader(header, std::span(fixed).first<kEntryHeaderSize>());
+  // The zero behind the name is there already.
+  std::copy(m_storedName.begin(), m_storedName.end(), fixed.begin() + kEntryHeaderSize);
+  const unsigned long length = kEntryHeaderSize + m_storedName.size() + 1;
+  unsigned long done = 0;
+  if (!archive->Stream().Write(fixed.data(), length, &done)) throw CWriteExcept(archive->Name());
+  m_header = header;
+}
+
+// --- Concrete entries.
+
+void CFile::SetReadState(const std::string& storedName, const std::string& shownName, const EntryHeader& header,
+                         const std::vector<std::uint8_t>& accessInfo, std::int64_t start, bool hash) {
+  CDirEntry::SetReadState(storedName, shownName, header, accessInfo, start, hash);
+  m_bDoManifest = hash;
+}
+
+bool CFile::FillEntryHeader(EntryHeader& header) { return FillBaseHeader(header, kTypeRegular); }
+
+bool CDirectory::FillEntryHeader(EntryHeader& header) { return FillBaseHeader(header, kTypeDirectory); }
+
+bool CLink::FillEntryHeader(EntryHeader& header) {
+  if (!FillBaseHeader(header, kTypeLink)) return false;
+  header.size = 0;
+  header.sizeHigh = 0;
+  return true;
+}
+
+bool CLink::ResolveLink() {
+  if (m_pTheProcessor->Options().resolveLinks) return true;
+  std::array<char, kNameBufferSize> target{};
+  errno = 0;
+  const ssize_t length = readlink(m_path.c_str(), target.data(), target.size() - 1);
+  if (length < 0) throw CReadLinkExcept(m_path);
+  m_storedName += '|';
+  m_storedName.append(target.data(), static_cast<std::size_t>(length));
+  return true;
+}
+
+// --- What a run shares.
+
+CEntryServices::CEntryServices(CProcessor& processor)
+    : m_strategy(std::make_unique<CNormalCompress>(m_compressor)) {
+  CDirEntry::m_pTheProcessor = &processor;
+  CDirEntry::m_pTheCompressor = &m_compressor;
+  CDirEntry::m_pCompressStrategy = m_strategy.get();
+  CDirEntry::m_sLastDir.clear();
+}
+
+CEntryServices::~CEntryServices() {
+  CDirEntry::m_pTheProcessor = nullptr;
+  CDirEntry::m_pTheCompressor = nullptr;
+  CDirEntry::m_pCompressStrategy = nullptr;
+}
+
+}  // namespace tolven

@@ -1,0 +1,174 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "archive/compress_man.h"
+#include "archive/compress_strategy.h"
+#include "archive/format.h"
+#include "fileio/file_stream.h"
+#include "main/run/processor.h"
+#include "signing/manifest/manifest.h"
+
+namespace tolven {
+
+class CArchive;
+class CPendingFile;
+
+// One member of an archive, on its way in or out: knows its names and its header, writes itself into an archive
+// and restores itself on disk.
+class CDirEntry {
+ public:
+  virtual ~CDirEntry();
+  CDirEntry(const CDirEntry&) = delete;
+  CDirEntry& operator=(const CDirEntry&) = delete;
+
+  // --- Reading.
+
+  // Extracts the entry below archive->Target(), or only checks its data when there is no target. False when it
+  // failed in a way that does not end the walk: a digest that differs, a link without a target.
+  virtual bool AddToDir(CArchive* archive);
+  // Runs the entry's data through CRC and digest and, with `write`, into the data stream.
+  virtual void AddToDirEx(CArchive* archive, bool write);
+  // Makes the object on disk that the data goes to.
+  virtual void CreateEntry(CArchive* archive);
+  // Prints the listing line.
+  virtual void TypeInfo() const;
+  // Bytes that an extraction of this entry takes, for the space report.
+  virtual double GetSpaceNeeded() const = 0;
+
+  // The name to show and to extract to: the stored name after -lower and -flat.
+  virtual const std::string& GetName() const { return m_shownName; }
+  // The file that receives the data while the entry is being extracted.
+  virtual const std::string& GetTempName() const { return m_tempName; }
+  // The name in the archive, byte for byte.
+  const std::string& GetStoredName() const { return m_storedName; }
+  const EntryHeader& Header() const { return m_header; }
+  // Offset of the entry's header in its archive.
+  std::int64_t Start() const { return m_start; }
+
+  virtual bool IsSignedManifest() const { return false; }
+  virtual bool IsDirectory() const { return false; }
+  virtual bool IsLink() const { return false; }
+  // True once the entry's data was hashed and, on read, found equal to its record.
+  virtual bool IsEntrySigned() const { return false; }
+  // True when the entry's data passes through the manifest.
+  virtual bool DoManifestAPI() const { return false; }
+
+  // Fills the entry for one header of an archive. `hash`: its data is to pass through the manifest.
+  virtual void SetReadState(const std::string& storedName, const std::string& shownName,
+                            const EntryHeader& header, const std::vector<std::uint8_t>& accessInfo,
+                            std::int64_t start, bool hash);
+
+  // --- Writing.
+
+  // Writes header and data, or reports the object as not available. False when -X leaves the entry out.
+  bool AddToArchive(CArchive* archive);
+  // Fills `header` from the file system; false when the object cannot be examined (errno tells why).
+  virtual bool FillEntryHeader(EntryHeader& header) = 0;
+  virtual void WriteHeader(CArchive* archive, EntryHeader& header);
+  // Puts a link's target behind its name. True, or an exception.
+  virtual bool ResolveLink() { return true; }
+  // Where the data comes from or goes to. Not owned.
+  CFileStream* DataStream() const { return m_pStream; }
+  const std::string& GetPath() const { return m_path; }
+  static bool CheckIfIsSymlink(const std::string& path);
+
+  // Shared by all entries of a run; installed by CEntryServices, which owns the last two.
+  inline static CProcessor* m_pTheProcessor = nullptr;
+  inline static CCompressMan* m_pTheCompressor = nullptr;
+  inline static ICompressStrategy* m_pCompressStrategy = nullptr;
+  // The last directory that -X left out: everything below it is left out too.
+  inline static std::string m_sLastDir;
+
+ protected:
+  CDirEntry();
+  explicit CDirEntry(const std::string& path);
+
+  bool FillBaseHeader(EntryHeader& header, EntryType type);
+  // Applies -X, -P, -T, -n and -v. True: leave the entry out.
+  bool ProcessOptions();
+  // "x PATH" or "t PATH".
+  void PrintVerbose(const CArchive* archive) const;
+
+  std::string m_path;      // on disk
+  std::string m_tempName;
+  std::string m_storedName;
+  std::string m_shownName;
+  EntryHeader m_header;
+  std::vector<std::uint8_t> m_accessInfo;
+  std::int64_t m_start = 0;
+  CFileStream* m_pStream = nullptr;
+  bool m_signed = false;
+
+ private:
+  void ReportUnknown(int systemError);
+  void ReportUnreadable(int systemError);
+  // Header, data and digest of a file that is opened here.
+  void WriteFile(CArchive* archive, EntryHeader& header);
+  void CloseManifestFile(ManifestContext* manifest);
+  // Decompresses, checks the CRC, writes: the data path of AddToDirEx.
+  void DecompressMe(CArchive* archive, bool write);
+  void DiscardTarget();
+
+  std::unique_ptr<CPendingFile> m_pending;  // the file that CreateEntry made, until it has its name
+};
+
+class CFile : public CDirEntry {
+ public:
+  CFile() = default;
+  // `hash`: the file's data is to be hashed into the archive's manifest.
+  CFile(const std::string& path, bool hash) : CDirEntry(path), m_bDoManifest(hash) {}
+
+  double GetSpaceNeeded() const override { return m_header.DataLength(); }
+  bool IsEntrySigned() const override { return m_signed; }
+  bool DoManifestAPI() const override { return m_bDoManifest; }
+  bool FillEntryHeader(EntryHeader& header) override;
+  void SetReadState(const std::string& storedName, const std::string& shownName, const EntryHeader& header,
+                    const std::vector<std::uint8_t>& accessInfo, std::int64_t start, bool hash) override;
+
+ private:
+  bool m_bDoManifest = false;
+};
+
+class CDirectory : public CDirEntry {
+ public:
+  CDirectory() = default;
+  explicit CDirectory(const std::string& path) : CDirEntry(path) {}
+
+  void CreateEntry(CArchive* archive) override;
+  double GetSpaceNeeded() const override { return m_header.DataLength(); }
+  bool IsDirectory() const override { return true; }
+  bool FillEntryHeader(EntryHeader& header) override;
+};
+
+// A symbolic link. Its target travels in the name, behind a vertical bar; it has no data.
+class CLink : public CDirEntry {
+ public:
+  CLink() = default;
+  explicit CLink(const std::string& path) : CDirEntry(path) {}
+
+  bool AddToDir(CArchive* archive) override;
+  double GetSpaceNeeded() const override { return m_header.DataLength(); }
+  bool IsLink() const override { return true; }
+  bool FillEntryHeader(EntryHeader& header) override;
+  bool ResolveLink() override;
+};
+
+// Installs what all entries of a run share, for the lifetime of a command.
+class CEntryServices {
+ public:
+  explicit CEntryServices(CProcessor& processor);
+  ~CEntryServices();
+  CEntryServices(const CEntryServices&) = delete;
+  CEntryServices& operator=(const CEntryServices&) = delete;
+
+ private:
+  CCompressMan m_compressor;
+  std::unique_ptr<ICompressStrategy> m_strategy;
+};
+
+}  // namespace tolven

@@ -1,0 +1,131 @@
+// Entries on their way into an archive.
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "archive/archive.h"
+#include "archive/dir_entry.h"
+#include "fileio/utils.h"
+#include "report/except.h"
+#include "report/run_status.h"
+#include "report/system_error.h"
+
+namespace tolven {
+
+namespace {
+
+constexpr int kErrorBrokenLink = 45;
+
+std::string WithSlash(std::string directory) {
+  if (directory.empty() || directory.back() != '/') directory += '/';
+  return directory;
+}
+
+// A relative path made absolute, for -P.
+std::string AbsolutePath(const std::string& path) {
+  std::array<char, kNameBufferSize> buffer{};
+  errno = 0;
+  if (getcwd(buffer.data(), buffer.size()) == nullptr) throw CGetCwdExcept();
+  std::string directory = buffer.data();
+  for (char& c : directory) {
+    if (c == '\\') c = '/';
+  }
+  return WithSlash(std::move(directory)) + path;
+}
+
+// Runs `code` into an exception that names the file.
+void CheckManifest(ManifestContext* context, int code, const std::string& detail) {
+  if (code != SMF_OK) throw CInvalManifestExcept(detail, code, ManifestLastDkvErrorCode(context));
+}
+
+}  // namespace
+
+bool CDirEntry::ProcessOptions() {
+  if (IsSignedManifest()) return false;
+  const CmdOptions& options = m_pTheProcessor->Options();
+  if (m_pTheProcessor->ExcludeThis(m_path)) {
+    if (IsDirectory()) m_sLastDir = m_path;
+    return true;
+  }
+  if (!m_sLastDir.empty() && m_path.starts_with(WithSlash(m_sLastDir))) return true;
+  if (options.absolutePaths && !m_path.starts_with('/')) m_storedName = m_path = AbsolutePath(m_path);
+  std::string newName;
+  if (m_pTheProcessor->CmdLine().FindNewName(m_storedName, newName)) m_storedName = newName;
+  if (options.printStatistics) m_pTheProcessor->Statistics().CountFile();
+  if (options.verbose) PrintLine((m_pTheProcessor->ScanOnly() ? "t " : "a ") + m_path);
+  return false;
+}
+
+// The object could not be examined: a link without a target, or something that vanished or is out of reach.
+void CDirEntry::ReportUnknown(int systemError) {
+  if (!m_pTheProcessor->Options().resolveLinks || !CheckIfIsSymlink(m_path)) {
+    ReportUnreadable(systemError);
+    return;
+  }
+  CExcept::NotifyProcessor(kErrorBrokenLink);
+  m_pTheProcessor->FileNotAvail(m_path + " (error 45).", "broken link");
+}
+
+void CDirEntry::ReportUnreadable(int systemError) {
+  errno = systemError;
+  m_pTheProcessor->FileNotAvail(m_path, SystemErrorText());
+}
+
+bool CDirEntry::AddToArchive(CArchive* archive) {
+  errno = 0;
+  if (ProcessOptions()) return false;
+  // A bar in a link's own path would be taken for the one in front of the target.
+  const bool ambiguous = IsLink() && m_storedName.find('|') != std::string::npos;
+  ResolveLink();
+  EntryHeader header;
+  if (!FillEntryHeader(header)) {
+    ReportUnknown(errno);
+  } else if (m_storedName.size() + 1 > kMaxNameLength) {
+    m_pTheProcessor->FileNotAvail(m_path, "name too long");
+  } else if (ambiguous) {
+    m_pTheProcessor->FileNotAvail(m_path, "link name contains \"|\"");
+  } else if (IsLink() || (header.mode & kModeTypeMask) == kModeTypeDirectory) {
+    if (!m_pTheProcessor->ScanOnly()) WriteHeader(archive, header);
+  } else {
+    WriteFile(archive, header);
+  }
+  return true;
+}
+
+void CDirEntry::WriteFile(CArchive* archive, EntryHeader& header) {
+  CFileStream file;
+  errno = 0;
+  file.Open(m_path, kOpenRead, 0);
+  if (!file.Open()) {
+    ReportUnreadable(errno);
+    return;
+  }
+  if (m_pTheProcessor->ScanOnly()) return;  // opened only to see that it can be
+  WriteHeader(archive, header);
+  m_pStream = &file;
+  ManifestContext* manifest = archive->Manifest();
+  if (DoManifestAPI()) {
+    CheckManifest(manifest, ManifestOpenFile(manifest, m_storedName.data(), m_storedName.size()),
+                  "TOLVEN: Cannot hash file " + m_path);
+  }
+  if (!header.IsEmpty()) {
+    m_pCompressStrategy->SetDirectoryEntry(this);
+    m_pCompressStrategy->execute(archive);
+  } else if (DoManifestAPI()) {
+    CheckManifest(manifest, ManifestUpdateFile(manifest, nullptr, 0), "TOLVEN: Cannot hash file " + m_path);
+  }
+  m_pStream = nullptr;
+  if (DoManifestAPI()) CloseManifestFile(manifest);
+}
+
+void CDirEntry::CloseManifestFile(ManifestContext* manifest) {
+  const int code = ManifestCloseFile(manifest);
+  std::string detail = "TOLVEN: Manifest file hash creation invalid for " + m_path;
+  if (m_pTheProcessor->Options().verbose) detail += " Error \n" + ManifestGetLastError(manifest);
+  CheckManifest(manifest, code, detail);
+  m_signed = true;
+}
+
+}  // namespace tolven

@@ -1,0 +1,55 @@
+#include "archive/entry_data.h"
+
+#include <cerrno>
+
+#include "cslib/cslib.h"
+#include "report/except.h"
+
+namespace tolven {
+
+bool CEntryDataReader::Next(std::span<std::uint8_t>& piece) {
+  for (;;) {
+    if (m_pending) {
+      if (Decompress(piece)) return true;
+    } else if (m_last) {
+      if (m_streamOpen) throw CDecompExcept(m_name);
+      return false;
+    } else if (ReadBlock(piece)) {
+      return true;
+    }
+  }
+}
+
+// True when the block was raw and is itself the piece.
+bool CEntryDataReader::ReadBlock(std::span<std::uint8_t>& piece) {
+  unsigned long length = 0;
+  bool compressed = false;
+  m_last = m_archive.GetEntryData(m_input.data(), m_input.size(), length, m_crc, compressed) == 0;
+  m_position = 0;
+  m_length = static_cast<std::uint32_t>(length);
+  if (compressed) {
+    m_pending = m_length > 0;
+    return false;
+  }
+  if (m_streamOpen) throw CDecompExcept(m_name);
+  piece = m_input.first(m_length);
+  return m_length > 0;
+}
+
+bool CEntryDataReader::Decompress(std::span<std::uint8_t>& piece) {
+  std::int32_t read = 0;
+  std::int32_t written = 0;
+  const int rc = CsDecomprEx(m_input.data() + m_position, static_cast<std::int32_t>(m_length - m_position),
+                             m_output.data(), static_cast<std::int32_t>(CCompressMan::kBlockSize),
+                             m_streamOpen ? 0 : CS_INIT, &read, &written);
+  if (rc < 0) throw CDecompExcept(m_name + " (cslib error " + std::to_string(rc) + ")");
+  m_position += static_cast<std::uint32_t>(read);
+  m_streamOpen = rc != CS_END_OF_STREAM;
+  m_pending = rc == CS_END_OUTBUFFER;
+  // Full output that holds nothing, from no input: the engine would say so for ever.
+  if (m_pending && read == 0 && written == 0) throw CDecompExcept(m_name);
+  piece = m_output.first(static_cast<std::size_t>(written));
+  return written > 0;
+}
+
+}  // namespace tolven

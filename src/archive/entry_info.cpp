@@ -1,0 +1,50 @@
+#include "archive/entry_info.h"
+
+#include <array>
+#include <ctime>
+#include <iomanip>
+#include <sstream>
+
+#include "archive/dir_entry.h"
+
+namespace tolven {
+
+CEntryInfo::CEntryInfo(const CDirEntry& entry)
+    : CEntryInfo(entry.GetName(), entry.Header(), entry.IsEntrySigned()) {}
+
+CEntryInfo::CEntryInfo(std::string name, const EntryHeader& header, bool isSigned)
+    : m_name(std::move(name)), m_header(header), m_signed(isSigned) {}
+
+std::string CEntryInfo::Permissions() const {
+  std::string text = "----------";
+  constexpr char kLetters[] = "rwx";
+  if (m_signed) text[0] = 's';
+  if ((m_header.mode & kModeTypeMask) == kModeTypeDirectory) text[0] = 'd';
+  if ((m_header.mode & kModeTypeMask) == kModeTypeLink) text[0] = 'l';
+  for (std::size_t bit = 0; bit < 9; ++bit) {
+    if ((m_header.mode & (0x100U >> bit)) != 0) text[bit + 1] = kLetters[bit % 3];
+  }
+  // Lower-case "s" for all three, also where the execute bit is clear.
+  if ((m_header.mode & 0x800) != 0) text[3] = 's';
+  if ((m_header.mode & 0x400) != 0) text[6] = 's';
+  if ((m_header.mode & 0x200) != 0) text[9] = 's';
+  return text;
+}
+
+std::string CEntryInfo::Date() const {
+  const auto when = static_cast<std::time_t>(m_header.mtime);
+  std::tm local{};
+  if (localtime_r(&when, &local) == nullptr) return {};
+  std::array<char, 18> text{};
+  const std::size_t length = std::strftime(text.data(), text.size(), "%d %b %Y %H:%M", &local);
+  return std::string(text.data(), length);
+}
+
+std::string CEntryInfo::GetInfoText() const {
+  std::ostringstream line;
+  line << Permissions() << std::fixed << std::setprecision(0) << std::setw(12) << m_header.DataLength() << ' '
+       << std::setw(20) << Date() << ' ' << m_name;
+  return line.str();
+}
+
+}  // namespace tolven

@@ -1,0 +1,159 @@
+#include "archive/extract_target.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "archive/format.h"
+#include "cmdline/cmd_line.h"
+#include "fileio/utils.h"
+#include "report/except.h"
+#include "report/run_status.h"
+
+namespace tolven {
+
+namespace {
+
+constexpr int kErrorTemporaryFile = 28;
+constexpr int kErrorLink = 36;
+
+void MakeParents(CExtractRoot& root, const std::string& path) {
+  std::string failed;
+  if (!root.MakeParents(path, failed)) throw CCreateDirExcept(failed);
+}
+
+}  // namespace
+
+CPendingFile::CPendingFile(CExtractRoot& root, const std::string& path, const std::string& name)
+    : m_root(root), m_path(path), m_name(name) {
+  UniqueFd descriptor = root.CreateTemp(path, m_tempName);
+  if (!descriptor) {
+    throw CExcept("TOLVEN: could not create a temporary file for " + name, kErrorTemporaryFile, true);
+  }
+  m_guard.emplace(m_tempName);
+  if (!m_stream.Attach(descriptor.Release())) {
+    const int error = errno;
+    Discard();
+    errno = error;
+    throw CExcept("TOLVEN: could not open for writing " + name);
+  }
+}
+
+CPendingFile::~CPendingFile() {
+  if (m_guard) Discard();
+}
+
+bool CPendingFile::Discard() {
+  if (m_stream.Open()) m_stream.Close();
+  const bool removed = m_root.Remove(m_tempName);
+  m_guard.reset();
+  return removed;
+}
+
+void CPendingFile::Commit(std::uint32_t mode, std::int64_t mtime) {
+  if (!m_stream.Flush()) throw CWriteExcept(m_name);
+  const int descriptor = m_stream.Descriptor();
+  if (fchmod(descriptor, mode & 0xFFF) != 0) throw CChgModExcept(m_name);
+  const timespec when{static_cast<time_t>(mtime), 0};
+  const timespec times[2] = {when, when};
+  if (futimens(descriptor, times) != 0) throw CChgDateExcept(m_name);
+  if (!m_stream.Close()) throw CWriteExcept(m_name);
+  if (!m_root.Rename(m_tempName, m_path)) throw CExcept("TOLVEN: could not open for writing " + m_name);
+  m_guard.reset();
+}
+
+CExtractTarget::CExtractTarget(const CmdOptions& options)
+    : m_options(options), m_root(!options.noPathValidation) {
+  if (!m_root.IsOpen()) throw CChgDirExcept(options.targetDir != nullptr ? options.targetDir : ".");
+}
+
+std::string CExtractTarget::PathFor(const std::string& shownName) const {
+  std::string path = shownName;
+  if (!m_options.noPathValidation) CUtils::ValidateFilePath(path);
+  return path;
+}
+
+std::unique_ptr<CPendingFile> CExtractTarget::OpenFile(const std::string& path, const std::string& name) {
+  DropLink(path);
+  MakeParents(m_root, path);
+  struct stat status {};
+  if (m_options.forceExtraction && m_root.Status(path, status) && !m_root.Remove(path)) {
+    throw CExcept("TOLVEN: force mode (option -j): could not delete " + name, kErrorTemporaryFile, true);
+  }
+  errno = 0;
+  return std::make_unique<CPendingFile>(m_root, path, name);
+}
+
+void CExtractTarget::AddDirectory(const std::string& path, const std::string& name, std::uint32_t mode,
+                                  std::int64_t mtime) {
+  if (path.empty()) return;  // the extraction directory itself: it is not ours to change
+  DropLink(path);
+  bool created = false;
+  std::string failed;
+  errno = 0;
+  if (!m_root.MakeDirectory(path, created, failed)) throw CCreateDirExcept(failed);
+  m_directories.push_back({path, name, mode, mtime, created});
+}
+
+void CExtractTarget::AddLink(const std::string& path, const std::string& target, const std::string& name) {
+  DropLink(path);
+  MakeParents(m_root, path);
+  m_linkAt[path] = m_links.size();
+  m_links.push_back({path, target, name});
+}
+
+void CExtractTarget::DropLink(const std::string& path) {
+  const auto found = m_linkAt.find(path);
+  if (found == m_linkAt.end()) return;
+  m_links[found->second].path.clear();
+  m_linkAt.erase(found);
+}
+
+void CExtractTarget::Finish() {
+  MakeLinks();
+  FinishDirectories();
+}
+
+bool CExtractTarget::MakeLink(const LinkRecord& link) {
+  struct stat status {};
+  std::string failed;
+  if (!m_root.MakeParents(link.path, failed)) return false;
+  if (m_root.Status(link.path, status) && !S_ISDIR(status.st_mode) && !m_root.Remove(link.path)) return false;
+  return m_root.MakeLink(link.target, link.path);
+}
+
+void CExtractTarget::MakeLinks() {
+  for (const LinkRecord& link : m_links) {
+    if (link.path.empty() || MakeLink(link)) continue;
+    ReportLinkFailure(link.name);
+    ++m_failedLinks;
+  }
+  m_links.clear();
+  m_linkAt.clear();
+}
+
+void CExtractTarget::FinishDirectories() {
+  std::optional<CExcept> failure;
+  const std::vector<DirectoryRecord> records = std::move(m_directories);
+  m_directories.clear();
+  for (auto record = records.rbegin(); record != records.rend(); ++record) {
+    if (!m_root.SetDirectoryDate(record->path, record->mtime)) {
+      CChgDateExcept error(record->name);
+      if (!failure) failure = error;
+    }
+    const bool setMode = m_options.changeDirPermissions || record->created;
+    if (setMode && !m_root.SetDirectoryMode(record->path, record->mode)) {
+      CChgModExcept error(record->name);
+      if (!failure) failure = error;
+    }
+  }
+  if (failure) throw CExcept(*failure);
+}
+
+void ReportLinkFailure(const std::string& name) {
+  PrintLine("TOLVEN: could not create symbolic link (error 36). " + name);
+  CExcept::NotifyProcessor(kErrorLink);
+}
+
+}  // namespace tolven

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <span>
+#include <vector>
+
+#include "fileio/file_stream.h"
+
+namespace tolven {
+
+// Stands in for a file when the data lives in memory: the signed manifest. Writes append, reads run on from a
+// position of their own.
+class CBufferedStream : public CFileStream {
+ public:
+  // Memory that a hostile archive may claim through this stream is bounded by `limit`: a write beyond it fails.
+  explicit CBufferedStream(std::size_t limit = kDefaultLimit) : m_limit(limit) {}
+
+  // False, with 0 bytes, when nothing was written yet.
+  [[nodiscard]] bool Read(unsigned char* buf, unsigned long n, unsigned long* done) override;
+  [[nodiscard]] bool Write(unsigned char* buf, unsigned long n, unsigned long* done) override;
+  void Open(const std::string&, unsigned int, unsigned int) override {}
+  [[nodiscard]] bool Open() const override { return true; }
+
+  std::span<const unsigned char> Contents() const { return m_data; }
+  void Clear() {
+    m_data.clear();
+    m_readPosition = 0;
+  }
+
+ private:
+  static constexpr std::size_t kDefaultLimit = std::size_t{512} << 20;
+  std::size_t m_limit;
+  std::vector<unsigned char> m_data;
+  std::size_t m_readPosition = 0;
+};
+
+// A stream for entries that need one but have no file behind it: everything succeeds, nothing is touched.
+class CNullStream : public CFileStream {
+ public:
+  [[nodiscard]] bool Read(unsigned char* buf, unsigned long n, unsigned long* done) override;
+  [[nodiscard]] bool Write(unsigned char* buf, unsigned long n, unsigned long* done) override;
+  void Open(const std::string&, unsigned int, unsigned int) override {}
+  [[nodiscard]] bool Open() const override { return true; }
+};
+
+}  // namespace tolven

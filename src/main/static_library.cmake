@@ -1,0 +1,10 @@
+add_library(tolven_static STATIC embedded.cpp)
+tolven_options(tolven_static)
+target_include_directories(tolven_static PUBLIC
+  "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>" "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
+foreach(floor IN ITEMS cslib hash smf_names report fileio dkv cmdline manifest run archive oldarchive signing commands app)
+  target_sources(tolven_static PRIVATE "$<TARGET_OBJECTS:tolven_${floor}>")
+endforeach()
+target_include_directories(tolven_static PRIVATE "${PROJECT_SOURCE_DIR}/src")
+target_link_libraries(tolven_static PUBLIC ${CMAKE_DL_LIBS})
+set_target_properties(tolven_static PROPERTIES OUTPUT_NAME tolven EXPORT_NAME tolven-static)

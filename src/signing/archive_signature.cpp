@@ -1,0 +1,199 @@
+// The flows that sign and verify archives, called by the commands at their fixed points.
+
+#include <cerrno>
+#include <string>
+
+#include "fileio/utils.h"
+#include "report/except.h"
+#include "report/run_status.h"
+#include "signing/manifest_check.h"
+#include "signing/signed_manifest.h"
+
+namespace tolven {
+
+namespace {
+
+constexpr int kErrorNotSigned = 59;
+constexpr const char* kFormatPlain = "PKCS7";
+constexpr const char* kFormatTimeStamp = "PKCS7-TSTAMP";
+
+const char* SigningFormat(const CmdOptions& options) {
+  return options.tsaUrl != nullptr ? kFormatTimeStamp : kFormatPlain;
+}
+
+// What a stored manifest names itself wins over these.
+void InitForReading(ManifestContext* context, const CmdOptions& options) {
+  InitManifest(context, options, "SHA256", kFormatTimeStamp, "SHA256");
+}
+
+// Key, password and library are proved before the first byte is written: a probe document is signed and
+// forgotten. Without a time stamp, which costs a request.
+void ProveKey(const CmdOptions& options) {
+  const ManifestContextPtr probe = ManifestMakeContext();
+  InitManifest(probe.get(), options, options.hashAlgorithm, kFormatPlain, options.signatureHashAlgorithm);
+  ThrowManifestError(probe.get(), CSmfSign(probe.get(), options));
+}
+
+void CompareWithExternal(ManifestContext* context, const CmdOptions& options) {
+  if (options.manifestFile == nullptr || !CUtils::ExistsFile(options.manifestFile)) return;
+  ThrowManifestError(context, ManifestVerifyBody(context, options.manifestFile));
+}
+
+void VerifyForReading(CArchive& archive, CProcessor& processor) {
+  const CmdOptions& options = processor.Options();
+  if (!options.verifySignature && !options.sign) return;
+  std::int64_t offset = 0;
+  const std::string text = GetManifestContent(archive, offset);
+  if (offset == 0) {
+    errno = 0;
+    const bool mustBeSigned = options.separateVerify || !options.sign;
+    if (mustBeSigned) throw CExcept(NotSignedMessage(archive.Name()), kErrorNotSigned, false);
+    return;
+  }
+  ManifestContextPtr context = ManifestMakeContext();
+  InitForReading(context.get(), options);
+  ThrowManifestError(context.get(), CSmfVerify(context.get(), text, options, options.key, false));
+  CompareWithExternal(context.get(), options);
+  archive.SetManifest(std::move(context));
+  archive.SetHashEntries(true);
+}
+
+// The manifest that the archive ended with before this run.
+struct OldSignature {
+  std::int64_t start = 0;  // 0: the archive was not signed
+  std::string text;
+};
+
+// Passes every file of the archive through the manifest in its context.
+OldSignature HashExistingEntries(CArchive& archive, unsigned long& failed) {
+  OldSignature old;
+  for (CDirEntry* entry = archive.First(); entry != nullptr; entry = archive.Next()) {
+    entry->AddToDirEx(&archive, false);
+    if (entry->IsSignedManifest()) {
+      errno = 0;
+      if (!archive.AtEnd()) throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
+      const auto text = static_cast<CSignedManifest*>(entry)->Text();
+      old.start = entry->Start();
+      old.text.assign(text.begin(), text.end());
+      break;
+    }
+    if (entry->DoManifestAPI() && !entry->IsEntrySigned()) ++failed;
+  }
+  return old;
+}
+
+// The old signature is accepted by the certificates of -key, else by the installed ones.
+ManifestContextPtr VerifyOldSignature(const OldSignature& old, const CmdOptions& options) {
+  ManifestContextPtr context = ManifestMakeContext();
+  InitForReading(context.get(), options);
+  int code = CSmfVerify(context.get(), old.text, options, options.key, false);
+  if (code == SMF_ESIGNATURE && options.key != nullptr) {
+    InitForReading(context.get(), options);
+    code = CSmfVerify(context.get(), old.text, options, nullptr, false);
+  }
+  ThrowManifestError(context.get(), code);
+  return context;
+}
+
+// True iff the entries are what the old manifest lists. Two manifests of different digests cannot be compared;
+// then the entries are run against the old one.
+bool IsUnchanged(CArchive& archive, ManifestContextPtr& old) {
+  ManifestContext* current = archive.Manifest();
+  const std::string algorithm = ManifestFileHashAlgorithm(old.get());
+  if (algorithm == ManifestFileHashAlgorithm(current)) return ManifestCompare(current, old.get()) == SMF_OK;
+  ManifestContextPtr kept = archive.ExchangeManifest(std::move(old));
+  unsigned long failed = 0;
+  HashExistingEntries(archive, failed);
+  const bool complete = ManifestCheckAllMet(archive.Manifest()) == SMF_OK;
+  old = archive.ExchangeManifest(std::move(kept));
+  return failed == 0 && complete;
+}
+
+void PrepareExisting(CArchive& archive, const CmdOptions& options) {
+  unsigned long failed = 0;
+  const OldSignature old = HashExistingEntries(archive, failed);
+  if (old.start != 0 && options.verifySignature) {
+    ManifestContextPtr context = VerifyOldSignature(old, options);
+    errno = 0;
+    if (!IsUnchanged(archive, context)) {
+      throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
+    }
+  }
+  CSignedManifest::CheckErrors(&archive, nullptr, failed);
+  if (old.start != 0) {
+    archive.Seek(old.start);
+  } else {
+    archive.SeekToEnd();
+  }
+}
+
+void PrepareForWriting(CArchive& archive, CProcessor& processor) {
+  if (!CSignedManifest::IsSigning(processor)) return;
+  const CmdOptions& options = processor.Options();
+  ManifestContextPtr context = ManifestMakeContext();
+  InitManifest(context.get(), options, options.hashAlgorithm, SigningFormat(options),
+               options.signatureHashAlgorithm);
+  ProveKey(options);
+  archive.SetManifest(std::move(context));
+  archive.SetHashEntries(true);
+  if (processor.Command() != CMD_CREATE) PrepareExisting(archive, options);
+}
+
+}  // namespace
+
+void CSignedManifest::VerifyArchiveSignature(bool writing, CArchive* archive, CProcessor* processor) {
+  if (writing) {
+    PrepareForWriting(*archive, *processor);
+  } else {
+    VerifyForReading(*archive, *processor);
+  }
+}
+
+void CSignedManifest::CheckErrors(CArchive* archive, CDirEntry* entry, unsigned long& counter, bool complete) {
+  ManifestContext* context = archive->Manifest();
+  if (context == nullptr) return;
+  if (entry != nullptr) {
+    if (!entry->DoManifestAPI()) return;
+    entry->AddToDirEx(archive, false);
+    if (!entry->IsEntrySigned()) ++counter;
+    return;
+  }
+  errno = 0;
+  if (complete && counter == 0) {
+    const int code = ManifestCheckAllMet(context);
+    if (code != SMF_OK) throw CInvalManifestExcept(ManifestGetLastError(context), code, 0);
+  }
+  if (counter == 0) return;
+  std::string detail = ManifestGetLastError(context);
+  if (counter > 1) detail = std::to_string(counter) + " files of the archive are invalid:\n" + detail;
+  throw CInvalManifestExcept(detail, archive->ManifestFailure(), ManifestLastDkvErrorCode(context));
+}
+
+void CSignedManifest::PassEntry(CArchive* archive, const CDirEntry& entry) {
+  if (archive->Manifest() == nullptr || !entry.DoManifestAPI()) return;
+  const std::string& name = entry.GetStoredName();
+  // A file without a record counts only when it is selected.
+  static_cast<void>(ManifestPassFile(archive->Manifest(), name.data(), name.size()));
+}
+
+void CSignedManifest::CreateArchiveSignature(CArchive* archive, CProcessor* processor,
+                                             ICompressStrategy* strategy) {
+  // In scan-only mode nothing is written: the archive is given up anyway.
+  if (!IsSigning(*processor) || processor->ScanOnly()) return;
+  const CmdOptions& options = processor->Options();
+  ManifestContext* context = archive->Manifest();
+  const bool replaces = archive->IsSigned();
+  CompareWithExternal(context, options);
+  // In memory first: a signature or a time stamp that fails leaves the archive as it is.
+  ThrowManifestError(context, CSmfSign(context, options));
+  CSignedManifest entry(ManifestGetText(context));
+  strategy->SetDirectoryEntry(&entry);
+  entry.AddToArchive(archive);
+  strategy->execute(archive);
+  if (replaces && !archive->Stream().Truncate()) throw CWriteExcept(archive->Name());
+  if (options.verbose) {
+    PrintLine("TOLVEN: Signature of archive " + archive->Name() + " was successfully created");
+  }
+}
+
+}  // namespace tolven

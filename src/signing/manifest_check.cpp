@@ -1,0 +1,104 @@
+#include "signing/manifest_check.h"
+
+#include <cerrno>
+#include <vector>
+
+#include "archive/memory_streams.h"
+#include "fileio/file_stream.h"
+#include "report/except.h"
+#include "signing/signed_manifest.h"
+
+namespace tolven {
+
+namespace {
+
+// Revocation lists of whole authorities stay far below this.
+constexpr unsigned long kMaxCrlBytes = 64UL << 20;
+
+std::vector<std::uint8_t> ReadCrlFile(const char* path) {
+  CFileStream file;
+  errno = 0;
+  file.Open(path, kOpenRead, 0);
+  if (!file.Open()) {
+    throw CInvalManifestExcept(std::string("Cannot open CRL file >") + path + "<", SMF_ECRL, 0);
+  }
+  std::vector<std::uint8_t> bytes;
+  for (;;) {
+    constexpr unsigned long kPiece = 65536;
+    const std::size_t before = bytes.size();
+    bytes.resize(before + kPiece);
+    unsigned long done = 0;
+    if (!file.Read(bytes.data() + before, kPiece, &done) || bytes.size() > kMaxCrlBytes) {
+      throw CInvalManifestExcept("CRL file could not be read ", SMF_ECRL, 0);
+    }
+    bytes.resize(before + done);
+    if (done < kPiece) return bytes;
+  }
+}
+
+}  // namespace
+
+std::string NotSignedMessage(const std::string& archiveName) {
+  return "TOLVEN: " + archiveName + " is not digitally signed";
+}
+
+std::string ChangedContentMessage(const std::string& archiveName) {
+  return "Archive " + archiveName +
+         " is already signed, but the content was modified.\n        This is not supported!";
+}
+
+std::string GetManifestContent(CArchive& archive, std::int64_t& offset) {
+  const std::int64_t position = archive.Position();
+  std::string text;
+  offset = 0;
+  for (CDirEntry* entry = archive.First(); entry != nullptr; entry = archive.Next()) {
+    if (!entry->IsSignedManifest()) continue;
+    auto& manifest = static_cast<CSignedManifest&>(*entry);
+    manifest.AddToDirEx(&archive, false);
+    errno = 0;
+    if (!archive.AtEnd()) throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
+    offset = manifest.Start();
+    text.assign(manifest.Text().begin(), manifest.Text().end());
+    break;
+  }
+  archive.Seek(position);
+  return text;
+}
+
+void InitManifest(ManifestContext* context, const CmdOptions& options, const char* fileHash, const char* format,
+                  const char* signatureHash) {
+  int code = ManifestStartup();
+  if (code == SMF_OK) {
+    code = ManifestInit(context, options.securityLibrary, fileHash, format, signatureHash);
+  }
+  if (code != SMF_OK) throw CInvalManifestExcept(ManifestGetLastError(context), code, 0);
+}
+
+int CSmfVerify(ManifestContext* context, std::string_view text, const CmdOptions& options, const char* key,
+               bool verifyFiles) {
+  std::vector<std::uint8_t> crl;
+  unsigned flags = 0;
+  if (options.crlFile != nullptr) {
+    crl = ReadCrlFile(options.crlFile);
+    flags = kManifestRequireCrl;
+  }
+  // The password belongs to the PSE of -key.
+  const char* password = key != nullptr ? options.password : nullptr;
+  const int code =
+      ManifestVerifyEx(context, text.data(), text.size(), key, key, password, crl, flags, verifyFiles, true);
+  return code == SMF_ESIGNATURE_EXTERNAL || code == SMF_ESIGNATURE_VALIDATION ? SMF_OK : code;
+}
+
+int CSmfSign(ManifestContext* context, const CmdOptions& options) {
+  return ManifestLocalSign(context, options.key, options.key, options.password, options.tsaUrl,
+                           options.proxyUrl);
+}
+
+void ThrowManifestError(ManifestContext* context, int code) {
+  if (code == SMF_OK) return;
+  const int dkvCode = ManifestLastDkvErrorCode(context);
+  if (code == SMF_ESIGNATURE) throw CInvalSignatureExcept(ManifestGetLastError(context), dkvCode);
+  throw CInvalManifestExcept(ManifestGetLastError(context), code, dkvCode);
+}
+
+}  // namespace tolven

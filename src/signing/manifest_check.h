@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "archive/archive.h"
+#include "main/run/processor.h"
+#include "signing/manifest/manifest.h"
+
+// What the signing flows share: finding the manifest of an archive, checking it, and turning the manifest
+// library's codes into exceptions.
+
+namespace tolven {
+
+// Texts that users and scripts know.
+std::string NotSignedMessage(const std::string& archiveName);
+std::string ChangedContentMessage(const std::string& archiveName);
+
+// Finds the signed manifest of an archive by walking it from its first entry, reads its text, and restores the
+// read position. Empty, with `offset` 0, for an unsigned archive. `offset`: where its entry starts. A manifest
+// with anything behind it, a second one among it, is the changed-content error (54).
+std::string GetManifestContent(CArchive& archive, std::int64_t& offset);
+
+// Readies a context with the library of -L. Failure is CInvalManifestExcept.
+void InitManifest(ManifestContext* context, const CmdOptions& options, const char* fileHash, const char* format,
+                  const char* signatureHash);
+
+// Checks the signature of `text` by the certificates of `key` (null: the installed ones) and the CRLs of -crl;
+// with `verifyFiles` also the files on disk. SMF_OK also for a signature of an external or the validation key;
+// the context's category and text then carry the warning. A CRL file that cannot be read is an exception.
+[[nodiscard]] int CSmfVerify(ManifestContext* context, std::string_view text, const CmdOptions& options,
+                             const char* key, bool verifyFiles);
+
+// Signs the context's document with -key and -pwd.
+[[nodiscard]] int CSmfSign(ManifestContext* context, const CmdOptions& options);
+
+// CInvalSignatureExcept for an invalid signature, CInvalManifestExcept for everything else; SMF_OK returns.
+void ThrowManifestError(ManifestContext* context, int code);
+
+}  // namespace tolven
