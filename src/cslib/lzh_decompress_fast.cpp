@@ -1,0 +1,227 @@
+// The inner loop of the decompressor. It may run only while there is so much input and room that one round
+// needs no check inside; everything near an edge is left to the careful path in lzh_decompress.cpp, which
+// gives the same bytes.
+
+#include "cslib/lzh_decompress_fast.h"
+
+namespace tolven::lzh {
+namespace {
+
+// A refill loads 8 bytes, uses up to 7 of them, and leaves at least this many bits in the buffer.
+constexpr unsigned kRefilledBits = 56;
+constexpr std::size_t kRefillLoad = 8, kRefillTake = 7;
+
+constexpr unsigned kMaxLengthBits = kMaxCodeBits + 5;  // a length code and its extra bits
+constexpr unsigned kMaxDistanceBits =
+    kMaxCodeBits + 12;  // a distance code inside the window and its extra bits
+
+// A round takes up to three literals with codes from the root table, or two of them and a match.
+constexpr unsigned kMaxLiterals = 3;
+static_assert(kMaxLiterals * kLitLenRootBits <= kRefilledBits);
+static_assert(2 * kLitLenRootBits + kMaxLengthBits <= kRefilledBits);
+static_assert(kMaxDistanceBits + kLitLenRootBits <= kRefilledBits);
+
+// One refill before the loop, up to two in a round.
+constexpr std::size_t kInMargin = 2 * kRefillTake + kRefillLoad;
+
+// Matches are copied in pieces of 16 bytes, the last of which may end up to 15 bytes behind the match.
+constexpr std::size_t kPiece = 16;
+constexpr std::size_t kOutMargin = kMaxLiterals + kMaxMatch + kPiece - 1;
+
+inline void CopyPiece(std::uint8_t* to, const std::uint8_t* from) {
+  std::memcpy(to, from, kPiece);
+}
+
+inline void CopyHalfPiece(std::uint8_t* to, const std::uint8_t* from) {
+  std::memcpy(to, from, kPiece / 2);
+}
+
+// Copies `length` bytes from `distance` bytes back inside one buffer, writing up to kPiece - 1 bytes too
+// many.
+[[gnu::always_inline]] inline void CopyNear(std::uint8_t* out, std::uint32_t length, std::uint32_t distance) {
+  const std::uint8_t* from = out - distance;
+  std::uint8_t* const end = out + length;
+  if (distance >= kPiece) [[likely]] {
+    do {
+      CopyPiece(out, from);
+      out += kPiece;
+      from += kPiece;
+    } while (out < end);
+  } else if (distance == 1) {
+    // Runs of one byte are by far the most frequent of the overlapping matches.
+    std::array<std::uint8_t, kPiece> run;
+    std::memset(run.data(), *from, kPiece);
+    do {
+      CopyPiece(out, run.data());
+      out += kPiece;
+    } while (out < end);
+  } else if (distance >= kPiece / 2) {
+    do {
+      CopyHalfPiece(out, from);
+      out += kPiece / 2;
+      from += kPiece / 2;
+    } while (out < end);
+  } else {
+    // Each copy of eight bytes brings `distance` good ones.
+    do {
+      CopyHalfPiece(out, from);
+      out += distance;
+      from += distance;
+    } while (out < end);
+  }
+}
+
+[[gnu::always_inline]] inline FastExit DecodeLoop(LzhDecompressState& state, Cursor& cursor,
+                                                  std::size_t room) {
+  const Entry* const litLen = state.litLen.entries;
+  const Entry* const dist = state.dist.entries;
+  const std::uint64_t litLenMask = (std::uint64_t{1} << state.litLen.rootBits) - 1;
+  const std::uint64_t distMask = (std::uint64_t{1} << state.dist.rootBits) - 1;
+  const std::uint8_t* const inStop = cursor.inEnd - (kRefillTake + kRefillLoad);
+  std::uint8_t* const outBegin = cursor.outBegin;
+  std::uint8_t* const outStop = cursor.out + (room - kOutMargin);
+
+  const std::uint8_t* in = cursor.in;
+  std::uint8_t* out = cursor.out;
+  std::uint64_t bits = cursor.bits;
+  unsigned bitCount = cursor.bitCount;
+
+  const auto refill = [&]() __attribute__((always_inline)) {
+    bits |= LoadLittleEndian64(in) << bitCount;
+    in += (63U - bitCount) >> 3;
+    bitCount |= kRefilledBits;
+  };
+  const auto drop = [&](unsigned count) __attribute__((always_inline)) {
+    bits >>= count;
+    bitCount -= count;
+  };
+  const auto leave = [&](FastExit exit) __attribute__((always_inline)) {
+    cursor.in = in;
+    cursor.out = out;
+    cursor.bits = bits;
+    cursor.bitCount = bitCount;
+    return exit;
+  };
+  const auto behindLink = [&](const Entry* table, Entry link) __attribute__((always_inline)) {
+    const std::uint64_t index = (bits >> DropBits(link)) & ((std::uint64_t{1} << CodeBits(link)) - 1);
+    return table[Value(link) + index];
+  };
+
+  refill();
+  Entry entry = litLen[bits & litLenMask];
+  do {
+    // At least kRefilledBits in the buffer; `entry` is looked up but not taken yet.
+    if ((entry & kLiteral) != 0) {
+      drop(DropBits(entry));
+      *out++ = LiteralByte(entry);
+      entry = litLen[bits & litLenMask];
+      if ((entry & kLiteral) != 0) {
+        drop(DropBits(entry));
+        *out++ = LiteralByte(entry);
+        entry = litLen[bits & litLenMask];
+        if ((entry & kLiteral) != 0) {
+          drop(DropBits(entry));
+          *out++ = LiteralByte(entry);
+          refill();
+          entry = litLen[bits & litLenMask];
+          continue;
+        }
+      }
+    }
+
+    if ((entry & kSpecial) != 0) [[unlikely]] {
+      if (Is(entry, kLink)) {
+        const Entry link = entry;
+        entry = behindLink(litLen, link);
+        if (Is(entry, kInvalid)) return leave(FastExit::kEdge);
+        drop(DropBits(link));
+        if ((entry & kLiteral) != 0) {
+          drop(DropBits(entry));
+          *out++ = LiteralByte(entry);
+          refill();
+          entry = litLen[bits & litLenMask];
+          continue;
+        }
+      }
+      if (Is(entry, kEndOfBlock)) {
+        drop(DropBits(entry));
+        return leave(FastExit::kBlockDone);
+      }
+      if (Is(entry, kInvalid)) return leave(FastExit::kEdge);
+    }
+    const std::uint32_t length = ValueWithExtra(entry, bits);
+    drop(DropBits(entry));
+
+    if (bitCount < kMaxDistanceBits) [[unlikely]]
+      refill();
+    entry = dist[bits & distMask];
+    unsigned linkBits = 0;
+    if ((entry & kSpecial) != 0) [[unlikely]] {
+      if (Is(entry, kLink)) {
+        linkBits = DropBits(entry);
+        entry = behindLink(dist, entry);
+      }
+      if (Is(entry, kInvalid)) {
+        state.length = length;
+        return leave(FastExit::kDistance);
+      }
+    }
+    const std::uint32_t distance = ValueWithExtra(entry, bits >> linkBits);
+    const auto produced = static_cast<std::size_t>(out - outBegin);
+    if (distance > produced) [[unlikely]] {
+      if (distance > state.total + produced) {
+        state.length = length;
+        return leave(FastExit::kDistance);
+      }
+      drop(linkBits + DropBits(entry));
+      leave(FastExit::kEdge);
+      CopyMatch(state, cursor, length, distance);
+      out = cursor.out;
+      refill();
+      entry = litLen[bits & litLenMask];
+      continue;
+    }
+    drop(linkBits + DropBits(entry));
+
+    // The next symbol is looked up before the copy, so that the two overlap.
+    refill();
+    entry = litLen[bits & litLenMask];
+    CopyNear(out, length, distance);
+    out += length;
+  } while (in <= inStop && out <= outStop);
+  return leave(FastExit::kEdge);
+}
+
+FastExit DecodePlain(LzhDecompressState& state, Cursor& cursor, std::size_t room) {
+  return DecodeLoop(state, cursor, room);
+}
+
+using DecodeFunction = FastExit (*)(LzhDecompressState&, Cursor&, std::size_t);
+
+#if defined(__x86_64__)
+// The same with shifts and masks by a variable count in one instruction each.
+[[gnu::target("bmi2")]] FastExit DecodeBmi2(LzhDecompressState& state, Cursor& cursor, std::size_t room) {
+  return DecodeLoop(state, cursor, room);
+}
+
+DecodeFunction FastestDecode() {
+  return __builtin_cpu_supports("bmi2") != 0 ? DecodeBmi2 : DecodePlain;
+}
+#else
+DecodeFunction FastestDecode() {
+  return DecodePlain;
+}
+#endif
+
+}  // namespace
+
+bool WorthDecodingFast(const Cursor& cursor, std::size_t room) {
+  return cursor.InLeft() >= kInMargin && room >= kOutMargin;
+}
+
+FastExit DecodeFast(LzhDecompressState& state, Cursor& cursor, std::size_t room) {
+  static const DecodeFunction decode = FastestDecode();
+  return decode(state, cursor, room);
+}
+
+}  // namespace tolven::lzh
