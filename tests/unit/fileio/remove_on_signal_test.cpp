@@ -1,0 +1,78 @@
+#include "fileio/remove_on_signal.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "support/temp_dir.h"
+
+namespace tolven {
+namespace {
+
+namespace fs = std::filesystem;
+
+class RemoveOnSignalTest : public test::TempDirTest {
+ protected:
+  // Runs `body` in a child and returns how that ended.
+  static int RunChild(const std::function<void()>& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+      body();
+      _exit(7);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status;
+  }
+};
+
+TEST_F(RemoveOnSignalTest, RemovesWhatIsGuardedAndDiesByTheSignal) {
+  fs::create_directory("sub");
+  for (const int signal : {SIGINT, SIGTERM}) {
+    for (const char* name : {"archive", "temp", "finished", "other"}) test::WriteFile(name, "x");
+    const int status = RunChild([signal] {
+      const CRemoveOnSignal archive("archive");
+      { const CRemoveOnSignal finished("finished"); }
+      const CRemoveOnSignal temp(fs::absolute("temp"));
+      fs::current_path("sub");
+      raise(signal);
+    });
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), signal);
+    EXPECT_FALSE(fs::exists("archive"));
+    EXPECT_FALSE(fs::exists("temp"));
+    EXPECT_TRUE(fs::exists("finished"));
+    EXPECT_TRUE(fs::exists("other"));
+  }
+}
+
+TEST_F(RemoveOnSignalTest, IgnoredSignalsStayIgnored) {
+  test::WriteFile("archive", "x");
+  const int status = RunChild([] {
+    signal(SIGINT, SIG_IGN);
+    const CRemoveOnSignal archive("archive");
+    raise(SIGINT);
+  });
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 7);
+  EXPECT_TRUE(fs::exists("archive"));
+}
+
+TEST_F(RemoveOnSignalTest, ManyFilesInTurn) {
+  test::WriteFile("last", "x");
+  const int status = RunChild([] {
+    for (int i = 0; i < 1000; ++i) const CRemoveOnSignal guard("file" + std::to_string(i));
+    const CRemoveOnSignal last("last");
+    raise(SIGTERM);
+  });
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_FALSE(fs::exists("last"));
+}
+
+}  // namespace
+}  // namespace tolven
