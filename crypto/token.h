@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "chain.h"
+#include "openssl.h"
+
+namespace tolven::crypto {
+
+// What a time stamp token (RFC 3161) over a signature value is worth.
+struct TokenFinding {
+  int rc;             // DKV_OK or one of the codes of tokens, DKV_ERR_WEAK included
+  std::int64_t time;  // seconds since 1970; DKV_NO_TIME unless rc is DKV_OK
+  CertPtr tsa;        // null when the token has none
+  CertPtr issuer;     // of the TSA's certificate; null when not known
+};
+
+// The authority's chain is judged at the token's own time: a token outlives the certificate it was made with.
+// A time in the future is not believed.
+TokenFinding CheckToken(PKCS7* token, Bytes signatureValue, const Trust& trust);
+
+// The token of the signer's unsigned attributes. present is false when there is none. rc is DKV_ERR_TOKEN for
+// more than one, or for something that is no token; token is null then.
+struct FoundToken {
+  bool present;
+  int rc;
+  Pkcs7Ptr token;
+};
+FoundToken FindToken(CMS_SignerInfo* signer);
+
+// True iff the imprint is the digest of the data, by a strong algorithm.
+bool ImprintMatches(TS_MSG_IMPRINT* imprint, Bytes data);
+
+}  // namespace tolven::crypto
