@@ -1,0 +1,138 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "archive/entry_data.h"
+#include "archive_bytes.h"
+#include "cslib/crc32.h"
+#include "cslib/cslib.h"
+#include "report/except.h"
+
+namespace tolven {
+namespace {
+
+using test::ArchiveBytes;
+
+std::string Compress(const std::string& data) {
+  std::string out(data.size() + 4096, '\0');
+  std::int32_t read = 0;
+  std::int32_t written = 0;
+  const int rc = CsComprEx(static_cast<std::int32_t>(data.size()),
+                           reinterpret_cast<const std::uint8_t*>(data.data()),
+                           static_cast<std::int32_t>(data.size()), reinterpret_cast<std::uint8_t*>(out.data()),
+                           static_cast<std::int32_t>(out.size()), CS_INIT | CS_ALGORITHM_LZH, &read, &written);
+  EXPECT_EQ(rc, CS_END_OF_STREAM);
+  out.resize(static_cast<std::size_t>(written));
+  return out;
+}
+
+std::string Text(std::size_t length) {
+  std::string text;
+  for (std::size_t i = 0; text.size() < length; ++i) text += std::to_string(i * i) + " line\n";
+  text.resize(length);
+  return text;
+}
+
+// The data of the first entry, or the message that ended reading it.
+std::string Read(test::Run& run, const std::string& bytes) {
+  std::string data;
+  try {
+    CArchive& archive = run.Open(bytes);
+    CDirEntry* entry = archive.First();
+    CEntryDataReader reader(archive, *CDirEntry::m_pTheCompressor, entry->GetName());
+    std::span<std::uint8_t> piece;
+    while (reader.Next(piece)) data.append(piece.begin(), piece.end());
+    EXPECT_EQ(reader.StoredCrc(), 77U);
+  } catch (const CExcept& e) {
+    return "!" + e.GetMsg();
+  }
+  return data;
+}
+
+TEST(EntryData, EndsAtItsEndBlockHoweverStreamsAndBlocksAreCut) {
+  const std::string text = Text(150000);
+  const std::string half = Text(65536);
+  const std::string stream = Compress(text);
+  const struct {
+    const char* situation;
+    std::string bytes;
+    std::string expected;
+  } rows[] = {
+      {"one stream, one block", ArchiveBytes("").Block("ED", Compress(half)).Bytes(), half},
+      {"one stream over many blocks",
+       ArchiveBytes("").Block("DA", stream.substr(0, 1)).Block("DA", stream.substr(1, 999)).Block("ED", stream.substr(1000)).Bytes(),
+       text},
+      {"a stream a block", ArchiveBytes("").Block("DA", Compress(half)).Block("ED", Compress("x")).Bytes(), half + "x"},
+      {"raw and compressed in turn",
+       ArchiveBytes("").Block("UD", "raw").Block("DA", Compress(half)).Block("UE", "end").Bytes(), "raw" + half + "end"},
+      {"an empty stream", ArchiveBytes("").Block("ED", Compress("")).Bytes(), ""},
+      {"an empty last block", ArchiveBytes("").Block("DA", stream).Block("ED", "").Bytes(), text},
+      {"unfinished at its end", ArchiveBytes("").Block("ED", stream.substr(0, 2000)).Bytes(),
+       "!TOLVEN: error decompressing f"},
+      {"raw inside a stream", ArchiveBytes("").Block("DA", stream.substr(0, 2000)).Block("UE", "raw").Bytes(),
+       "!TOLVEN: error decompressing f"},
+      {"no stream at all", ArchiveBytes("").Block("ED", "0123456789").Bytes(),
+       "!TOLVEN: error decompressing f (cslib error -50)"},
+      {"shorter than a stream header", ArchiveBytes("").Block("ED", "0123").Bytes(),
+       "!TOLVEN: error decompressing f (cslib error -11)"},
+      {"payload over the limit", ArchiveBytes("").Block("UE", std::string(131073, 'x')).Bytes(),
+       "!TOLVEN: error in GetEntryData(); entry data length exceeds buffer limit (error 100). "},
+      {"payload at the limit", ArchiveBytes("").Block("UE", std::string(131072, 'x')).Bytes(), std::string(131072, 'x')},
+      {"no block", ArchiveBytes("").Block("RG", "abc").Bytes(),
+       "!TOLVEN: error in GetEntryData(); unknown block type (error 100). "},
+  };
+  for (const auto& row : rows) {
+    test::Run run;
+    const std::string bytes = ArchiveBytes().Entry("RG", "f", 1).Raw(row.bytes).Crc(77).Bytes();
+    const std::string data = Read(run, bytes);
+    EXPECT_TRUE(data == row.expected) << row.situation << ": " << data.substr(0, 100);
+  }
+}
+
+TEST(EntryData, WhatIsWrittenReadsBack) {
+  for (const std::size_t size : {1U, 65535U, 65536U, 65537U, 131072U, 200001U}) {
+    test::Run run;
+    const std::string text = Text(size);
+    std::ofstream("f", std::ios::binary) << text;
+    test::Factory factory;
+    CArchive writer("out.vra", kOpenCreate, factory, run.Options());
+    writer.WriteHeader();
+    CFile entry("f", false);
+    EXPECT_TRUE(entry.AddToArchive(&writer));
+    writer.Close();
+    CArchive reader("out.vra", kOpenRead, factory, run.Options());
+    CDirEntry* read = reader.First();
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(static_cast<std::size_t>(read->Header().size), size);
+    EXPECT_TRUE(read->AddToDir(&reader));
+    EXPECT_EQ(reader.Next(), nullptr);
+    CEntryDataReader blocks(reader, *CDirEntry::m_pTheCompressor, "f");
+    std::span<std::uint8_t> piece;
+    std::string data;
+    reader.Seek(8 + 34 + 2);
+    while (blocks.Next(piece)) data.append(piece.begin(), piece.end());
+    EXPECT_TRUE(data == text) << size;
+    EXPECT_EQ(blocks.StoredCrc(), CRC32Buf(0, reinterpret_cast<const std::uint8_t*>(text.data()), size));
+  }
+}
+
+TEST(EntryData, ChecksumsCountUnlessTheStoredOneIsZero) {
+  const struct {
+    std::uint32_t crc;
+    int exitCode;
+  } rows[] = {{CRC32Buf(0, reinterpret_cast<const std::uint8_t*>("abc"), 3), 0}, {0, 0}, {1, 12}};
+  for (const auto& row : rows) {
+    test::Run run;
+    CArchive& archive = run.Open(ArchiveBytes().Entry("RG", "f", 3).Block("UE", "abc").Crc(row.crc).Bytes());
+    CDirEntry* entry = archive.First();
+    if (row.exitCode == 0) {
+      EXPECT_TRUE(entry->AddToDir(&archive));
+    } else {
+      EXPECT_THROW(entry->AddToDir(&archive), CChecksumExcept);
+    }
+    EXPECT_EQ(run.ExitCode(), row.exitCode);
+  }
+}
+
+}  // namespace
+}  // namespace tolven

@@ -1,0 +1,124 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "archive/extract_target.h"
+#include "archive_bytes.h"
+#include "report/except.h"
+
+namespace tolven {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string Listing(const fs::path& root) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    std::string name = fs::relative(entry.path(), root).string();
+    if (entry.is_symlink()) name += "->" + fs::read_symlink(entry.path()).string();
+    names.push_back(name);
+  }
+  std::sort(names.begin(), names.end());
+  std::string text;
+  for (const std::string& name : names) text += name + " ";
+  return text;
+}
+
+void PutFile(CExtractTarget& target, const std::string& path, std::string content) {
+  auto pending = target.OpenFile(path, path);
+  unsigned long done = 0;
+  ASSERT_TRUE(pending->Stream().Write(reinterpret_cast<unsigned char*>(content.data()), content.size(), &done));
+  pending->Commit(0104640, 1000);
+}
+
+TEST(ExtractTarget, AFileHasItsNameOnlyWhenItIsWhole) {
+  test::Run run;
+  CExtractTarget target(run.Options());
+  PutFile(target, "d/f", "old");
+  {
+    auto pending = target.OpenFile("d/f", "d/f");
+    EXPECT_TRUE(pending->TempName().starts_with("d/f"));
+    EXPECT_EQ(pending->TempName().size(), 9U);
+  }  // given up
+  EXPECT_EQ(Listing("."), "d d/f ");
+  struct stat status {};
+  ASSERT_EQ(stat("d/f", &status), 0);
+  EXPECT_EQ(status.st_mode, 0104640U);
+  EXPECT_EQ(status.st_mtime, 1000);
+  EXPECT_EQ(status.st_size, 3);
+}
+
+TEST(ExtractTarget, LinksComeAfterFilesAndTheLastEntryOfAPathWins) {
+  test::Run run;
+  fs::create_directory("outside");
+  fs::create_directory("in");
+  ASSERT_EQ(chdir("in"), 0);
+  CExtractTarget target(run.Options());
+  target.AddLink("way", "../outside", "way");
+  PutFile(target, "way/f", "must stay inside");
+  target.AddLink("twice", "t", "twice");
+  PutFile(target, "twice", "file");
+  PutFile(target, "last", "file");
+  target.AddLink("last", "t", "last");
+  target.Finish();
+  EXPECT_EQ(target.FailedLinks(), 1U) << "a directory stands where the first link was to go";
+  EXPECT_EQ(run.ExitCode(), 36);
+  EXPECT_EQ(run.Output(), "TOLVEN: could not create symbolic link (error 36). way\n");
+  EXPECT_EQ(Listing("."), "last->t twice way way/f ");
+  EXPECT_EQ(Listing("../outside"), "");
+}
+
+TEST(ExtractTarget, LinksOfThisRunAreNeverFollowed) {
+  test::Run run;
+  CExtractTarget target(run.Options());
+  target.AddDirectory("real", "real", 040755, 5);
+  target.AddLink("way", "real", "way");
+  target.Finish();
+  EXPECT_THROW(PutFile(target, "way/f", "x"), CCreateDirExcept);
+  EXPECT_EQ(Listing("."), "real way->real ");
+}
+
+TEST(ExtractTarget, DirectoriesGetTheirDatesAndModesAtTheEnd) {
+  for (const bool change : {true, false}) {
+    test::Run run;
+    run.Options().changeDirPermissions = change;
+    fs::create_directory("there");
+    ASSERT_EQ(chmod("there", 0700), 0);
+    CExtractTarget target(run.Options());
+    target.AddDirectory("there", "there", 040511, 100);
+    target.AddDirectory("made", "made", 040511, 200);
+    target.AddDirectory("", "/", 040000, 300);
+    PutFile(target, "made/f", "x");
+    PutFile(target, "there/f", "x");
+    target.Finish();
+    struct stat there {};
+    struct stat made {};
+    ASSERT_EQ(stat("there", &there), 0);
+    ASSERT_EQ(stat("made", &made), 0);
+    EXPECT_EQ(there.st_mtime, 100);
+    EXPECT_EQ(made.st_mtime, 200);
+    EXPECT_EQ(there.st_mode & 07777, change ? 0511U : 0700U);
+    EXPECT_EQ(made.st_mode & 07777, 0511U);
+  }
+}
+
+TEST(ExtractTarget, SaysWhyAFileCannotBeMade) {
+  test::Run run;
+  fs::create_directory("dir");
+  std::ofstream("file") << "x";
+  CExtractTarget target(run.Options());
+  EXPECT_THROW(target.OpenFile("file/f", "file/f"), CCreateDirExcept);
+  EXPECT_THROW(PutFile(target, "dir", "x"), CExcept) << "a directory is not replaced";
+  run.Options().forceExtraction = true;
+  try {
+    target.OpenFile("dir", "dir");
+    ADD_FAILURE() << "a directory was deleted";
+  } catch (const CExcept& e) {
+    EXPECT_TRUE(e.GetMsg().starts_with("TOLVEN: force mode (option -j): could not delete dir (error 28). "));
+  }
+  EXPECT_EQ(Listing("."), "dir file ");
+}
+
+}  // namespace
+}  // namespace tolven
