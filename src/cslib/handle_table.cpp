@@ -1,0 +1,181 @@
+#include "cslib/handle_table.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <system_error>
+
+#include "cslib/context.h"
+#include "cslib/cslib.h"
+#include "cslib/trace.h"
+
+namespace tolven {
+namespace {
+
+constexpr std::size_t kFirstFreeSlot = 2;  // below: the fixed handles
+constexpr std::int32_t kKeepUses = 9;      // a context used more often than this may outlive its handle
+constexpr std::int32_t kKeepAllSum = 257;  // below this sum every such context is kept
+constexpr int kKeepShareShift = 7;         // above it only those with 1/128 of all uses
+
+struct Slot {
+  std::unique_ptr<CsContext> context;
+  bool inUse = false;
+  std::int32_t uses = 0;
+};
+
+struct Table {
+  std::mutex mutex;  // guards everything below; a slot in use is also read by its owner, without the lock
+  std::array<Slot, CS_MAX_HANDLES> slots;
+  std::int32_t sumOfUses = 0;
+};
+
+constinit Table g_table;
+
+bool InRange(int handle) {
+  return handle >= CS_FIRST_HANDLE && handle < CS_FIRST_HANDLE + CS_MAX_HANDLES;
+}
+
+std::size_t SlotOf(int handle) {
+  return static_cast<std::size_t>(handle - CS_FIRST_HANDLE);
+}
+
+// Runs `work` with the table locked; CS_OK or the code of the lock.
+template <typename Work>
+int Locked(Work work) {
+  std::unique_lock<std::mutex> lock(g_table.mutex, std::defer_lock);
+  if (const int failed = ThrCSLock(lock); failed != CS_OK) return failed;
+  work();
+  return ThrCSUnlock(lock);
+}
+
+// Under the lock. A sum that has run over starts all counters anew.
+void CountUse(Slot& slot) {
+  if (g_table.sumOfUses < 0) {
+    for (Slot& each : g_table.slots) each.uses = 0;
+    g_table.sumOfUses = 0;
+  }
+  ++slot.uses;
+  g_table.sumOfUses = static_cast<std::int32_t>(static_cast<std::uint32_t>(g_table.sumOfUses) + 1);
+}
+
+// The slot is marked in use, so it is this thread's own; only handing the context in needs the lock.
+// 0: the context was there; 1: newly allocated; negative: the slot is free again.
+int ProvideContext(Slot& slot) {
+  if (slot.context) {
+    // A kept context must not let a new owner continue the stream of the last one.
+    ReleaseStream(*slot.context);
+    slot.context->direction = CsDirection::kNone;
+    return 0;
+  }
+  try {
+    auto context = std::make_unique<CsContext>();
+    const int locked = Locked([&] { slot.context = std::move(context); });
+    return locked == CS_OK ? 1 : locked;
+  } catch (const std::bad_alloc&) {
+    CsTPrintf("ERROR: CsRCompress: Could not allocate internal buffer\n");
+    const int locked = Locked([&] { slot.inUse = false; });
+    return locked == CS_OK ? CS_E_MEMORY : locked;
+  }
+}
+
+// Under the lock. Contexts of often used handles stay for the next owner, which saves setting up the coders
+// anew.
+bool KeepsContext(std::size_t index) {
+  const Slot& slot = g_table.slots[index];
+  if (index < kFirstFreeSlot || !g_table.slots[index - 1].context || slot.uses <= kKeepUses) return false;
+  return g_table.sumOfUses < kKeepAllSum || slot.uses >= g_table.sumOfUses >> kKeepShareShift;
+}
+
+int Release(std::size_t index) {
+  std::unique_ptr<CsContext> freed;  // its memory goes back after the table is unlocked
+  return Locked([&] {
+    Slot& slot = g_table.slots[index];
+    if (!KeepsContext(index)) freed = std::move(slot.context);
+    slot.inUse = false;
+  });
+}
+
+}  // namespace
+
+int ThrCSLock(std::unique_lock<std::mutex>& lock) {
+  try {
+    lock.lock();
+    return CS_OK;
+  } catch (const std::system_error&) {
+    return CS_E_LOCK;
+  }
+}
+
+int ThrCSUnlock(std::unique_lock<std::mutex>& lock) {
+  try {
+    lock.unlock();
+    return CS_OK;
+  } catch (const std::system_error&) {
+    return CS_E_UNLOCK;
+  }
+}
+
+CsContext* FindContext(int handle) {
+  if (!InRange(handle)) return nullptr;
+  const Slot& slot = g_table.slots[SlotOf(handle)];
+  return slot.inUse ? slot.context.get() : nullptr;
+}
+
+int CsSearchNewHandle() {
+  std::size_t index = CS_MAX_HANDLES;
+  int locked = Locked([&] {
+    const auto first = g_table.slots.begin() + kFirstFreeSlot;
+    const auto free = std::find_if(first, g_table.slots.end(), [](const Slot& slot) { return !slot.inUse; });
+    if (free == g_table.slots.end()) return;
+    free->inUse = true;
+    index = static_cast<std::size_t>(free - g_table.slots.begin());
+  });
+  if (locked != CS_OK) return locked;
+  if (index == CS_MAX_HANDLES) return CS_E_NO_HANDLE;
+  Slot& slot = g_table.slots[index];
+  if (const int context = ProvideContext(slot); context < 0) return context;
+  locked = Locked([&] { CountUse(slot); });
+  return locked == CS_OK ? static_cast<int>(index) + CS_FIRST_HANDLE : locked;
+}
+
+int CsRGetHandle(int* handle) {
+  *handle = CsSearchNewHandle();
+  return std::min(*handle, 0);
+}
+
+int CsOpenHandle(int handle) {
+  if (!InRange(handle)) return CS_E_HANDLE;
+  Slot& slot = g_table.slots[SlotOf(handle)];
+  bool opened = false;
+  const int locked = Locked([&] {
+    if (slot.inUse) return;
+    slot.inUse = true;
+    opened = true;
+    CountUse(slot);
+  });
+  if (locked != CS_OK) return locked;
+  return opened ? ProvideContext(slot) : CS_OK;
+}
+
+int CsRCloseHandle(int handle) {
+  return InRange(handle) ? Release(SlotOf(handle)) : CS_OK;
+}
+
+int CsRCloseAllHandles() {
+  for (std::size_t index = kFirstFreeSlot; index < CS_MAX_HANDLES; ++index) {
+    if (const int failed = Release(index); failed != CS_OK) return failed;
+  }
+  return CS_OK;
+}
+
+int CsTestValidHandle(int handle) {
+  if (!InRange(handle)) return 0;
+  bool valid = false;
+  const int locked = Locked([&] { valid = FindContext(handle) != nullptr; });
+  return locked == CS_OK && valid ? 1 : 0;
+}
+
+}  // namespace tolven
