@@ -1,0 +1,31 @@
+#pragma once
+
+// The LZC code stream: LZW as Unix compress(1) writes it behind its three header bytes.
+//
+// Codes are packed from the least significant bit on, eight codes of n bits to a group of n bytes. The width
+// starts at 9 bits and grows when the dictionary outgrows it; CLEAR starts dictionary and width anew. Where
+// the width changes, the rest of the current group is left out.
+
+#include <cstdint>
+
+namespace tolven::lzc {
+
+inline constexpr int kInitBits = 9;
+inline constexpr int kWriteMaxBits = 13;  // what the compressor uses
+inline constexpr int kReadMaxBits = 14;   // what the decompressor accepts
+inline constexpr std::uint8_t kBlockMode = 0x80;
+inline constexpr std::uint8_t kMaxBitsMask = 0x1F;
+
+inline constexpr std::uint32_t kLiterals = 256;
+inline constexpr std::uint32_t kClear = 256;  // in block mode
+inline constexpr std::uint32_t kFirstFree = 257;
+
+inline constexpr std::uint32_t kCodesPerGroup = 8;
+
+// The largest number of dictionary entries before the width must grow: the last width has no limit but the
+// dictionary's own.
+constexpr std::uint32_t MaxCode(int bits, int maxBits) {
+  return (1U << bits) - (bits < maxBits ? 1U : 0U);
+}
+
+}  // namespace tolven::lzc

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "cslib/cslib.h"
+#include "cslib/lzc_format.h"
+
+namespace tolven::lzc {
+
+// Codes to bytes. Bytes go out eight at a time, whether they are complete or not; `count` says how many are.
+// So the room behind the writing position must be kSlack larger than what is to be written.
+class CodePacker {
+ public:
+  static constexpr std::size_t kSlack = 8;
+
+  void Start() {
+    bits_ = 0;
+    used_ = 0;
+    width_ = kInitBits;
+    inWidth_ = 0;
+    closed_ = CS_HEAD_SIZE;
+  }
+
+  int Width() const { return width_; }
+
+  std::uint8_t* Put(std::uint32_t code, std::uint8_t* to) {
+    bits_ |= static_cast<std::uint64_t>(code) << used_;
+    used_ += static_cast<unsigned>(width_);
+    ++inWidth_;
+    return Store(to);
+  }
+
+  // The group is filled up with zero bits, and codes have `width` bits from here on.
+  std::uint8_t* Switch(int width, std::uint8_t* to) {
+    const auto old = static_cast<std::uint32_t>(width_);
+    const std::uint32_t open = inWidth_ % kCodesPerGroup;
+    if (open != 0) {
+      // At most 7 missing codes of 13 bits, so the bits are let out in two halves.
+      std::uint32_t missing = (kCodesPerGroup - open) * old;
+      while (missing > 0) {
+        const std::uint32_t part = std::min(missing, 48U);
+        used_ += part;
+        to = Store(to);
+        missing -= part;
+      }
+    }
+    closed_ += static_cast<std::int64_t>((inWidth_ + kCodesPerGroup - 1) / kCodesPerGroup) * old;
+    inWidth_ = 0;
+    width_ = width;
+    return to;
+  }
+
+  // The last bits, filled up to a byte.
+  std::uint8_t* Finish(std::uint8_t* to) {
+    used_ = (used_ + 7) & ~7U;
+    return Store(to);
+  }
+
+  // Bytes of whole groups and of the header: what the ratio check means by bytes out. Never depends on how
+  // the caller cut its buffers.
+  std::int64_t BytesOut() const {
+    return closed_ + static_cast<std::int64_t>(inWidth_ / kCodesPerGroup) * width_;
+  }
+
+ private:
+  std::uint8_t* Store(std::uint8_t* to) {
+    if constexpr (std::endian::native == std::endian::little) {
+      std::memcpy(to, &bits_, sizeof bits_);
+    } else {
+      for (unsigned i = 0; i < 8; ++i) to[i] = static_cast<std::uint8_t>(bits_ >> (8 * i));
+    }
+    const unsigned bytes = used_ >> 3;
+    bits_ >>= 8 * bytes;
+    used_ &= 7;
+    return to + bytes;
+  }
+
+  std::uint64_t bits_ = 0;
+  unsigned used_ = 0;  // bits in bits_; below 8 between two calls
+  int width_ = kInitBits;
+  std::uint64_t inWidth_ = 0;  // codes since the width last changed
+  std::int64_t closed_ = 0;    // bytes of the groups before that, and of the stream header
+};
+
+}  // namespace tolven::lzc
