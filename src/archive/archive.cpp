@@ -95,8 +95,8 @@ void CArchive::SeekToEnd() {
 
 void CArchive::WriteHeader() {
   std::array<unsigned char, kArchiveHeaderSize> bytes{};
-  std::copy(m_magic.begin(), m_magic.end(), bytes.begin() + ArchiveField::magic);
-  std::copy(m_version.begin(), m_version.end(), bytes.begin() + ArchiveField::version);
+  std::memcpy(bytes.data() + ArchiveField::magic, m_magic.data(), m_magic.size());
+  std::memcpy(bytes.data() + ArchiveField::version, m_version.data(), m_version.size());
   unsigned long done = 0;
   if (!m_stream.Write(bytes.data(), bytes.size(), &done)) throw CWriteExcept(m_name);
 }
