@@ -108,7 +108,9 @@ std::string_view ManifestGetSignedText(const ManifestContext* context);
 // --- verification ----------------------------------------------------------------------------------------
 
 // Bits of `flags`. Any other bit is SMF_EINVARG.
-inline constexpr unsigned kManifestRequireCrl = 1;  // run the CRL step although no CRL bytes are passed
+inline constexpr unsigned kManifestRequireCrl = 1;     // run the CRL step although no CRL bytes are passed
+inline constexpr unsigned kManifestKeyIsOptional = 2;  // a signer that verifyKey does not know may still be
+                                                       // one of "QELverify" or "QELvalidation"
 
 // Checks the signature of the document of `length` bytes, which is copied.
 //   verifyKey  name or file of the only key to trust (its PSE may be given by `pse` instead); null or empty:
@@ -116,8 +118,10 @@ inline constexpr unsigned kManifestRequireCrl = 1;  // run the CRL step although
 //   pse        null or empty: the PSE is named by the key
 //   password   of that PSE, may be null
 //   crl        PEM or DER bytes of one or several CRLs; empty: no CRL step
-// SMF_OK with an external or the validation key too: ManifestGetErrorCategory and the error text then carry
-// the warning, and ManifestSignatureName says whose key it was. Any failure leaves category ERROR.
+// Success is SMF_OK (the key "QELverify"), SMF_ESIGNATURE_EXTERNAL (24, verifyKey; category WARNING) or
+// SMF_ESIGNATURE_VALIDATION (25, "QELvalidation"; category LOGGABLE_WARNING), and nothing else; the error
+// text then holds the warnings. Every failure leaves category ERROR, but for an outdated or missing CRL and
+// an unknown signature format, which leave WARNING. A failed check of the signature leaves no file records.
 [[nodiscard]] int ManifestVerify(ManifestContext* context, const void* text, std::size_t length,
                                  const char* verifyKey, const char* pse, const char* password,
                                  std::span<const std::uint8_t> crl, unsigned flags);
@@ -188,10 +192,11 @@ struct ManifestFile {
   std::size_t hexDigestLength = 0;   // characters of the digest in the document
 };
 
-// The first record of that name; SMF_EFILENOTFOUND and "File not found in manifest" when there is none.
-// The span is valid until the context changes.
+// The first record of that name; SMF_EFILENOTFOUND and "File not found in manifest" when there is none. With
+// partialSearch, when there is none, the first record whose name ends in "/" and that name; archives never
+// ask so. The span is valid until the context changes.
 [[nodiscard]] int ManifestGetFile(ManifestContext* context, const char* name, std::size_t nameLength,
-                                  std::span<const std::uint8_t>* digest);
+                                  std::span<const std::uint8_t>* digest, bool partialSearch = false);
 // Length of that digest in hexadecimal characters; 0 when there is no such file.
 std::size_t ManifestGetFileLength(const ManifestContext* context, const char* name, std::size_t nameLength);
 // Number of body entries.

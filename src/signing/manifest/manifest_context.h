@@ -1,0 +1,98 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "signing/crypto/dkv_table.h"
+#include "signing/hash/hash.h"
+#include "signing/manifest/file_index.h"
+#include "signing/manifest/manifest.h"
+
+namespace tolven {
+
+inline constexpr std::string_view kFormatPkcs7 = "PKCS7";
+inline constexpr std::string_view kFormatPkcs7Tstamp = "PKCS7-TSTAMP";
+
+enum class ManifestMode { kWrite, kRead };
+
+// What an opaque handle stands for. Plain data: the functions of this folder keep it consistent.
+struct ManifestContext {
+  // The document; in write mode the signature block is missing until it is signed. headerLength counts the
+  // separator line, bodyLength the body lines and the empty line that ends them; the signature block is the
+  // rest. All are 0 while the document has no header.
+  std::string text;
+  std::size_t headerLength = 0;
+  std::size_t bodyLength = 0;
+  bool bodyEnded = false;  // the empty line that ends the body is in the text
+
+  ManifestMode mode = ManifestMode::kWrite;
+  DkvTable* library = nullptr;  // of the process; null before ManifestInit
+  int hashAlgorithm = kHaDefaultAlgorithm;
+  std::size_t digestLength = 32;  // bytes
+  std::string signatureFormat{kFormatPkcs7Tstamp};
+  std::string signatureAlgorithm = "SHA256";
+
+  std::vector<ManifestFile>
+      files;        // in body order; while a file is open in write mode, its record is the last
+  FileIndex index;  // over `files`
+
+  // The file between ManifestOpenFile and ManifestCloseFile.
+  bool fileOpen = false;
+  std::size_t openFile = 0;  // its place in `files`
+  HaContext digest;
+
+  // Filled by verification.
+  std::string signerName = "NULL";
+  std::string signerId;
+  std::string subject;
+  std::string issuer;
+  std::string signingTime;
+  std::string tsaId;
+  std::vector<std::uint8_t> signerCertificate;  // DER
+  std::vector<std::uint8_t> signerIssuerCertificate;
+  std::vector<std::uint8_t> tsaCertificate;
+  std::vector<std::uint8_t> tsaIssuerCertificate;
+
+  std::string errorText;
+  int errorCode = SMF_OK;
+  int dkvErrorCode = 0;
+  int errorCategory = MANIFEST_CATEGORY_NONE;
+
+  std::string_view SignedText() const {
+    return bodyEnded ? std::string_view(text).substr(0, headerLength + bodyLength) : std::string_view();
+  }
+};
+
+// A null handle stands for the process-wide context.
+extern ManifestContext s_Manifest;
+inline ManifestContext& ContextOf(ManifestContext* context) {
+  return context == nullptr ? s_Manifest : *context;
+}
+inline const ManifestContext& ContextOf(const ManifestContext* context) {
+  return context == nullptr ? s_Manifest : *context;
+}
+
+// Makes room for `more` bytes behind the text: 65535 bytes at first, then at least twice as much each time.
+// False when there is no memory for it; the text is untouched.
+[[nodiscard]] bool ExtendManifestBuffer(ManifestContext& context, std::size_t more);
+
+// Forgets document, records, signature and errors; keeps library and algorithms.
+void ResetDocument(ManifestContext& context);
+
+// The wall of the flat interface: what runs out of memory inside becomes SMF_ENOMEM.
+template <typename Function>
+int Guarded(ManifestContext& context, Function&& function) {
+  try {
+    return function();
+  } catch (const std::bad_alloc&) {
+    context.errorCode = SMF_ENOMEM;
+    context.errorCategory = MANIFEST_CATEGORY_ERROR;
+    return SMF_ENOMEM;
+  }
+}
+
+}  // namespace tolven

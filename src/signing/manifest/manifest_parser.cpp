@@ -1,0 +1,188 @@
+#include "signing/manifest/manifest_parser.h"
+
+#include "signing/hash/codec.h"
+#include "signing/manifest/manifest_errors.h"
+#include "signing/manifest/manifest_format.h"
+
+namespace tolven {
+namespace {
+
+// One walk over the document. Nothing is read that was not first found to be inside the text; one spelling is
+// right, everything else ends the walk.
+class ManifestParser {
+ public:
+  ManifestParser(ManifestContext& context, const BodyLineSink& sink)
+      : m_context(context), m_text(context.text), m_sink(sink) {}
+
+  int Run() {
+    // A zero byte would let two readers see two documents.
+    if (m_text.find('\0') != std::string_view::npos) return SMF_EPARSE;
+    while (m_state != State::kDone) {
+      if (const int result = Step(); result != SMF_OK) return result;
+    }
+    return SMF_OK;
+  }
+
+ private:
+  enum class State { kMagic, kHeader, kBody, kDone };
+
+  int Step() {
+    switch (m_state) {
+      case State::kMagic:
+        return ReadMagic();
+      case State::kHeader:
+        return ReadHeaderLine();
+      case State::kBody:
+        return ReadBody();
+      case State::kDone:
+        break;
+    }
+    return SMF_OK;
+  }
+
+  // The line at m_at without its LF; false when no LF follows.
+  bool TakeLine(std::string_view& line) {
+    const std::size_t end = m_text.find('\n', m_at);
+    if (end == std::string_view::npos) return false;
+    line = m_text.substr(m_at, end - m_at);
+    m_at = end + 1;
+    return true;
+  }
+
+  int ReadMagic() {
+    std::string_view line;
+    if (!TakeLine(line) || line != kMagicLine) return SMF_EINTERNAL;
+    m_state = State::kHeader;
+    return SMF_OK;
+  }
+
+  int ReadHeaderLine() {
+    std::string_view line;
+    if (!TakeLine(line)) return SMF_EPARSE;
+    if (line.empty()) return EndHeader();
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos) return SMF_EPARSE;
+    const std::string_view key = line.substr(0, colon);
+    std::string_view value = line.substr(colon + 1);
+    if (value.starts_with(' ')) value.remove_prefix(1);
+    m_titleBefore = key == kBodyKey;
+    if (key == kHashKey) return SetHash(value);
+    if (key == kSignatureKey) return SetSignature(value);
+    return SMF_OK;
+  }
+
+  int SetHash(std::string_view name) {
+    if (m_hashSeen) return SMF_EPARSE;
+    m_hashSeen = true;
+    const int id = haGetAlgorithm(name.data(), name.size());
+    if (id == 0) return Fail(m_context, SMF_EDIGESTLIB, "Hash algorithm could not be parsed from manifest");
+    m_context.hashAlgorithm = id;
+    m_context.digestLength = haGetDigestLength(id);
+    return SMF_OK;
+  }
+
+  int SetSignature(std::string_view value) {
+    if (m_signatureSeen) return SMF_EPARSE;
+    m_signatureSeen = true;
+    const std::size_t comma = value.find(',');
+    const std::string_view format = value.substr(0, comma);
+    if (format.starts_with(kFormatPkcs7Tstamp)) {
+      m_context.signatureFormat = kFormatPkcs7Tstamp;
+    } else if (format.starts_with(kFormatPkcs7)) {
+      m_context.signatureFormat = kFormatPkcs7;
+    } else {
+      m_context.signatureFormat = format;  // the verification refuses it by name
+    }
+    m_algorithmGiven = comma != std::string_view::npos;
+    if (m_algorithmGiven) m_context.signatureAlgorithm = value.substr(comma + 1, kMaxSignatureAlgorithm);
+    return SMF_OK;
+  }
+
+  // Only behind the body title; a header cut short must not turn into a document without files.
+  int EndHeader() {
+    if (!m_titleBefore) return SMF_EPARSE;
+    if (m_signatureSeen && !m_algorithmGiven) {
+      m_context.signatureAlgorithm = haGetAlgorithmName(m_context.hashAlgorithm);
+    }
+    m_context.headerLength = m_at;
+    m_state = State::kBody;
+    return SMF_OK;
+  }
+
+  int ReadBody() {
+    if (m_at >= m_text.size()) return SMF_EPARSE;  // cut off before the empty line
+    if (m_text[m_at] != '\n') return ReadBodyLine();
+    ++m_at;
+    m_context.bodyLength = m_at - m_context.headerLength;
+    m_context.bodyEnded = true;
+    m_state = State::kDone;
+    return SMF_OK;
+  }
+
+  int ReadBodyLine() {
+    const std::size_t digits = 2 * m_context.digestLength;
+    const std::size_t nameAt = digits + 1 + kNameLengthDigits + 1;
+    const std::string_view rest = m_text.substr(m_at);
+    if (rest.size() < nameAt || rest[digits] != ' ' || rest[nameAt - 1] != ' ') return SMF_EPARSE;
+
+    std::array<std::uint8_t, kHaMaxDigestLength> digest;
+    std::array<std::uint8_t, 2> number;
+    if (haDecBase16SB(rest.data(), digits, digest.data(), digest.size(), nullptr) != HA_CODEC_OK)
+      return SMF_EPARSE;
+    if (haDecBase16SB(rest.data() + digits + 1, kNameLengthDigits, number.data(), number.size(), nullptr) !=
+        HA_CODEC_OK) {
+      return SMF_EPARSE;
+    }
+    // A signed number: what a writer can say beyond 32767 reads as negative and is no length.
+    const int length = static_cast<std::int16_t>(number[0] << 8 | number[1]);
+    if (length <= 0) return SMF_EPARSE;
+    const auto nameLength = static_cast<std::size_t>(length);
+    if (rest.size() - nameAt <= nameLength || rest[nameAt + nameLength] != '\n') return SMF_EPARSE;
+
+    m_at += nameAt + nameLength + 1;
+    return m_sink(rest.substr(nameAt, nameLength), std::span(digest).first(m_context.digestLength));
+  }
+
+  ManifestContext& m_context;
+  const std::string_view m_text;
+  const BodyLineSink& m_sink;
+  State m_state = State::kMagic;
+  std::size_t m_at = 0;
+  bool m_titleBefore = false;  // the line before this one was the body title
+  bool m_hashSeen = false;
+  bool m_signatureSeen = false;
+  bool m_algorithmGiven = false;
+};
+
+}  // namespace
+
+int ParseManifest(ManifestContext& context, const BodyLineSink& sink) {
+  return ManifestParser(context, sink).Run();
+}
+
+int ParseIntoRecords(ManifestContext& context) {
+  context.mode = ManifestMode::kRead;
+  context.files.clear();
+  context.index.Invalidate();
+  const int result =
+      ParseManifest(context, [&context](std::string_view name, std::span<const std::uint8_t> digest) {
+        context.files.push_back({std::string(name), {digest.begin(), digest.end()}, 2 * digest.size()});
+        return static_cast<int>(SMF_OK);
+      });
+  if (result != SMF_OK) context.files.clear();  // half a list would look like a whole one
+  return result;
+}
+
+int ManifestParse(ManifestContext* context, const void* text, std::size_t length) {
+  ManifestContext& c = ContextOf(context);
+  return Guarded(c, [&]() -> int {
+    if (text == nullptr) return Fail(c, SMF_EINVARG, "No signed manifest file passed");
+    std::string copy(static_cast<const char*>(text), length);  // the text may be this context's own
+    ResetDocument(c);
+    c.text = std::move(copy);
+    const int result = ParseIntoRecords(c);
+    return result == SMF_OK ? SMF_OK : Fail(c, result, "Error in manifest parser");
+  });
+}
+
+}  // namespace tolven

@@ -1,0 +1,168 @@
+#include <algorithm>
+
+#include "signing/hash/codec.h"
+#include "signing/manifest/dkv_objects.h"
+#include "signing/manifest/manifest_errors.h"
+#include "signing/manifest/manifest_format.h"
+#include "signing/manifest/manifest_trace.h"
+#include "signing/manifest/manifest_writer.h"
+#include "signing/manifest/timestamp_request.h"
+
+namespace tolven {
+namespace {
+
+constexpr char kValidationKey[] = "QELvalidation";
+
+bool IsGiven(const char* text) {
+  return text != nullptr && *text != '\0';
+}
+
+struct SigningKey {
+  std::string profile;
+  const char* password;
+};
+
+// The header, when no file was ever opened, and the empty line that ends the body.
+int EndBody(ManifestContext& context) {
+  if (const int result = WriteManifestHeader(context); result != SMF_OK) return result;
+  if (!ExtendManifestBuffer(context, 1)) {
+    return Fail(context, SMF_EPARSE, "The manifest buffer could not be extended");
+  }
+  context.text.push_back('\n');
+  ++context.bodyLength;
+  context.bodyEnded = true;
+  return SMF_OK;
+}
+
+// Signing failed: files may follow and another attempt be made.
+void ReopenBody(ManifestContext& context) {
+  --context.bodyLength;
+  context.text.resize(context.headerLength + context.bodyLength);
+  context.bodyEnded = false;
+}
+
+int MakeSignature(ManifestContext& context, const SigningKey& key, std::vector<std::uint8_t>& signature) {
+  ManifestTrace("DkvSign set signer key: %s\n", key.profile.c_str());
+  if (IsGiven(key.password)) ManifestTrace("DkvSign set password for signer key\n");
+  ManifestTrace("DkvSign set signature format : %s\n", kFormatPkcs7.data());
+  ManifestTrace("DkvSign set signature alg. : %s\n", context.signatureAlgorithm.c_str());
+
+  const DkvPtr<SigRcpDkvInfo> signer = DkvProfile(context.library, key.profile, key.password);
+  const DkvOctetstring content = DkvView(context.SignedText());
+  DkvPtr<DkvOctetstring> made;
+  const int rc = DkvCall(context.library, made, DkvLibSign, kFormatPkcs7.data(),
+                         context.signatureAlgorithm.c_str(), &content, signer.get());
+  if (rc == DKV_OK && made != nullptr) {
+    signature = DkvBytes(*made);
+    return SMF_OK;
+  }
+  context.dkvErrorCode = rc;
+  ManifestTrace("DkvSign failed with %d\n", rc);
+  Fail(context, SMF_ESIGNATURE, "Signing with the key >" + key.profile + "< failed. " + DkvReason(rc));
+  if (rc == DKV_ERR_NO_PSE) {
+    Fail(context, SMF_ESIGNATURE, "A key and its certificate are needed; the command tolven-pse makes them.");
+  }
+  return SMF_ESIGNATURE;
+}
+
+int AddTimestamp(ManifestContext& context, const SigningKey& key, const char* tsaUrl, const char* proxyUrl,
+                 std::vector<std::uint8_t>& signature) {
+  SmfTimestampRequest request;
+  request.library = context.library;
+  request.signature = std::move(signature);
+  request.pse = key.profile;
+  request.password = key.password == nullptr ? "" : key.password;
+  request.tsaUrl = tsaUrl == nullptr ? "" : tsaUrl;
+  request.proxyUrl = proxyUrl == nullptr ? "" : proxyUrl;
+  if (SmfUtilTimestampRequest(request) != SMF_OK) {
+    context.dkvErrorCode = request.dkvErrorCode;
+    return Fail(context, SMF_ESIGNATURE, request.errorText);
+  }
+  signature = std::move(request.stamped);
+  return SMF_OK;
+}
+
+// Room for the block of a signature of n bytes, with plenty to spare.
+constexpr std::size_t BlockSize(std::size_t n) {
+  const std::size_t groups = (n + 4) / 3;
+  return (groups * 4 / 64 + groups * 2 + 28) * 2;
+}
+
+int AppendSignatureBlock(ManifestContext& context, std::span<const std::uint8_t> signature) {
+  std::string& text = context.text;
+  const std::size_t start = text.size();
+  const std::size_t textStart = start + kSignatureBegin.size();
+  std::size_t room = BlockSize(signature.size());
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    if (!ExtendManifestBuffer(context, room)) break;
+    text.resize(start + room);
+    std::size_t written = 0;
+    const int result = haEncBase64SB(signature.data(), signature.size(), kSignatureBase64Mode, kSignatureLine,
+                                     "\n", text.data() + textStart, room - kSignatureBegin.size(), &written);
+    if (result == HA_CODEC_OK) {
+      std::copy(kSignatureBegin.begin(), kSignatureBegin.end(),
+                text.begin() + static_cast<std::ptrdiff_t>(start));
+      text.resize(textStart + written);  // the end marker goes over the encoder's zero byte
+      text.append(kSignatureEnd);
+      return SMF_OK;
+    }
+    text.resize(start);
+    if (result != HA_CODEC_ESIZE) break;
+    room += text.size();
+  }
+  return Fail(context, SMF_EENCODE, "Error in Base64 Encoder. Buffer too small");
+}
+
+int SignBody(ManifestContext& context, const SigningKey& key, const char* tsaUrl, const char* proxyUrl) {
+  std::vector<std::uint8_t> signature;
+  int result = MakeSignature(context, key, signature);
+  if (result == SMF_OK && context.signatureFormat == kFormatPkcs7Tstamp) {
+    result = AddTimestamp(context, key, tsaUrl, proxyUrl, signature);
+  }
+  return result == SMF_OK ? AppendSignatureBlock(context, signature) : result;
+}
+
+int Sign(ManifestContext& context, const char* signerName, const char* pse, const char* password,
+         const char* tsaUrl, const char* proxyUrl) {
+  if (context.mode != ManifestMode::kWrite) {
+    return Fail(context, SMF_ERROR, "Manifest context is not ready to sign (read mode)");
+  }
+  if (context.bodyEnded || context.fileOpen) {
+    return Fail(context, SMF_ERROR, "Manifest context is not ready to sign");
+  }
+  if (context.library == nullptr) return Fail(context, SMF_EINIT, "Manifest context is not initialized");
+  const char* signer = IsGiven(signerName) ? signerName : kValidationKey;
+  const SigningKey key{IsGiven(pse) ? pse : signer, password};
+  if (const int result = EndBody(context); result != SMF_OK) return result;
+  const int result = SignBody(context, key, tsaUrl, proxyUrl);
+  if (result != SMF_OK) ReopenBody(context);
+  return result;
+}
+
+}  // namespace
+
+int ManifestLocalSign(ManifestContext* context, const char* signerName, const char* pse, const char* password,
+                      const char* tsaUrl, const char* proxyUrl) {
+  ManifestContext& c = ContextOf(context);
+  return Guarded(c, [&] { return Sign(c, signerName, pse, password, tsaUrl, proxyUrl); });
+}
+
+int ManifestSign(ManifestContext* context, const char* signerName, const char* pse, const char* password,
+                 char* output, std::size_t outputSize, std::size_t* written, const char* tsaUrl,
+                 const char* proxyUrl) {
+  ManifestContext& c = ContextOf(context);
+  return Guarded(c, [&]() -> int {
+    if (output == nullptr || written == nullptr) {
+      return Fail(c, SMF_EINVARG, "Output buffer for manifest file is null");
+    }
+    *written = 0;
+    if (const int result = Sign(c, signerName, pse, password, tsaUrl, proxyUrl); result != SMF_OK)
+      return result;
+    if (c.text.size() > outputSize) return Fail(c, SMF_EINVARG, "Output buffer for manifest file too small");
+    std::copy(c.text.begin(), c.text.end(), output);
+    *written = c.text.size();
+    return SMF_OK;
+  });
+}
+
+}  // namespace tolven

@@ -1,0 +1,201 @@
+// Records against files and against other records.
+
+#include <gtest/gtest.h>
+
+#include "manifest/document.h"
+#include "support/scratch.h"
+
+namespace tolven {
+namespace {
+
+using test::AddFiles;
+using test::NamedContent;
+
+// A context in read mode that lists these files.
+ManifestContextPtr Listing(const std::vector<NamedContent>& files) {
+  const ManifestContextPtr writer = ManifestMakeContext();
+  AddFiles(writer.get(), files);
+  const std::string text =
+      (files.empty() ? test::kHeader : std::string(ManifestGetText(writer.get()))) + "\n";
+  ManifestContextPtr reader = ManifestMakeContext();
+  EXPECT_EQ(test::Parse(reader.get(), text), SMF_OK);
+  return reader;
+}
+
+int Check(ManifestContext* context, const NamedContent& file) {
+  if (const int result = ManifestOpenFile(context, file.first.data(), file.first.size()); result != SMF_OK)
+    return result;
+  EXPECT_EQ(ManifestUpdateFile(context, file.second.data(), file.second.size()), SMF_OK);
+  return ManifestCloseFile(context);
+}
+
+TEST(ManifestCheck, NthFileOfANameAnswersToTheNthRecord) {
+  const ManifestContextPtr context = Listing({{"x", "one"}, {"y", "other"}, {"x", "two"}});
+  EXPECT_EQ(Check(context.get(), {"x", "one"}), SMF_OK);
+  EXPECT_EQ(Check(context.get(), {"x", "two"}), SMF_OK);
+  EXPECT_EQ(ManifestCheckAllMet(context.get()), SMF_EFILENOTFOUND);
+  EXPECT_NE(ManifestGetLastError(context.get()).find(">y<"), std::string::npos);
+  EXPECT_EQ(Check(context.get(), {"y", "other"}), SMF_OK);
+  EXPECT_EQ(ManifestCheckAllMet(context.get()), SMF_OK);
+  EXPECT_EQ(Check(context.get(), {"x", "one"}), SMF_EFILENOTFOUND) << "a third x is not listed";
+
+  ManifestRewindFiles(context.get());
+  EXPECT_EQ(Check(context.get(), {"x", "two"}), SMF_EDIGEST) << "they must not change places";
+  EXPECT_EQ(Check(context.get(), {"x", "one"}), SMF_EDIGEST);
+}
+
+TEST(ManifestCheck, PassedAndAbandonedFilesCountAsMet) {
+  const ManifestContextPtr context = Listing({{"x", "one"}, {"x", "two"}, {"x", "three"}});
+  EXPECT_EQ(ManifestPassFile(context.get(), "x", 1), SMF_OK);
+  ASSERT_EQ(ManifestOpenFile(context.get(), "x", 1), SMF_OK);
+  ManifestAbandonFile(context.get());
+  EXPECT_EQ(Check(context.get(), {"x", "three"}), SMF_OK);
+  EXPECT_EQ(ManifestCheckAllMet(context.get()), SMF_OK);
+  EXPECT_EQ(ManifestPassFile(context.get(), "x", 1), SMF_EFILENOTFOUND);
+  EXPECT_EQ(ManifestGetFileCounter(context.get()), 3u);
+}
+
+TEST(ManifestCheck, FailuresAreErrorsWhateverWasWarnedBefore) {
+  const ManifestContextPtr context = Listing({{"x", "one"}});
+  EXPECT_EQ(Check(context.get(), {"X", "one"}), SMF_EFILENOTFOUND);
+  EXPECT_EQ(ManifestGetLastError(context.get()), "File>X< was not found in manifest");
+  EXPECT_EQ(Check(context.get(), {"x", "onf"}), SMF_EDIGEST);
+  EXPECT_EQ(ManifestLastErrorCode(context.get()), SMF_EDIGEST);
+  EXPECT_STREQ(ManifestGetErrorCategoryName(context.get()), "ERROR");
+}
+
+struct CompareCase {
+  const char* what;
+  std::vector<NamedContent> internal;
+  std::vector<NamedContent> external;
+  int code;
+  const char* text;
+};
+
+TEST(ManifestCompare, Table) {
+  const std::vector<NamedContent> ab = {{"a", "1"}, {"b", "2"}};
+  const CompareCase rows[] = {{"equal", ab, ab, SMF_OK, ""},
+                              {"empty", {}, {}, SMF_OK, ""},
+                              {"another order", ab, {{"b", "2"}, {"a", "1"}}, SMF_OK, ""},
+                              {"digest",
+                               ab,
+                               {{"a", "1"}, {"b", "3"}},
+                               SMF_EDIGEST,
+                               "External manifest file >b< digest is different to internal manifest"},
+                              {"name",
+                               ab,
+                               {{"a", "1"}, {"c", "2"}},
+                               SMF_EFILENOTFOUND,
+                               "External file >c< was not found in the internal manifest"},
+                              {"one less",
+                               ab,
+                               {{"a", "1"}},
+                               SMF_EBODY_NOT_EQUAL,
+                               "Incompatible content length of the internal(145) and external(73) "
+                               "manifest\nThe manifest content is not equal"},
+                              {"swapped twins",
+                               {{"a", "1"}, {"a", "2"}},
+                               {{"a", "2"}, {"a", "1"}},
+                               SMF_EDIGEST,
+                               "External manifest file >a< digest is different to internal manifest"},
+                              {"doubled",
+                               ab,
+                               {{"a", "1"}, {"a", "1"}},
+                               SMF_EFILENOTFOUND,
+                               "External file >a< was not found in the internal manifest"}};
+  for (const CompareCase& row : rows) {
+    const ManifestContextPtr internal = Listing(row.internal);
+    const ManifestContextPtr external = Listing(row.external);
+    EXPECT_EQ(ManifestCompare(internal.get(), external.get()), row.code) << row.what;
+    EXPECT_EQ(ManifestGetLastError(internal.get()), row.text) << row.what;
+  }
+}
+
+TEST(ManifestCompare, CountAndAlgorithm) {
+  // Two short records are as long as one with a longer name.
+  const ManifestContextPtr two = Listing({{"a", "1"}, {"b", "2"}});
+  const ManifestContextPtr one = Listing({{"a", "1"}, {"b", "2"}});
+  const ManifestContextPtr crc = ManifestMakeContext();
+  ASSERT_EQ(test::Parse(crc.get(), "QEL-MANIFEST\nHash: CRC32\nBody: \n\n\n"), SMF_OK);
+  EXPECT_EQ(ManifestCompare(two.get(), crc.get()), SMF_EBODY_NOT_EQUAL);
+  EXPECT_TRUE(ManifestGetLastError(two.get()).starts_with("The file hash algorithms are not equal\n"));
+  EXPECT_EQ(ManifestCompare(nullptr, one.get()), SMF_EINVARG);
+  EXPECT_EQ(ManifestGetLastError(nullptr), "Invalid null argument passed for the manifest handle");
+  ManifestClose(nullptr);
+
+  const std::string longName(73, 'n');  // a line of 144 bytes, as two lines with names of one byte
+  const ManifestContextPtr internal = Listing({{"a", "1"}, {"b", "2"}});
+  const ManifestContextPtr longer = Listing({{longName, "1"}});
+  EXPECT_EQ(ManifestCompare(longer.get(), internal.get()), SMF_EFILENOTFOUND);
+}
+
+TEST(ManifestCompare, ExternalFile) {
+  test::Scratch scratch;
+  const ManifestContextPtr internal = Listing({{"a b", "abc"}});
+  const std::string good = scratch.Write("good.smf", test::kSmallDocument);
+  EXPECT_EQ(ManifestVerifyBody(internal.get(), good.c_str()), SMF_OK) << ManifestGetLastError(internal.get());
+  const std::string withBlock = scratch.Write("signed.smf", test::kSmallDocument + test::Block("AAAA"));
+  EXPECT_EQ(ManifestVerifyBody(internal.get(), withBlock.c_str()), SMF_OK);
+  EXPECT_EQ(ManifestGetFileCounter(internal.get()), 1u);
+
+  struct Row {
+    std::string name;
+    int code;
+    std::string text;
+  };
+  const std::string bad = scratch.Write("bad.smf", "QEL-MANIFEST\n");
+  const std::string missing = scratch.File("missing");
+  scratch.Run("mkfifo pipe");
+  for (const Row& row : {Row{"", SMF_EINVARG, "Invalid null argument passed for the manifest file name"},
+                         Row{bad, SMF_EPARSE, "Error while parsing the external manifest"},
+                         Row{missing, SMF_EFILENOTFOUND,
+                             "External manifest file >" + missing +
+                                 "< could not be opened. System error code >2< >No such file or directory<"},
+                         Row{scratch.File("pipe"), SMF_EFILENOTFOUND,
+                             "External manifest file >" + scratch.File("pipe") +
+                                 "< could not be opened. System error code >22< >Invalid argument<"}}) {
+    const ManifestContextPtr context = Listing({{"a b", "abc"}});
+    EXPECT_EQ(ManifestVerifyBody(context.get(), row.name.c_str()), row.code);
+    EXPECT_EQ(ManifestGetLastError(context.get()), row.text);
+  }
+}
+
+TEST(ManifestCompare, DocumentThatIsStillBeingBuilt) {
+  const ManifestContextPtr building = ManifestMakeContext();
+  AddFiles(building.get(), {{"a", "1"}, {"a", "2"}});
+  EXPECT_EQ(ManifestCompare(building.get(), Listing({{"a", "1"}, {"a", "2"}}).get()), SMF_OK)
+      << ManifestGetLastError(building.get());
+}
+
+TEST(ManifestLookup, ExactAndPartial) {
+  const ManifestContextPtr context = Listing({{"dir/abc", "abc"}, {"xyz", ""}, {"dir/xyz", "1"}});
+  std::span<const std::uint8_t> digest;
+  ASSERT_EQ(ManifestGetFile(context.get(), "xyz", 3, &digest), SMF_OK);
+  ASSERT_EQ(digest.size(), 32u);
+  EXPECT_EQ(digest[0], 0xe3) << "the exact name first";
+  EXPECT_EQ(ManifestGetFileLength(context.get(), "xyz", 3), 64u);
+  EXPECT_EQ(ManifestGetFileLength(context.get(), "xy", 2), 0u);
+  ASSERT_EQ(ManifestGetFile(context.get(), "abc", 3, &digest, true), SMF_OK);
+  EXPECT_EQ(digest[0], 0xba);
+  EXPECT_EQ(ManifestGetFile(context.get(), "bc", 2, &digest, true), SMF_EFILENOTFOUND);
+  EXPECT_EQ(ManifestGetLastError(context.get()),
+            "File(partial search)>bc< was not found in manifest\nFile not found in manifest");
+  EXPECT_TRUE(digest.empty());
+}
+
+TEST(ManifestErrors, NamesOfCodesAndMissingNames) {
+  EXPECT_STREQ(ManifestErrorName(SMF_EBODY_NOT_EQUAL), "SMF_EBODY_NOT_EQUAL");
+  EXPECT_STREQ(ManifestErrorName(27), "SMF_UNKNOWN_ERROR");
+  const ManifestContextPtr context = ManifestMakeContext();
+  EXPECT_STREQ(ManifestGetErrorCategoryName(context.get()), "");
+  std::string name = "old";
+  EXPECT_EQ(ManifestSignatureSubject(context.get(), &name), SMF_ERROR);
+  EXPECT_EQ(name, "");
+  EXPECT_EQ(ManifestSignatureIssuer(context.get(), &name), SMF_ERROR);
+  EXPECT_EQ(ManifestGetLastError(context.get()),
+            "No subject name available, because an error occurred before\n"
+            "No issuer name available, because an error occurred before");
+}
+
+}  // namespace
+}  // namespace tolven

@@ -1,0 +1,85 @@
+#include <gtest/gtest.h>
+
+#include "manifest/document.h"
+#include "support/scratch.h"
+
+namespace tolven {
+namespace {
+
+using test::AddFiles;
+
+TEST(ManifestWriter, DocumentByteForByte) {
+  const ManifestContextPtr context = ManifestMakeContext();
+  AddFiles(context.get(), {{"a b", "abc"}, {"dir/empty", ""}});
+  EXPECT_EQ(ManifestGetText(context.get()),
+            test::kHeader + test::kAbcLine +
+                "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855 0009 dir/empty\n");
+  EXPECT_EQ(ManifestGetFileCounter(context.get()), 2u);
+  EXPECT_EQ(ManifestGetSignedText(context.get()), "") << "the body is not ended yet";
+}
+
+TEST(ManifestWriter, DigestsAgreeWithSha256sum) {
+  test::Scratch scratch;
+  const std::string content(200000, 'x');
+  scratch.Write("file", content);
+  const std::string expected = scratch.Run("sha256sum file").substr(0, 64);
+  const ManifestContextPtr context = ManifestMakeContext();
+  ASSERT_EQ(ManifestOpenFile(context.get(), "file", 4), SMF_OK);
+  for (std::size_t at = 0; at < content.size(); at += 65536) {
+    const std::string_view piece = std::string_view(content).substr(at, 65536);
+    ASSERT_EQ(ManifestUpdateFile(context.get(), piece.data(), piece.size()), SMF_OK);
+  }
+  ASSERT_EQ(ManifestCloseFile(context.get()), SMF_OK);
+  EXPECT_NE(ManifestGetText(context.get()).find(expected + " 0004 file\n"), std::string_view::npos);
+}
+
+TEST(ManifestWriter, LongestNameAndTheBufferBeyondIt) {
+  const std::string name(65535, 'n');
+  const ManifestContextPtr context = ManifestMakeContext();
+  AddFiles(context.get(), {{name, "abc"}});
+  EXPECT_TRUE(ManifestGetText(context.get()).ends_with(" ffff " + name + "\n"));
+  const std::string longer(65536, 'n');
+  EXPECT_EQ(ManifestOpenFile(context.get(), longer.data(), longer.size()), SMF_EINVARG);
+}
+
+TEST(ManifestWriter, MisuseIsRefusedAndRecorded) {
+  const ManifestContextPtr context = ManifestMakeContext();
+  EXPECT_EQ(ManifestOpenFile(context.get(), nullptr, 3), SMF_EINVARG);
+  EXPECT_EQ(ManifestGetLastError(context.get()), "Invalid empty input file name passed");
+  EXPECT_EQ(ManifestOpenFile(context.get(), "", 0), SMF_EINVARG);
+  EXPECT_EQ(ManifestOpenFile(context.get(), "a\0b", 3), SMF_EINVARG);
+  EXPECT_EQ(ManifestUpdateFile(context.get(), "x", 1), SMF_EINVARG);
+  EXPECT_EQ(ManifestCloseFile(context.get()), SMF_EINVARG);
+  EXPECT_EQ(ManifestGetText(context.get()), "") << "no refused call may leave a trace in the document";
+  ASSERT_EQ(ManifestOpenFile(context.get(), "a", 1), SMF_OK);
+  EXPECT_EQ(ManifestOpenFile(context.get(), "b", 1), SMF_EINVARG);
+  EXPECT_EQ(ManifestUpdateFile(context.get(), nullptr, 1), SMF_EDIGESTLIB);
+  EXPECT_NE(ManifestGetLastError(context.get()).find("\nError in haUpdate 1"), std::string::npos);
+}
+
+TEST(ManifestWriter, AbandonedFileLeavesNoLine) {
+  const ManifestContextPtr context = ManifestMakeContext();
+  AddFiles(context.get(), {{"a b", "abc"}});
+  ASSERT_EQ(ManifestOpenFile(context.get(), "gone", 4), SMF_OK);
+  ManifestAbandonFile(context.get());
+  EXPECT_EQ(ManifestGetText(context.get()), test::kHeader + test::kAbcLine);
+  EXPECT_EQ(ManifestGetFileCounter(context.get()), 1u);
+}
+
+TEST(ManifestWriter, NullHandleIsTheProcessWideContext) {
+  AddFiles(nullptr, {{"a b", "abc"}});
+  EXPECT_EQ(ManifestGetFileCounter(nullptr), 1u);
+  EXPECT_EQ(ManifestGetText(nullptr), test::kHeader + test::kAbcLine);
+  ManifestClose(nullptr);
+  EXPECT_EQ(ManifestGetText(nullptr), "");
+}
+
+TEST(ManifestWriter, SigningNeedsALibrary) {
+  const ManifestContextPtr context = ManifestMakeContext();
+  AddFiles(context.get(), {{"a b", "abc"}});
+  EXPECT_EQ(ManifestLocalSign(context.get(), nullptr, nullptr, nullptr, nullptr, nullptr), SMF_EINIT);
+  EXPECT_EQ(ManifestGetErrorCategory(context.get()), MANIFEST_CATEGORY_ERROR);
+}
+
+}  // namespace
+}  // namespace tolven
