@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 std::string Listing(const fs::path& root) {
   std::vector<std::string> names;
   for (const auto& entry : fs::recursive_directory_iterator(root)) {
-    std::string name = fs::relative(entry.path(), root).string();
+    std::string name = entry.path().lexically_relative(root).string();
     if (entry.is_symlink()) name += "->" + fs::read_symlink(entry.path()).string();
     names.push_back(name);
   }
