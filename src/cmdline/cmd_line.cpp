@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "cmdline/option_table.h"
+#include "fileio/utils.h"
 #include "report/except.h"
 #include "report/run_status.h"
 
@@ -128,6 +129,21 @@ bool CCmdLine::ParseLongOption(const LongOption& option, char* next) {
       return false;
   }
   return false;
+}
+
+void CCmdLine::AnchorFileOptions(const std::string& directory) {
+  if (directory.empty()) return;
+  constexpr const char* CmdOptions::*kOptions[] = {&CmdOptions::key, &CmdOptions::securityLibrary,
+                                                   &CmdOptions::crlFile, &CmdOptions::manifestFile};
+  for (const char* CmdOptions::*option : kOptions) {
+    const char*& text = m_options.*option;
+    if (text == nullptr || text[0] == '/' || text[0] == '\0') continue;
+    const bool mayBeName = option == &CmdOptions::key || option == &CmdOptions::securityLibrary;
+    std::string anchored = directory + "/" + text;
+    const bool isFile = option == &CmdOptions::key && CUtils::ExistsFile(anchored);
+    if (mayBeName && std::strchr(text, '/') == nullptr && !isFile) continue;
+    text = m_anchored.emplace_back(std::move(anchored)).c_str();
+  }
 }
 
 // Other users read the arguments of every process.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <list>
 #include <map>
 #include <memory>
 #include <string>
@@ -73,8 +74,8 @@ class CCmdLine {
   // Ends the singleton; the next GetTheCmdLine makes a fresh one.
   static void Destroy();
 
-  // Parses argv[1..argc-1], which must outlive the object; throws CExcept at the first error. The text of -pwd is copied, kept by the object,
-  // and overwritten in `argv`.
+  // Parses argv[1..argc-1], which must outlive the object; throws CExcept at the first error. The text of -pwd is
+  // copied, kept by the object, and overwritten in `argv`.
   void SetOptions(int argc, char** argv);
   // Stores the argument of option `optionName` in `target`; throws 18 (given twice) or 19 (no argument).
   static void GetOptionArg(const char*& target, const char* arg, const char* optionName);
@@ -82,6 +83,9 @@ class CCmdLine {
   const CmdOptions& Options() const { return m_options; }
   // For the embedded entry, which sets options without arguments.
   CmdOptions& MutableOptions() { return m_options; }
+  // Makes the files of the signing options mean what they meant in `directory`, before -C leads away from it. A
+  // key without "/" is anchored only when it is a file there: else it is a name.
+  void AnchorFileOptions(const std::string& directory);
   // Back to the state after construction.
   void Reset();
 
@@ -118,6 +122,7 @@ class CCmdLine {
 
   CmdOptions m_options;
   std::string m_password;
+  std::list<std::string> m_anchored;  // what anchored options point to
   bool m_archivesParsed = false;
   std::vector<std::string> m_archives;
   std::vector<std::string> m_names;

@@ -33,9 +33,10 @@ std::string WithWildcard(const std::string& directory) {
 
 void CCreate::Execute() {
   const CmdOptions& options = m_pProcessor->Options();
-  errno = 0;
-  if (options.sourceDir != nullptr && !CWorkingDirectory::Enter(options.sourceDir)) {
-    throw CChgDirExcept(options.sourceDir);
+  if (options.sourceDir != nullptr) {
+    m_pProcessor->CmdLine().AnchorFileOptions(m_pProcessor->StartDirectory());
+    errno = 0;
+    if (!CWorkingDirectory::Enter(options.sourceDir)) throw CChgDirExcept(options.sourceDir);
   }
   const CEntryServices services(*m_pProcessor);
   bool needsHeader = false;
