@@ -1,0 +1,131 @@
+#include "oldarchive/old_extract.h"
+
+#include <cerrno>
+#include <vector>
+
+#include "fileio/extract_root.h"
+#include "oldarchive/old_decompress.h"
+#include "oldarchive/old_messages.h"
+#include "oldarchive/old_paths.h"
+#include "oldarchive/old_target.h"
+#include "report/run_status.h"
+
+namespace tolven {
+namespace {
+
+// Decodes without a target and compares; a checksum of 0 means that none was stored.
+bool CompareChecksum(const FileInfo& info, std::uint64_t checksum, int* error, std::string* text) {
+  if (info.checksum == 0 || info.checksum == checksum) return true;
+  return SetErrorMessage(error, text, OLD_CHECKSUM, info.name);
+}
+
+bool TestEntry(AppData& app, const FileInfo& info, int* error, std::string* text) {
+  if (app.verbose) PrintLine("t " + info.target);
+  if (info.IsDirectory()) return true;
+  std::uint64_t checksum = 0;
+  return Decompress(app, info, nullptr, std::string(), checksum, error, text) &&
+         CompareChecksum(info, checksum, error, text);
+}
+
+// One extraction below the current directory.
+class Extraction {
+ public:
+  explicit Extraction(AppData& app) : m_app(app), m_root(app.paths.validate) {}
+
+  [[nodiscard]] bool Start(int* error, std::string* text) const;
+  [[nodiscard]] bool ExtractEntry(const FileInfo& info, int* error, std::string* text);
+  // Dates and modes of the directories, innermost first: while files were added they could not be set.
+  [[nodiscard]] bool FinishDirectories(int* error, std::string* text);
+
+ private:
+  struct DirectoryRecord {
+    std::string path;
+    std::int64_t mtime;
+    std::uint32_t mode;
+    bool setMode;
+  };
+
+  bool ExtractDirectory(const FileInfo& info, const std::string& path, int* error, std::string* text);
+  bool ExtractFile(const FileInfo& info, const std::string& path, int* error, std::string* text);
+
+  AppData& m_app;
+  CExtractRoot m_root;
+  std::vector<DirectoryRecord> m_directories;
+};
+
+bool Extraction::Start(int* error, std::string* text) const {
+  return m_root.IsOpen() || SetErrorMessage(error, text, OLD_GETCWD, std::string());
+}
+
+bool Extraction::ExtractEntry(const FileInfo& info, int* error, std::string* text) {
+  std::string path;
+  if (!CreateFilename(m_app.paths, info, path)) return SetErrorMessage(error, text, OLD_FILENAME, info.name);
+  if (m_app.verbose) PrintLine("x " + path);
+  return info.IsDirectory() ? ExtractDirectory(info, path, error, text) : ExtractFile(info, path, error, text);
+}
+
+bool Extraction::ExtractDirectory(const FileInfo& info, const std::string& path, int* error,
+                                  std::string* text) {
+  if (path == ".") return true;  // the place that is extracted to stays as its owner made it
+  bool created = false;
+  std::string failed;
+  errno = 0;
+  if (!m_root.MakeDirectory(path, created, failed)) return DirectoryFailure(failed, error, text);
+  m_directories.push_back(
+      {path, info.mtime, info.mode & kOldModePermissions, created || m_app.changeDirModes});
+  return true;
+}
+
+bool Extraction::ExtractFile(const FileInfo& info, const std::string& path, int* error, std::string* text) {
+  OldTarget target(m_root, path);
+  if (!target.Create(error, text)) return false;
+  // What was decoded is what was written, so the sum over the output stands for the file read back.
+  std::uint64_t checksum = 0;
+  if (!Decompress(m_app, info, &target.Stream(), path, checksum, error, text)) return false;
+  if (m_app.compareChecksums && !CompareChecksum(info, checksum, error, text)) return false;
+  return target.Commit(info, error, text);
+}
+
+bool Extraction::FinishDirectories(int* error, std::string* text) {
+  for (auto record = m_directories.rbegin(); record != m_directories.rend(); ++record) {
+    errno = 0;
+    if (!m_root.SetDirectoryDate(record->path, record->mtime)) {
+      return SetErrorMessage(error, text, OLD_DIR_DATE, record->path);
+    }
+    if (record->setMode && !m_root.SetDirectoryMode(record->path, record->mode)) {
+      return SetErrorMessage(error, text, OLD_DIR_MODE, record->path);
+    }
+  }
+  return true;
+}
+
+template <typename Handle>
+bool WalkSelected(AppData& app, Handle handle) {
+  for (const FileInfo& info : app.files) {
+    if (!DoesFilenameMatch(app.names, info)) continue;
+    if (!handle(info)) return false;
+    ReportEntry(app, info);
+  }
+  return true;
+}
+
+bool ExtractAll(AppData& app, int* error, std::string* text) {
+  Extraction extraction(app);
+  if (!extraction.Start(error, text)) return false;
+  const bool complete =
+      WalkSelected(app, [&](const FileInfo& info) { return extraction.ExtractEntry(info, error, text); });
+  // After a failure the directories are finished as well, but that failure is the one to report.
+  return complete ? extraction.FinishDirectories(error, text)
+                  : extraction.FinishDirectories(nullptr, nullptr) && false;
+}
+
+}  // namespace
+
+int ExtractArchiveFiles(AppData& app, int* error, std::string* text) {
+  return WithoutExceptions(error, text, [&] {
+    if (app.command == 'x') return ExtractAll(app, error, text);
+    return WalkSelected(app, [&](const FileInfo& info) { return TestEntry(app, info, error, text); });
+  });
+}
+
+}  // namespace tolven
