@@ -4,11 +4,17 @@
 
 namespace tolven {
 
-bool FileInfo::HasData() const { return !IsDirectory() && compressedLength >= CS_HEAD_SIZE; }
+bool FileInfo::HasData() const {
+  return !IsDirectory() && compressedLength >= CS_HEAD_SIZE;
+}
 
-std::unique_ptr<AppData> InitAppData() { return std::make_unique<AppData>(); }
+std::unique_ptr<AppData> InitAppData() {
+  return std::make_unique<AppData>();
+}
 
-void FreeAppData(std::unique_ptr<AppData>& app) { app.reset(); }
+void FreeAppData(std::unique_ptr<AppData>& app) {
+  app.reset();
+}
 
 void ReportEntry(AppData& app, const FileInfo& info) {
   ++app.processed;

@@ -6,8 +6,8 @@
 
 namespace tolven {
 
-// Extracts or tests one archive of the older format, as the command code says. What CExtract hands an archive to
-// that is none of the current format.
+// Extracts or tests one archive of the older format, as the command code says. What CExtract hands an archive
+// to that is none of the current format.
 class CExtractOld : public CCommand {
  public:
   // `processor` must outlive the object.

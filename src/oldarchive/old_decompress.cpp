@@ -50,11 +50,11 @@ class EntryDecoder {
   bool ReadStream(std::span<std::uint8_t> bytes);
 
   AppData& m_app;
-  std::uint64_t m_remaining;       // of the compressed length, not yet read
-  std::uint64_t m_position = 0;    // in the stream, of the next byte read
-  std::uint64_t m_declared = 0;    // uncompressed length, from the stream header
+  std::uint64_t m_remaining;     // of the compressed length, not yet read
+  std::uint64_t m_position = 0;  // in the stream, of the next byte read
+  std::uint64_t m_declared = 0;  // uncompressed length, from the stream header
   std::uint64_t m_produced = 0;
-  int m_result = CS_OK;            // of the last engine call
+  int m_result = CS_OK;  // of the last engine call
   std::span<const std::uint8_t> m_input;
   std::array<std::uint8_t, kPiece> m_inputBuffer;
   std::array<std::uint8_t, kPiece> m_outputBuffer;
@@ -93,7 +93,8 @@ bool EntryDecoder::Refill() {
 std::span<const std::uint8_t> EntryDecoder::Next(int& failure) {
   failure = OLD_DECOMPRESS;
   while (m_result != CS_END_OF_STREAM) {
-    // While the engine has output pending, the rest of the piece is fed again, even when nothing is left of it.
+    // While the engine has output pending, the rest of the piece is fed again, even when nothing is left of
+    // it.
     if (m_result != CS_END_OUTBUFFER) {
       if (m_result == CS_END_INBUFFER && InputIsUsedUp()) return {};  // the end of the stream is missing
       if (m_input.empty() && m_remaining > 0 && !Refill()) {
@@ -126,8 +127,8 @@ std::span<const std::uint8_t> EntryDecoder::Next(int& failure) {
 void DecideScramble(AppData& app) {
   if (app.scramble != Scramble::kUndecided) return;
   app.scramble = Scramble::kOff;
-  const auto first = std::find_if(app.files.begin(), app.files.end(),
-                                  [](const FileInfo& info) { return info.HasData(); });
+  const auto first =
+      std::find_if(app.files.begin(), app.files.end(), [](const FileInfo& info) { return info.HasData(); });
   if (first == app.files.end() || !LiesInFile(app, *first)) return;
 
   StreamHeader header;

@@ -61,7 +61,8 @@ bool Extraction::ExtractEntry(const FileInfo& info, int* error, std::string* tex
   std::string path;
   if (!CreateFilename(m_app.paths, info, path)) return SetErrorMessage(error, text, OLD_FILENAME, info.name);
   if (m_app.verbose) PrintLine("x " + path);
-  return info.IsDirectory() ? ExtractDirectory(info, path, error, text) : ExtractFile(info, path, error, text);
+  return info.IsDirectory() ? ExtractDirectory(info, path, error, text)
+                            : ExtractFile(info, path, error, text);
 }
 
 bool Extraction::ExtractDirectory(const FileInfo& info, const std::string& path, int* error,
@@ -87,16 +88,20 @@ bool Extraction::ExtractFile(const FileInfo& info, const std::string& path, int*
 }
 
 bool Extraction::FinishDirectories(int* error, std::string* text) {
+  bool complete = true;
+  const auto fail = [&](int code, const std::string& path) {
+    // One that cannot be finished keeps none of the others from it; the first is the one to report.
+    if (complete) SetErrorMessage(error, text, code, path);
+    complete = false;
+  };
   for (auto record = m_directories.rbegin(); record != m_directories.rend(); ++record) {
     errno = 0;
-    if (!m_root.SetDirectoryDate(record->path, record->mtime)) {
-      return SetErrorMessage(error, text, OLD_DIR_DATE, record->path);
-    }
+    if (!m_root.SetDirectoryDate(record->path, record->mtime)) fail(OLD_DIR_DATE, record->path);
     if (record->setMode && !m_root.SetDirectoryMode(record->path, record->mode)) {
-      return SetErrorMessage(error, text, OLD_DIR_MODE, record->path);
+      fail(OLD_DIR_MODE, record->path);
     }
   }
-  return true;
+  return complete;
 }
 
 template <typename Handle>
@@ -114,9 +119,10 @@ bool ExtractAll(AppData& app, int* error, std::string* text) {
   if (!extraction.Start(error, text)) return false;
   const bool complete =
       WalkSelected(app, [&](const FileInfo& info) { return extraction.ExtractEntry(info, error, text); });
-  // After a failure the directories are finished as well, but that failure is the one to report.
-  return complete ? extraction.FinishDirectories(error, text)
-                  : extraction.FinishDirectories(nullptr, nullptr) && false;
+  if (complete) return extraction.FinishDirectories(error, text);
+  // The failure of the walk is the one to report.
+  static_cast<void>(extraction.FinishDirectories(nullptr, nullptr));
+  return false;
 }
 
 }  // namespace

@@ -126,8 +126,8 @@ HeaderParser::State HeaderParser::TakeLine() {
   return State::kFormatError;
 }
 
-// The data of the entries lies back to back in the order of the lines. Lengths below 8 hold no stream, but they
-// take up their bytes all the same. A sum that no file could hold is a damaged header.
+// The data of the entries lies back to back in the order of the lines. Lengths below 8 hold no stream, but
+// they take up their bytes all the same. A sum that no file could hold is a damaged header.
 HeaderParser::State HeaderParser::PlaceEntries() {
   std::uint64_t position = m_consumed;
   for (FileInfo& info : m_files) {

@@ -16,8 +16,8 @@ namespace tolven {
 //   F NAME MODE COMPRESSED SIZE MTIME CHECKSUM     one line an entry, 'F' file or 'D' directory
 //   #                                              ends the header; the data starts behind its newline
 //
-// MODE is octal, the others decimal, MTIME may be negative, CHECKSUM may be missing. A writer pads the fields to
-// 5, 10, 9, 10 and 10 columns; these are minimum widths, so a wider number only makes the line longer.
+// MODE is octal, the others decimal, MTIME may be negative, CHECKSUM may be missing. A writer pads the fields
+// to 5, 10, 9, 10 and 10 columns; these are minimum widths, so a wider number only makes the line longer.
 enum class OldLine { kEntry, kFormatError, kTimeError };
 
 // Reads one entry line (no newline in it) into `info`, position and target excepted. kTimeError: MTIME is a

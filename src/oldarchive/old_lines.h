@@ -6,8 +6,8 @@
 
 namespace tolven {
 
-// Longest line of a header or of an include file, its newline not counted. A longer one is no line of ours, and
-// a binary file would otherwise be read to its end for one.
+// Longest line of a header or of an include file, its newline not counted. A longer one is no line of ours,
+// and a binary file would otherwise be read to its end for one.
 inline constexpr std::size_t kOldMaxLine = 4096;
 
 // Cuts a byte stream that arrives in pieces into lines.

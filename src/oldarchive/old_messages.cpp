@@ -20,7 +20,8 @@ struct MessageRow {
 };
 
 constexpr std::string_view kCutArchive =
-    "Archive seems to be corrupt (more bytes requested for decompress than are left in the archive); archive is";
+    "Archive seems to be corrupt (more bytes requested for decompress than are left in the archive); archive "
+    "is";
 
 constexpr std::array kMessages = {
     MessageRow{OLD_MKDIR, "can't create directory", Reason::kSystem},

@@ -43,13 +43,13 @@ enum OldCode : int {
   OLD_TIMESTAMP = 100,  // takes no argument
 };
 
-// Hands back `code` and its message: the text of the table, one blank, `argument` (when there is one), and for
-// failed system calls ": " and the text of errno, which must still be that of the failure. Either out argument
-// may be null. Always false, so that a caller can fail with its result.
+// Hands back `code` and its message: the text of the table, one blank, `argument` (when there is one), and
+// for failed system calls ": " and the text of errno, which must still be that of the failure. Either out
+// argument may be null. Always false, so that a caller can fail with its result.
 bool SetErrorMessage(int* error, std::string* text, int code, const std::string& argument);
 
-// Runs `body` and returns what it returns (1 or 0). Nothing may be thrown through the flat functions, and inside
-// them only containers throw, for want of memory: that is a message as well.
+// Runs `body` and returns what it returns (1 or 0). Nothing may be thrown through the flat functions, and
+// inside them only containers throw, for want of memory: that is a message as well.
 template <typename Body>
 int WithoutExceptions(int* error, std::string* text, Body body) {
   try {

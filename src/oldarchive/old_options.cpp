@@ -38,7 +38,7 @@ struct RawOptions {
 
 struct FlagRow {
   std::string_view name;
-  bool RawOptions::* flag;
+  bool RawOptions::*flag;
 };
 constexpr std::array kLetters = {
     FlagRow{"v", &RawOptions::verbose},       FlagRow{"g", &RawOptions::ignoreCase},
@@ -52,7 +52,7 @@ constexpr std::array kFlags = {
 
 struct ValueRow {
   std::string_view name;
-  std::optional<std::string> RawOptions::* value;
+  std::optional<std::string> RawOptions::*value;
 };
 constexpr ValueRow kArchiveRow = {"-f", &RawOptions::archive};
 constexpr std::array kValues = {

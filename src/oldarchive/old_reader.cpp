@@ -55,7 +55,8 @@ int iaxxorvl_ORV_Callback(int argc, const char* const* argv, OrvCallback callbac
       return iaxxorvl_ORV_Callback2(argc, argv, callback, userData, nullptr, error, text) != 0;
     }
     for (const std::string& archive : archives) {
-      if (iaxxorvl_ORV_Callback2(argc, argv, callback, userData, archive.c_str(), error, text) == 0) return false;
+      if (iaxxorvl_ORV_Callback2(argc, argv, callback, userData, archive.c_str(), error, text) == 0)
+        return false;
     }
     return true;
   });
@@ -79,8 +80,8 @@ int iaxxorvl_ORV_Extract(int argc, const char* const* argv, int* error, std::str
   return iaxxorvl_ExtractArchive(argc, argv, nullptr, nullptr, error, text);
 }
 
-int iaxxorvl_ExtractArchive(int argc, const char* const* argv, OrvCallback callback, void* userData, int* error,
-                            std::string* text) {
+int iaxxorvl_ExtractArchive(int argc, const char* const* argv, OrvCallback callback, void* userData,
+                            int* error, std::string* text) {
   return WithoutExceptions(error, text, [&] {
     AppData settings;
     if (!GetOptions(argc, argv, settings, error, text)) return false;
@@ -89,7 +90,8 @@ int iaxxorvl_ExtractArchive(int argc, const char* const* argv, OrvCallback callb
   });
 }
 
-int iaxxorvl_UncomprArchiveBytes(const char* archiveName, std::uint64_t* size, int* error, std::string* text) {
+int iaxxorvl_UncomprArchiveBytes(const char* archiveName, std::uint64_t* size, int* error,
+                                 std::string* text) {
   return WithoutExceptions(error, text, [&] {
     if (archiveName == nullptr || size == nullptr) {
       return SetErrorMessage(error, text, OLD_NULL_PARAMETER, std::string());

@@ -25,7 +25,9 @@ std::unique_ptr<AppData> MakeAppData(CProcessor& processor, const std::string& a
   return app;
 }
 
-CExcept MakeOldExcept(int error, const std::string& text) { return CExcept("TOLVEN: " + text, error, false); }
+CExcept MakeOldExcept(int error, const std::string& text) {
+  return CExcept("TOLVEN: " + text, error, false);
+}
 
 CExcept MakeNotSignedExcept(const std::string& archive) {
   return CExcept("TOLVEN: " + archive + " is not digitally signed", kNotSigned, false);

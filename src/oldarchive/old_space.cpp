@@ -14,7 +14,9 @@ std::unique_ptr<LocationInfo> GetNewLocationInfo(const std::string& targetDir) {
   return std::make_unique<LocationInfo>(targetDir);
 }
 
-void FreeLocationInfo(std::unique_ptr<LocationInfo>& location) { location.reset(); }
+void FreeLocationInfo(std::unique_ptr<LocationInfo>& location) {
+  location.reset();
+}
 
 bool AddLocation(LocationInfo& location, const FileInfo& info, int* error, std::string* text) {
   if (info.IsDirectory()) return true;
@@ -29,7 +31,9 @@ bool AddLocation(LocationInfo& location, const FileInfo& info, int* error, std::
   return true;
 }
 
-bool CheckLocationInfo(const LocationInfo& location) { return location.space.CmpSpcReqAvail(); }
+bool CheckLocationInfo(const LocationInfo& location) {
+  return location.space.CmpSpcReqAvail();
+}
 
 void PrintFreeSpaceReq(const LocationInfo& location) {
   if (CLogMan* log = RunStatus::Current().logManager) log->PrintInfo(location.space);

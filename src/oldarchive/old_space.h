@@ -21,7 +21,8 @@ struct LocationInfo {
 std::unique_ptr<LocationInfo> GetNewLocationInfo(const std::string& targetDir);
 void FreeLocationInfo(std::unique_ptr<LocationInfo>& location);
 
-// Accounts one entry. Directories take no space here. False (message 4) when a file system cannot be examined.
+// Accounts one entry. Directories take no space here. False (message 4) when a file system cannot be
+// examined.
 [[nodiscard]] bool AddLocation(LocationInfo& location, const FileInfo& info, int* error, std::string* text);
 // True iff everything fits. Evaluates the table: call it once, and nothing is added afterwards.
 [[nodiscard]] bool CheckLocationInfo(const LocationInfo& location);

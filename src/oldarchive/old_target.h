@@ -10,8 +10,8 @@
 
 namespace tolven {
 
-// A file while it is extracted: a temporary one beside its place, which takes the place only when everything has
-// succeeded. Until then it is removed with the object, and when the process is told to end.
+// A file while it is extracted: a temporary one beside its place, which takes the place only when everything
+// has succeeded. Until then it is removed with the object, and when the process is told to end.
 class OldTarget {
  public:
   // `root` must outlive the object.

@@ -110,16 +110,17 @@ TEST_F(OldCommands, RoundTrip) {
       OldFile("empty", "", 0444, -5),
       test::OldStream("lzw", text, test::LzcCoder::Stream(text)),
       test::OldStream("lzw noise", noise, test::LzcCoder::Stream(noise)),
-      test::OldStream("dynamic", text, test::LzhStream(text, Z_DEFAULT_STRATEGY)),
+      test::OldStream("dynamic", text, test::LzhStreamByZlib(text)),
       OldFile("deep/er/one", one),
   };
   WriteFile("a.orv", OldArchive(entries));
 
   const Outcome tested = Tolven({"-dvf", "a.orv"});
   EXPECT_EQ(tested.code, 0);
-  EXPECT_EQ(tested.output,
-            "t dir\nt dir/sub\nt dir/sub/text\nt dir/two words  here\nt empty\nt lzw\nt lzw noise\nt dynamic\n"
-            "t deep/er/one\nTOLVEN: 9 file(s) tested\n");
+  EXPECT_EQ(
+      tested.output,
+      "t dir\nt dir/sub\nt dir/sub/text\nt dir/two words  here\nt empty\nt lzw\nt lzw noise\nt dynamic\n"
+      "t deep/er/one\nTOLVEN: 9 file(s) tested\n");
   EXPECT_EQ(Tree(), Paths{});
 
   const mode_t mask = umask(0077);  // does not touch stored modes
@@ -140,9 +141,12 @@ TEST_F(OldCommands, RoundTrip) {
     mode_t mode;
     time_t mtime;
   } attributes[] = {
-      {"dir", 0750, 900000001},          {"dir/sub", 0500, 900000002},
-      {"dir/sub/text", 0640, 1000000001}, {"dir/two words  here", 0755, 1000000002},
-      {"empty", 0444, -5},               {"deep/er/one", 0644, 1000000000},
+      {"dir", 0750, 900000001},
+      {"dir/sub", 0500, 900000002},
+      {"dir/sub/text", 0640, 1000000001},
+      {"dir/two words  here", 0755, 1000000002},
+      {"empty", 0444, -5},
+      {"deep/er/one", 0644, 1000000000},
   };
   for (const auto& expected : attributes) {
     EXPECT_EQ(Status(expected.path).st_mode & 07777, expected.mode) << expected.path;
@@ -172,8 +176,9 @@ TEST_F(OldCommands, EveryTenthByteInverted) {
 }
 
 TEST_F(OldCommands, Listing) {
-  WriteFile("a.orv", OldArchive({OldDirectory("d", 0755, 0), OldFile("d/two words", "12345", 04751, 86400 * 40),
-                                 OldFile("set", "", 02604, 1000000000), OldFile("far", "", 01777, 1LL << 62)}));
+  WriteFile("a.orv",
+            OldArchive({OldDirectory("d", 0755, 0), OldFile("d/two words", "12345", 04751, 86400 * 40),
+                        OldFile("set", "", 02604, 1000000000), OldFile("far", "", 01777, 1LL << 62)}));
   const std::string whole =
       "drwxr-xr-x          0  Jan 01 00:00   d\n"
       "-rwsr-x--x          5  Feb 10 00:00   d/two words\n"
@@ -279,8 +284,10 @@ std::vector<Hostile> HostileArchives() {
       {"stream header alone", Renamed(good, 8, text.size()), 13, undecodable},
       {"magic", changed(5, 'x'), 13, undecodable},
       {"algorithm", changed(4, 0x13), 13, undecodable},
-      {"declares more than it holds", declaring(static_cast<std::uint32_t>(text.size() + 1)), 13, undecodable},
-      {"holds more than it declares", declaring(static_cast<std::uint32_t>(text.size() - 1)), 13, undecodable},
+      {"declares more than it holds", declaring(static_cast<std::uint32_t>(text.size() + 1)), 13,
+       undecodable},
+      {"holds more than it declares", declaring(static_cast<std::uint32_t>(text.size() - 1)), 13,
+       undecodable},
       {"declares over 2 GB", declaring(0x80000000U), 36, large},
       {"line over 2 GB", Renamed(good, length, 2147483648U), 36, large},
       {"checksum", OldArchive({{test::OldLine('F', "a", 0644, length, text.size(), 7, 1), good.stream}}), 14,

@@ -18,7 +18,8 @@ struct LineCase {
 
 TEST(OldLine, Fields) {
   const LineCase cases[] = {
-      {"F a.txt   644         30        20 1000000000 4294967295", "a.txt", 0644, 30, 20, 1000000000, 4294967295},
+      {"F a.txt   644         30        20 1000000000 4294967295", "a.txt", 0644, 30, 20, 1000000000,
+       4294967295},
       {"F a 644 30 20 7", "a", 0644, 30, 20, 7, 0},
       {"F\ta\t100755\t30\t20\t-7\t5\r", "a", 0100755, 30, 20, -7, 5},
       {"F two words 644 30 20 7 5", "two words", 0644, 30, 20, 7, 5},
@@ -50,21 +51,21 @@ TEST(OldLine, Refused) {
       "F ",
       "F a",
       "F a 644 30 20",
-      "L a 644 30 20 7 5",              // no such type
-      "Fa 644 30 20 7 5",               // no blank behind the type
-      "F 644 30 20 7 5",                // the name is missing
-      "F a 648 30 20 7 5",              // not octal
-      "F a -644 30 20 7 5",             // negative, but for the time
+      "L a 644 30 20 7 5",   // no such type
+      "Fa 644 30 20 7 5",    // no blank behind the type
+      "F 644 30 20 7",       // the name is missing
+      "F a 648 30 20 7 5",   // not octal
+      "F a -644 30 20 7 5",  // negative, but for the time
       "F a 644 -30 20 7 5",
       "F a 644 30 -20 7 5",
       "F a 644 30 20 7 -5",
-      "F a b 644 30 20 -7 5",           // digits only, once the name has blanks
-      "F a x 30 20 7 5",                // each of the five numbers
+      "F a b 644 30 20 -7 5",  // digits only, once the name has blanks
+      "F a x 30 20 7 5",       // each of the five numbers
       "F a 644 x 20 7 5",
       "F a 644 30 2x 7 5",
       "F a 644 30 20 x 5",
       "F a 644 30 20 7 x",
-      "F a b 644 30 20 7",              // six fields and a name with blanks
+      "F a b 644 30 20 7",  // six fields and a name with blanks
       "F a 644 30 20 0x7 5",
       "F a 644 99999999999999999999999 20 7 5",
       "F a 777777777777777777777777 30 20 7 5",
@@ -98,10 +99,10 @@ TEST(OldHeader, States) {
   } cases[] = {
       {"# c\n#\n" + entry + "#\n", State::kDone},
       {entry + "# the end\nbinary", State::kDone},
-      {entry + "#", State::kReading},       // cut: the closing line needs its newline
+      {entry + "#", State::kReading},  // cut: the closing line needs its newline
       {entry, State::kReading},
       {"", State::kReading},
-      {"#\n#\n#\n", State::kReading},       // comments alone close nothing
+      {"#\n#\n#\n", State::kReading},  // comments alone close nothing
       {"\n" + entry + "#\n", State::kFormatError},
       {entry + "\n#\n", State::kFormatError},
       {entry + " #\n", State::kFormatError},
@@ -126,8 +127,7 @@ TEST(OldHeader, States) {
 }
 
 TEST(OldHeader, EveryLengthCountsForThePositions) {
-  const std::string header =
-      "# c\nF a 644 30 20 7\nD d 755 3 0 7\nF empty 644 7 0 7\nF b 644 9 1 7\n# end\n";
+  const std::string header = "# c\nF a 644 30 20 7\nD d 755 3 0 7\nF empty 644 7 0 7\nF b 644 9 1 7\n# end\n";
   const std::string text = header + std::string(49, 'x');
   for (std::size_t split = 0; split <= text.size(); ++split) {
     HeaderParser parser;

@@ -24,7 +24,8 @@ struct Result {
 Result Parse(Arguments arguments, AppData& app) {
   arguments.insert(arguments.begin(), "orv");
   Result result{};
-  result.done = GetOptions(static_cast<int>(arguments.size()), arguments.data(), app, &result.error, &result.text);
+  result.done =
+      GetOptions(static_cast<int>(arguments.size()), arguments.data(), app, &result.error, &result.text);
   return result;
 }
 

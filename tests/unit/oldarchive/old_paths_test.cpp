@@ -7,14 +7,15 @@ namespace {
 
 TEST(OldPaths, Normalize) {
   const char* cases[][2] = {
-      {"a", "a"},       {"./a", "a"}, {"a//b/./c/", "a/b/c"}, {"/", "/"},       {"//x", "/x"},
-      {"../a", "../a"}, {"", "."},    {"./", "."},            {"a/../b", "a/../b"},
+      {"a", "a"}, {"./a", "a"}, {"a//b/./c/", "a/b/c"}, {"/", "/"}, {"//x", "/x"}, {"../a", "../a"},
+      {"", "."},  {"./", "."},  {"a/../b", "a/../b"},
   };
   for (const auto& [path, expected] : cases) EXPECT_EQ(NormalizePath(path), expected) << path;
 }
 
 TEST(OldPaths, Split) {
-  const char* cases[][3] = {{"a", "", "a"}, {"d/a", "d", "a"}, {"/a", "/", "a"}, {"x/y/a", "x/y", "a"}, {"d/", "d", ""}};
+  const char* cases[][3] = {
+      {"a", "", "a"}, {"d/a", "d", "a"}, {"/a", "/", "a"}, {"x/y/a", "x/y", "a"}, {"d/", "d", ""}};
   for (const auto& [path, expectedDirectory, expectedFile] : cases) {
     std::string directory;
     std::string file;
@@ -30,7 +31,11 @@ TEST(OldPaths, Transform) {
   EXPECT_EQ(TransformPath({}, "Dir/File"), "Dir/File");
   EXPECT_EQ(TransformPath(flat, "Dir/Sub/File"), "File");
   EXPECT_EQ(TransformPath(flat, "Dir/Sub/"), "Sub");
-  EXPECT_EQ(TransformPath(lower, "Dir/\xC3\x84" "B"), "dir/\xC3\x84" "b");
+  EXPECT_EQ(TransformPath(lower,
+                          "Dir/\xC3\x84"
+                          "B"),
+            "dir/\xC3\x84"
+            "b");
   EXPECT_EQ(TransformPath({.flat = true, .lowerCase = true}, "Dir/File"), "file");
 }
 
@@ -43,10 +48,17 @@ TEST(OldPaths, FilenameOnDisk) {
     std::string target;
     const char* path;  // null: no name can be made
   } cases[] = {
-      {safe, 'F', "../../etc/x", "etc/x"}, {safe, 'F', "/etc/x", "etc/x"}, {safe, 'F', "..", nullptr},
-      {safe, 'F', "/", nullptr},           {safe, 'D', "..", "."},         {safe, 'D', "d/", "d"},
-      {raw, 'F', "../x", "../x"},          {raw, 'F', "", nullptr},        {raw, 'F', "d/", nullptr},
-      {raw, 'D', "", nullptr},             {safe, 'F', std::string(4351, 'x'), nullptr},
+      {safe, 'F', "../../etc/x", "etc/x"},
+      {safe, 'F', "/etc/x", "etc/x"},
+      {safe, 'F', "..", nullptr},
+      {safe, 'F', "/", nullptr},
+      {safe, 'D', "..", "."},
+      {safe, 'D', "d/", "d"},
+      {raw, 'F', "../x", "../x"},
+      {raw, 'F', "", nullptr},
+      {raw, 'F', "d/", nullptr},
+      {raw, 'D', "", nullptr},
+      {safe, 'F', std::string(4351, 'x'), nullptr},
   };
   for (const auto& expected : cases) {
     FileInfo info;
@@ -73,12 +85,15 @@ TEST(OldPaths, Selection) {
     const char* entry;
     bool selected;
   } cases[] = {
-      {{}, "any/thing", true},        {{"a"}, "a", true},          {{"a"}, "a/b", true},
-      {{"a"}, "ab", false},           {{"a"}, "x/a", false},       {{"*"}, ".hidden/x", true},
-      {{"a/b"}, "a", false},          {{"a/b"}, "a/b/c", true},    {{"?"}, "a/long", true},
-      {{"*.c"}, "dir/x.c", true},     {{"*.c"}, "dir/x.h", false}, {{"no", "a"}, "a", true},
-      {{"dir"}, "./dir//x", true},    {{"dir"}, "dir/", true},     {{"*.d"}, "x.d/file", true},
-      {{"/abs"}, "/abs/file", true},  {{"abs"}, "/abs/file", false},
+      {{}, "any/thing", true},       {{"a"}, "a", true},
+      {{"a"}, "a/b", true},          {{"a"}, "ab", false},
+      {{"a"}, "x/a", false},         {{"*"}, ".hidden/x", true},
+      {{"a/b"}, "a", false},         {{"a/b"}, "a/b/c", true},
+      {{"?"}, "a/long", true},       {{"*.c"}, "dir/x.c", true},
+      {{"*.c"}, "dir/x.h", false},   {{"no", "a"}, "a", true},
+      {{"dir"}, "./dir//x", true},   {{"dir"}, "dir/", true},
+      {{"*.d"}, "x.d/file", true},   {{"/abs"}, "/abs/file", true},
+      {{"abs"}, "/abs/file", false},
   };
   for (const auto& expected : cases) {
     FileInfo info;

@@ -22,7 +22,8 @@ using test::WriteFile;
 class OldReader : public test::TempDirTest {
  protected:
   OldReader() {
-    WriteFile("a.orv", OldArchive({test::OldDirectory("d"), OldFile("d/a", "first"), OldFile("b", "second")}));
+    WriteFile("a.orv",
+              OldArchive({test::OldDirectory("d"), OldFile("d/a", "first"), OldFile("b", "second")}));
     test::OldEntry wrong = OldFile("w", "wrong");
     wrong.line = test::OldLine('F', "w", 0644, wrong.stream.size(), 5, 7, 4711);
     WriteFile("wrong.orv", OldArchive({wrong}));

@@ -3,6 +3,7 @@
 #include <zlib.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <map>
 #include <optional>
 #include <stdexcept>
@@ -10,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-// An independent writer of archives of the older format: nothing in it comes from the reader or the engine. LZH
-// streams are zlib's blocks moved two bits up, LZC streams a plain LZW coder, checksums zlib's.
+// An independent writer of archives of the older format: nothing in it comes from the reader or the engine.
+// The coders are the plainest that make such streams; the checksums are zlib's.
 namespace tolven::test {
 
 inline std::string StreamHeader(std::uint32_t length, int algorithm, int parameter) {
@@ -21,34 +22,107 @@ inline std::string StreamHeader(std::uint32_t length, int algorithm, int paramet
   return header;
 }
 
-// Raw blocks of RFC 1951 in a 16 KiB window. Fixed codes only by default: then no block is ever stored.
-inline std::string RawDeflate(const std::string& content, int strategy) {
+// Bits as RFC 1951 packs them: from the lowest of each byte up; Huffman codes come highest bit first.
+class BitWriter {
+ public:
+  void Bits(unsigned value, int count) {
+    for (int i = 0; i < count; ++i) Bit(value >> i & 1);
+  }
+  void Code(unsigned code, int count) {
+    for (int i = count; i-- > 0;) Bit(code >> i & 1);
+  }
+  std::string Take() { return std::move(m_bytes); }
+
+ private:
+  void Bit(unsigned bit) {
+    if (m_count % 8 == 0) m_bytes += '\0';
+    m_bytes.back() = static_cast<char>(m_bytes.back() | bit << m_count++ % 8);
+  }
+  std::string m_bytes;
+  std::size_t m_count = 0;
+};
+
+// One final block with the fixed codes, matched greedily against the last place with the same three bytes. (A
+// block of zlib's can be a stored one, which the format does not have, whatever strategy it is told.)
+class FixedBlock {
+ public:
+  static void Write(const std::string& content, BitWriter& out) {
+    out.Bits(1 | 1 << 1, 3);
+    std::map<std::string, std::size_t> last;
+    for (std::size_t at = 0; at < content.size();) {
+      const std::string key = content.substr(at, 3);
+      const auto seen = last.find(key);
+      std::size_t length = 0;
+      if (key.size() == 3 && seen != last.end() && at - seen->second <= 16384) {
+        while (length < 258 && at + length < content.size() &&
+               content[seen->second + length] == content[at + length]) {
+          ++length;
+        }
+        Match(length, at - seen->second, out);
+      } else {
+        Symbol(static_cast<unsigned char>(content[at]), out);
+        length = 1;
+      }
+      last[key] = at;
+      at += length;
+    }
+    Symbol(256, out);
+  }
+
+ private:
+  static void Symbol(unsigned symbol, BitWriter& out) {
+    if (symbol < 144) return out.Code(0x30 + symbol, 8);
+    if (symbol < 256) return out.Code(0x190 + symbol - 144, 9);
+    if (symbol < 280) return out.Code(symbol - 256, 7);
+    out.Code(0xC0 + symbol - 280, 8);
+  }
+  static void Match(std::size_t length, std::size_t distance, BitWriter& out) {
+    static constexpr int kLength[] = {3,  4,  5,  6,  7,  8,  9,  10, 11,  13,  15,  17,  19,  23, 27,
+                                      31, 35, 43, 51, 59, 67, 83, 99, 115, 131, 163, 195, 227, 258};
+    static constexpr int kDistance[] = {1,    2,    3,    4,    5,    7,    9,    13,    17,   25,
+                                        33,   49,   65,   97,   129,  193,  257,  385,   513,  769,
+                                        1025, 1537, 2049, 3073, 4097, 6145, 8193, 12289, 16385};
+    int code = 28;
+    while (kLength[code] > static_cast<int>(length)) --code;
+    Symbol(static_cast<unsigned>(257 + code), out);
+    out.Bits(static_cast<unsigned>(length) - static_cast<unsigned>(kLength[code]),
+             code < 8 || code == 28 ? 0 : code / 4 - 1);
+    code = 28;
+    while (kDistance[code] > static_cast<int>(distance)) --code;
+    out.Code(static_cast<unsigned>(code), 5);
+    out.Bits(static_cast<unsigned>(distance) - static_cast<unsigned>(kDistance[code]),
+             code < 4 ? 0 : code / 2 - 1);
+  }
+};
+
+// Header, a preamble of two zero bits, the blocks, one zero byte.
+inline std::string LzhStream(const std::string& content) {
+  BitWriter out;
+  out.Bits(0, 2);
+  FixedBlock::Write(content, out);
+  return StreamHeader(static_cast<std::uint32_t>(content.size()), 0x12, 2) + out.Take() + '\0';
+}
+
+// The same around zlib's blocks, which have codes of their own: for content that compresses well.
+inline std::string LzhStreamByZlib(const std::string& content) {
   z_stream stream{};
-  if (deflateInit2(&stream, 6, Z_DEFLATED, -14, 8, strategy) != Z_OK) throw std::runtime_error("deflateInit2");
-  std::string out(deflateBound(&stream, content.size()), '\0');
+  if (deflateInit2(&stream, 6, Z_DEFLATED, -14, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
+    throw std::runtime_error("deflateInit2");
+  }
+  std::string blocks(deflateBound(&stream, content.size()), '\0');
   std::string in = content;
   stream.next_in = reinterpret_cast<Bytef*>(in.data());
   stream.avail_in = static_cast<uInt>(in.size());
-  stream.next_out = reinterpret_cast<Bytef*>(out.data());
-  stream.avail_out = static_cast<uInt>(out.size());
+  stream.next_out = reinterpret_cast<Bytef*>(blocks.data());
+  stream.avail_out = static_cast<uInt>(blocks.size());
   const int result = deflate(&stream, Z_FINISH);
-  out.resize(stream.total_out);
+  blocks.resize(stream.total_out);
   deflateEnd(&stream);
   if (result != Z_STREAM_END) throw std::runtime_error("deflate");
-  return out;
-}
-
-// Header, a preamble of two zero bits, the blocks, one zero byte.
-inline std::string LzhStream(const std::string& content, int strategy = Z_FIXED) {
-  std::string bits = StreamHeader(static_cast<std::uint32_t>(content.size()), 0x12, 2);
-  unsigned carry = 0;
-  for (const char c : RawDeflate(content, strategy)) {
-    const unsigned byte = static_cast<unsigned char>(c);
-    bits += static_cast<char>((byte << 2 | carry) & 0xFF);
-    carry = byte >> 6;
-  }
-  bits += static_cast<char>(carry);
-  return bits + '\0';
+  BitWriter out;
+  out.Bits(0, 2);
+  for (const char c : blocks) out.Bits(static_cast<unsigned char>(c), 8);
+  return StreamHeader(static_cast<std::uint32_t>(content.size()), 0x12, 2) + out.Take() + '\0';
 }
 
 // LZW as the classic compress with 13 bits writes it, as long as the table never has to be cleared.
