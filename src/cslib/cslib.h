@@ -8,7 +8,6 @@
 // `*written`, also after CS_END_OUTBUFFER and CS_END_INBUFFER. Lengths are in bytes and must not be negative.
 
 #include <cstdint>
-#include <source_location>
 
 namespace tolven {
 
@@ -85,17 +84,16 @@ int _CsInitComprEx(std::uint8_t* out, std::int32_t total, int options, const cha
 int _CsInitDecompr(const std::uint8_t* in);
 int _CsInitDecomprEx(const std::uint8_t* in, const char* file, int line);
 
+// With the caller's own place. (Built-ins of both compilers: std::source_location is not in clang 14.)
 inline int CsComprEx(std::int32_t total, const std::uint8_t* in, std::int32_t inLen, std::uint8_t* out,
                      std::int32_t outLen, int options, std::int32_t* read, std::int32_t* written,
-                     std::source_location where = std::source_location::current()) {
-  return _CsComprEx(total, in, inLen, out, outLen, options, read, written, where.file_name(),
-                    static_cast<int>(where.line()));
+                     const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
+  return _CsComprEx(total, in, inLen, out, outLen, options, read, written, file, line);
 }
 inline int CsDecomprEx(const std::uint8_t* in, std::int32_t inLen, std::uint8_t* out, std::int32_t outLen,
                        int options, std::int32_t* read, std::int32_t* written,
-                       std::source_location where = std::source_location::current()) {
-  return _CsDecomprEx(in, inLen, out, outLen, options, read, written, where.file_name(),
-                      static_cast<int>(where.line()));
+                       const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
+  return _CsDecomprEx(in, inLen, out, outLen, options, read, written, file, line);
 }
 
 // --- On a handle of the caller's own.
