@@ -49,6 +49,8 @@ std::array<char, 32> DescriptorPath(int fd) {
 
 }  // namespace
 
+std::set<std::pair<dev_t, ino_t>> CExtractRoot::m_ownLinks;
+
 CExtractRoot::CExtractRoot(bool confined, bool useOpenat2)
     : m_confined(confined), m_useOpenat2(useOpenat2), m_root(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
 

@@ -25,6 +25,9 @@ class CExtractRoot {
   // Opens the current directory. Check with IsOpen. Without `useOpenat2` every path is resolved component by
   // component, as on a kernel that lacks the call: for tests.
   explicit CExtractRoot(bool confined, bool useOpenat2 = true);
+  // Forgets the links made so far. They are known to every root of a run: an archive must not write through the
+  // links of the one before it.
+  static void BeginRun() { m_ownLinks.clear(); }
   [[nodiscard]] bool IsOpen() const { return static_cast<bool>(m_root); }
 
   // Makes every missing directory on the way to `path`'s last component, 0755. On failure `failed` names the
@@ -81,7 +84,7 @@ class CExtractRoot {
   UniqueFd m_parent;
   std::string m_parentPath;
   bool m_parentThroughLink = false;
-  std::set<std::pair<dev_t, ino_t>> m_ownLinks;
+  static std::set<std::pair<dev_t, ino_t>> m_ownLinks;
 };
 
 }  // namespace tolven

@@ -10,6 +10,7 @@
 #include <ctime>
 
 #include "cmdline/usage_checker.h"
+#include "fileio/extract_root.h"
 #include "report/except.h"
 
 namespace tolven {
@@ -44,7 +45,9 @@ void CProcessor::Destroy() {
   CCmdLine::Destroy();
 }
 
-CProcessor::CProcessor() : m_statusScope(m_status), m_pCmdLine(CCmdLine::GetTheCmdLine()) {}
+CProcessor::CProcessor() : m_statusScope(m_status), m_pCmdLine(CCmdLine::GetTheCmdLine()) {
+  CExtractRoot::BeginRun();
+}
 
 CProcessor::~CProcessor() {
   RestoreOutput();
@@ -183,6 +186,7 @@ void CProcessor::deleteArchive(const std::string& startDir) {
 
 void CProcessor::Reset() {
   RestoreOutput();
+  CExtractRoot::BeginRun();
   m_status.exitCode = 0;
   m_pCmdLine->Reset();
   m_command = CMD_NONE;
