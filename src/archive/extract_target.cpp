@@ -18,6 +18,11 @@ namespace {
 constexpr int kErrorTemporaryFile = 28;
 constexpr int kErrorLink = 36;
 
+// True when making the name safe takes more from it than slashes and ".".
+bool LosesComponents(const std::string& name) {
+  return name.find(':') != std::string::npos || ("/" + name + "/").find("/../") != std::string::npos;
+}
+
 void MakeParents(CExtractRoot& root, const std::string& path) {
   std::string failed;
   if (!root.MakeParents(path, failed)) throw CCreateDirExcept(failed);
@@ -70,7 +75,10 @@ CExtractTarget::CExtractTarget(const CmdOptions& options)
 
 std::string CExtractTarget::PathFor(const std::string& shownName) const {
   std::string path = shownName;
-  if (!m_options.noPathValidation) CUtils::ValidateFilePath(path);
+  if (m_options.noPathValidation) return path;
+  CUtils::ValidateFilePath(path);
+  // Two names may become one path this way: nobody should have to find out from a missing file.
+  if (LosesComponents(shownName)) PrintLine("TOLVEN: " + shownName + " is extracted as " + path);
   return path;
 }
 

@@ -48,7 +48,8 @@ class CExtractTarget {
   // Takes the current directory as the root. `options` must outlive the object.
   explicit CExtractTarget(const CmdOptions& options);
 
-  // Where an entry of that name goes: made safe by ValidateFilePath, unless -xnopvalid is given.
+  // Where an entry of that name goes: made safe by ValidateFilePath, unless -xnopvalid is given. Prints a line when
+  // that takes a drive prefix or ".." away.
   std::string PathFor(const std::string& shownName) const;
   // Makes missing parents, removes an existing file in force mode, and opens the temporary file.
   std::unique_ptr<CPendingFile> OpenFile(const std::string& path, const std::string& name);
