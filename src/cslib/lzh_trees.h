@@ -98,8 +98,6 @@ class LzhTrees {
   void CompressBlock(const SendTable& table, LzhBitWriter& bits) const;
 
   bool estimates_ = false;  // the level has the early flush
-  std::uint32_t* next_item_ = items_.data();
-  const std::uint32_t* check_at_ = items_.data();
 
   Tree<kLitLenCodes> litlen_;
   Tree<kDistCodes> dist_;
@@ -115,6 +113,8 @@ class LzhTrees {
   int bi_valid_ = 0;
 
   std::array<std::uint32_t, kItemBufferSize> items_;
+  std::uint32_t* next_item_ = items_.data();
+  const std::uint32_t* check_at_ = items_.data();
 };
 
 }  // namespace tolven::lzh
