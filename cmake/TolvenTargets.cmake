@@ -14,6 +14,10 @@ function(tolven_options target)
       -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(${target} PRIVATE -fsanitize=address,undefined)
   endif()
+  if(TOLVEN_FUZZ)
+    # Coverage for libFuzzer to follow; the sanitizers' runtime answers it in programs that are no fuzz targets.
+    target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
 endfunction()
 
 # tolven_library(NAME DEPS lower_library ...)
