@@ -109,9 +109,11 @@ void LzhMatcher::ClearBehindInput() {
 
 // Finds a match longer than `best`, or returns `best`. A candidate that shares all bytes up to best.length
 // must share the last ones of them, which is the quickest to rule out most. It has the position's hash value,
-// so the bytes in front need no look before the full comparison.
-inline LzhMatcher::Candidate LzhMatcher::LongestMatch(std::uint32_t position, std::uint32_t candidate,
-                                                      Candidate best) const {
+// so the bytes in front need no look before the full comparison. Not inlined: in the caller's loop the walk
+// would run out of registers.
+[[gnu::noinline]] LzhMatcher::Candidate LzhMatcher::LongestMatch(std::uint32_t position,
+                                                                 std::uint32_t candidate,
+                                                                 Candidate best) const {
   const std::uint8_t* const window = window_.data();
   const std::uint8_t* const scan = window + position;
   const std::uint32_t limit = position > kMaxDist ? position - kMaxDist : 0;
@@ -150,8 +152,11 @@ bool LzhMatcher::MatchUntil(std::uint32_t stop, LzhTrees& trees, LzhOutput& outp
   bool goes_on = true;
   // The value covers three bytes only (the oldest falls out of the mask), so it can be picked up anywhere.
   std::uint32_t ins_h = (std::uint32_t{window[position]} << kHashShift) ^ window[position + 1];
+  const auto next_hash = [&](std::uint32_t at) {
+    return ((ins_h << kHashShift) ^ window[at + 2]) & kHashMask;
+  };
   const auto insert = [&](std::uint32_t at) {
-    ins_h = ((ins_h << kHashShift) ^ window[at + 2]) & kHashMask;
+    ins_h = next_hash(at);
     const std::uint32_t previous = head_[ins_h];
     prev_[at & kPositionMask] = static_cast<std::uint16_t>(previous);
     head_[ins_h] = static_cast<std::uint16_t>(at);
@@ -160,6 +165,10 @@ bool LzhMatcher::MatchUntil(std::uint32_t stop, LzhTrees& trees, LzhOutput& outp
 
   while (position < stop && goes_on) {
     const std::uint32_t candidate = insert(position);
+    // The next search starts here; its first loads would miss the nearest cache about half of the time.
+    const std::uint32_t next_candidate = head_[next_hash(position + 1)];
+    __builtin_prefetch(window + next_candidate);
+    __builtin_prefetch(&prev_[next_candidate & kPositionMask]);
     const std::uint32_t prev_length = match_length;
     const std::uint32_t prev_match = match_start;
     match_length = kNoMatch;
