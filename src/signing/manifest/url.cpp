@@ -14,8 +14,9 @@ constexpr int kMaxPort = 65535;
 bool IsVisible(unsigned char c) {
   return c > ' ' && c != 0x7f;
 }
-bool IsAscii(unsigned char c) {
-  return c < 0x80;
+// In user, host and port. Some readers take a backslash for a slash: two of them would see two hosts.
+bool IsAuthority(unsigned char c) {
+  return c < 0x80 && std::string_view("\"\\^`{}|<>").find(static_cast<char>(c)) == std::string_view::npos;
 }
 bool IsDigit(char c) {
   return c >= '0' && c <= '9';
@@ -79,7 +80,7 @@ bool SplitHost(std::string_view text, SmfUrlComponents& c) {
   } else {
     c.host = text.substr(0, end);
   }
-  if (c.host.empty() || c.host.find_first_of("\"%\\^`{}|<>[]") != std::string::npos) return false;
+  if (c.host.empty() || c.host.find_first_of("%[]") != std::string::npos) return false;
   c.port = DefaultPort(c.scheme);
   return end >= text.size() || SplitPort(text.substr(end + 1), c);
 }
@@ -104,7 +105,7 @@ bool SmfUtilSplitURL(std::string_view url, SmfUrlComponents& c) {
   c.path.append(path);
 
   if (!std::all_of(authority.begin(), authority.end(),
-                   [](char b) { return IsAscii(static_cast<unsigned char>(b)); })) {
+                   [](char b) { return IsAuthority(static_cast<unsigned char>(b)); })) {
     return false;
   }
   if (const std::size_t at = authority.rfind('@'); at != std::string_view::npos) {
