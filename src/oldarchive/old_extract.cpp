@@ -13,7 +13,7 @@
 namespace tolven {
 namespace {
 
-// Decodes without a target and compares; a checksum of 0 means that none was stored.
+// A stored checksum of 0 means that there is none.
 bool CompareChecksum(const FileInfo& info, std::uint64_t checksum, int* error, std::string* text) {
   if (info.checksum == 0 || info.checksum == checksum) return true;
   return SetErrorMessage(error, text, OLD_CHECKSUM, info.name);

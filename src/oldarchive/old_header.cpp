@@ -4,7 +4,6 @@
 #include <array>
 #include <charconv>
 #include <limits>
-#include <optional>
 #include <system_error>
 
 namespace tolven {

@@ -1,5 +1,6 @@
 #include "oldarchive/old_options.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <optional>

@@ -179,7 +179,8 @@ def main():
     parser = argparse.ArgumentParser(description="make an archive of the older format")
     parser.add_argument("--lzc", action="store_true", help="code with the compress command instead of LZH")
     parser.add_argument("--invert", action="store_true", help="invert every tenth byte of each stream")
-    parser.add_argument("--no-checksum", action="store_true", help="write lines of six fields")
+    parser.add_argument("--no-checksum", action="store_true",
+                        help="write lines of six fields (a name with blanks needs seven)")
     parser.add_argument("-C", metavar="DIR", help="take the names from this directory")
     parser.add_argument("archive")
     parser.add_argument("names", nargs="+")
@@ -190,7 +191,7 @@ def main():
         os.chdir(arguments.C)
     coder = lzc_stream if arguments.lzc else lzh_stream
     entries = [entry_from_disk(path, coder=coder, invert=arguments.invert,
-                               with_checksum=not arguments.no_checksum)
+                               with_checksum=not arguments.no_checksum or " " in path)
                for name in arguments.names for path in walk(name.rstrip("/") or "/")]
     with open(archive, "wb") as file:
         file.write(build(entries))
