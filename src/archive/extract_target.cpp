@@ -101,6 +101,9 @@ void CExtractTarget::AddDirectory(const std::string& path, const std::string& na
   std::string failed;
   errno = 0;
   if (!m_root.MakeDirectory(path, created, failed)) throw CCreateDirExcept(failed);
+  // A link that was there before stands for a directory of somebody else: its date and mode are not ours.
+  struct stat status {};
+  if (!created && m_root.Status(path, status) && S_ISLNK(status.st_mode)) return;
   m_directories.push_back({path, name, mode, mtime, created});
 }
 
