@@ -1,6 +1,7 @@
 #include "archive/commands/scan.h"
 
 #include <cerrno>
+#include <string_view>
 
 #include "fileio/utils.h"
 #include "report/except.h"
@@ -10,7 +11,10 @@ namespace tolven {
 
 namespace {
 constexpr const char* kListFile = "files.log";
-}
+
+// The directory itself and its parent match patterns too, but no command takes them for it.
+bool IsDotName(std::string_view name) { return name == "." || name == ".."; }
+}  // namespace
 
 // A pattern from the command line is present when something matches it.
 bool CScan::IsPresent(const std::string& name) const {
@@ -18,7 +22,9 @@ bool CScan::IsPresent(const std::string& name) const {
   if (!isPattern || m_processor.CmdLine().IsLiteralName(name)) return CUtils::ExistsFile(name);
   strFileData data;
   FindHandle handle = CUtils::FileFindFirst(name, &data);
-  return handle != nullptr;
+  bool found = handle != nullptr;
+  while (found && IsDotName(data.name.data())) found = CUtils::FileFindNext(handle, &data);
+  return found;
 }
 
 void CScan::Execute() {
