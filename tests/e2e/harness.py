@@ -113,12 +113,14 @@ def digest(path):
 
 
 def contents(root):
-    """Path -> bytes of every regular file below `root`; links are not followed."""
+    """Path -> bytes of every regular file below `root`, unreadable ones included; links are not followed."""
     found = {}
     for folder, _, files in os.walk(root):
         for name in files:
             full = os.path.join(folder, name)
             if stat.S_ISREG(os.lstat(full).st_mode):
+                if not os.access(full, os.R_OK):
+                    os.chmod(full, 0o600)
                 found[os.path.relpath(full, root)] = read_file(full)
     return found
 
