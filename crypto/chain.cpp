@@ -3,6 +3,9 @@
 #include <openssl/err.h>
 #include <openssl/objects.h>
 
+#include <algorithm>
+#include <utility>
+
 #include "api.h"
 
 namespace tolven::crypto {
@@ -55,24 +58,38 @@ void SetTime(X509_STORE_CTX* context, std::int64_t time) {
   }
 }
 
+Certs CertificatesOf(const Pse& pse) {
+  Certs certificates;
+  if (pse.own) certificates.push_back(Share(pse.own.get()));
+  for (const CertPtr& certificate : pse.further) certificates.push_back(Share(certificate.get()));
+  return certificates;
+}
+
+bool IsAnchor(const Trust& trust, const X509* certificate) {
+  return std::any_of(trust.anchors().begin(), trust.anchors().end(),
+                     [&](const CertPtr& anchor) { return X509_cmp(anchor.get(), certificate) == 0; });
+}
+
 }  // namespace
 
-Trust::Trust() : m_store(X509_STORE_new()) {
+Trust::Trust(const Pse& pse) : Trust(CertificatesOf(pse)) {}
+
+Trust::Trust(Certs anchors) : m_store(X509_STORE_new()), m_anchors(std::move(anchors)) {
   if (!m_store) throw std::bad_alloc();
   // A certificate of the profile is trusted as it is, whether it is a root or not.
   X509_STORE_set_flags(m_store.get(), X509_V_FLAG_PARTIAL_CHAIN);
   X509_VERIFY_PARAM_set_auth_level(X509_STORE_get0_param(m_store.get()), kSecurityLevel);
-}
-
-Trust::Trust(const Pse& pse) : Trust() {
-  if (pse.own) m_anchors.push_back(Share(pse.own.get()));
-  for (const CertPtr& certificate : pse.further) m_anchors.push_back(Share(certificate.get()));
   for (const CertPtr& anchor : m_anchors) {
     Require(X509_STORE_add_cert(m_store.get(), anchor.get()) == 1, "trust store");
   }
 }
 
 int CheckChain(const Trust& trust, X509* certificate, const Certs& helpers, std::int64_t time) {
+  if (trust.anchors().size() + helpers.size() > 1 && IsAnchor(trust, certificate)) {
+    Certs itself;
+    itself.push_back(Share(certificate));
+    return CheckChain(Trust(std::move(itself)), certificate, {}, time);
+  }
   const CertView untrusted(sk_X509_new_null());
   const StoreCtxPtr context(X509_STORE_CTX_new());
   if (!untrusted || !context) throw std::bad_alloc();

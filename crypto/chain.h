@@ -12,8 +12,9 @@ namespace tolven::crypto {
 class Trust {
  public:
   // Trusts nobody.
-  Trust();
+  Trust() : Trust(Certs()) {}
   explicit Trust(const Pse& pse);
+  explicit Trust(Certs anchors);
 
   X509_STORE* store() const { return m_store.get(); }
   const Certs& anchors() const { return m_anchors; }

@@ -32,7 +32,6 @@ using IntegerPtr = std::unique_ptr<ASN1_INTEGER, Releaser<ASN1_INTEGER_free>>;
 using KeyPtr = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
 using MdPtr = std::unique_ptr<EVP_MD, Releaser<EVP_MD_free>>;
 using Pkcs12Ptr = std::unique_ptr<PKCS12, Releaser<PKCS12_free>>;
-using Pkcs7Ptr = std::unique_ptr<PKCS7, Releaser<PKCS7_free>>;
 using StoreCtxPtr = std::unique_ptr<X509_STORE_CTX, Releaser<X509_STORE_CTX_free>>;
 using StorePtr = std::unique_ptr<X509_STORE, Releaser<X509_STORE_free>>;
 using TsReqPtr = std::unique_ptr<TS_REQ, Releaser<TS_REQ_free>>;

@@ -1,16 +1,35 @@
 #include "signed_data.h"
 
+#include <openssl/crypto.h>
+
+#include <array>
+
 #include "certificate.h"
+#include "signing_certificate.h"
 
 namespace tolven::crypto {
+namespace {
 
-SignedData::SignedData(Bytes der) : m_cms(FromDer<CMS_ContentInfo>(der, d2i_CMS_ContentInfo)) {
+int ContentTypeOf(SignedKind kind) {
+  return kind == SignedKind::kToken ? NID_id_smime_ct_TSTInfo : NID_pkcs7_data;
+}
+
+Bytes BytesOf(const ASN1_STRING* text) {
+  return {ASN1_STRING_get0_data(text), static_cast<std::size_t>(ASN1_STRING_length(text))};
+}
+
+}  // namespace
+
+SignedData::SignedData(Bytes der, SignedKind kind)
+    : m_kind(kind), m_cms(FromDer<CMS_ContentInfo>(der, d2i_CMS_ContentInfo)) {
   if (OBJ_obj2nid(CMS_get0_type(m_cms.get())) != NID_pkcs7_signed)
     throw Failure(DKV_ERR_ASN1, "no signed data");
-  if (OBJ_obj2nid(CMS_get0_eContentType(m_cms.get())) != NID_pkcs7_data)
+  if (OBJ_obj2nid(CMS_get0_eContentType(m_cms.get())) != ContentTypeOf(kind)) {
     throw Failure(DKV_ERR_ASN1, "content type");
-  ASN1_OCTET_STRING** content = CMS_get0_content(m_cms.get());
-  if (content == nullptr || *content != nullptr) throw Failure(DKV_ERR_EMBEDDED, "content");
+  }
+  ASN1_OCTET_STRING** inside = CMS_get0_content(m_cms.get());
+  if (inside == nullptr) throw Failure(DKV_ERR_ASN1, "content");
+  if ((*inside != nullptr) != (kind == SignedKind::kToken)) throw Failure(DKV_ERR_EMBEDDED, "content");
 
   STACK_OF(CMS_SignerInfo)* signers = CMS_get0_SignerInfos(m_cms.get());
   if (sk_CMS_SignerInfo_num(signers) != 1) throw Failure(DKV_ERR_SIGNER_COUNT, "signers");
@@ -22,9 +41,13 @@ SignedData::SignedData(Bytes der) : m_cms(FromDer<CMS_ContentInfo>(der, d2i_CMS_
   }
 }
 
+Bytes SignedData::content() const {
+  const ASN1_OCTET_STRING* inside = *CMS_get0_content(m_cms.get());
+  return inside == nullptr ? Bytes() : BytesOf(inside);
+}
+
 Bytes SignedData::signatureValue() const {
-  const ASN1_OCTET_STRING* value = CMS_SignerInfo_get0_signature(m_signer);
-  return {ASN1_STRING_get0_data(value), static_cast<std::size_t>(ASN1_STRING_length(value))};
+  return BytesOf(CMS_SignerInfo_get0_signature(m_signer));
 }
 
 std::string SignedData::signerId() const {
@@ -35,9 +58,60 @@ std::string SignedData::signerId() const {
   return SerialText(serial) + " " + NameText(issuer);
 }
 
-const ASN1_STRING* SignedAttribute(const CMS_SignerInfo* signer, int nid, int type) {
-  // -3 asks for the attribute exactly once with exactly one value.
-  return static_cast<const ASN1_STRING*>(CMS_signed_get0_data_by_OBJ(signer, OBJ_nid2obj(nid), -3, type));
+std::int64_t SignedData::signingTime() const {
+  for (const int type : {V_ASN1_UTCTIME, V_ASN1_GENERALIZEDTIME}) {
+    if (const ASN1_STRING* time = SignedAttribute(m_signer, NID_pkcs9_signingTime, type))
+      return ToSeconds(time);
+  }
+  return DKV_NO_TIME;
+}
+
+CertPtr SignedData::FindSigner(const Trust& trust) const {
+  for (const Certs* certs : {&trust.anchors(), &m_certificates}) {
+    for (const CertPtr& certificate : *certs) {
+      if (CMS_SignerInfo_cert_cmp(m_signer, certificate.get()) == 0) return Share(certificate.get());
+    }
+  }
+  return nullptr;
+}
+
+int SignedData::CheckSignature(Bytes content, X509* certificate, const Trust& trust) const {
+  const int digest = CheckDigest(content);
+  if (digest != DKV_OK) return digest;
+  CMS_SignerInfo_set1_signer_cert(m_signer, certificate);
+  if (CMS_SignerInfo_verify(m_signer) != 1) return DKV_ERR_SIGNATURE_VALUE;
+  if (!IsStrongDigest(DigestNid())) return DKV_ERR_WEAK;
+  return CheckAttributes(certificate, trust);
+}
+
+int SignedData::DigestNid() const {
+  X509_ALGOR* digest = nullptr;
+  CMS_SignerInfo_get0_algs(m_signer, nullptr, nullptr, &digest, nullptr);
+  return OBJ_obj2nid(digest->algorithm);
+}
+
+// The content against the signed digest. A signature without attributes would be over the content itself; we
+// make none, and taking one would let a set of attributes pass for content.
+int SignedData::CheckDigest(Bytes content) const {
+  const ASN1_STRING* given = SignedAttribute(m_signer, NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING);
+  const EVP_MD* md = EVP_get_digestbynid(DigestNid());
+  if (given == nullptr) return DKV_ERR_ATTRIBUTES;
+  if (md == nullptr) return DKV_ERR_WEAK;
+  std::array<std::uint8_t, EVP_MAX_MD_SIZE> value{};
+  unsigned length = 0;
+  Require(EVP_Digest(content.data(), content.size(), value.data(), &length, md, nullptr) == 1, "digest");
+  const bool same = ASN1_STRING_length(given) == static_cast<int>(length) &&
+                    CRYPTO_memcmp(ASN1_STRING_get0_data(given), value.data(), length) == 0;
+  return same ? DKV_OK : DKV_ERR_DIGEST;
+}
+
+int SignedData::CheckAttributes(X509* certificate, const Trust& trust) const {
+  const auto* type =
+      reinterpret_cast<const ASN1_OBJECT*>(SignedAttribute(m_signer, NID_pkcs9_contentType, V_ASN1_OBJECT));
+  if (type == nullptr || OBJ_obj2nid(type) != ContentTypeOf(m_kind)) return DKV_ERR_ATTRIBUTES;
+  // Tokens must have the attribute (RFC 3161, 2.4.2); other signatures are bound by it when they have it.
+  return CheckSigningCertificate(m_signer, certificate, {&m_certificates, &trust.anchors()},
+                                 m_kind == SignedKind::kToken);
 }
 
 }  // namespace tolven::crypto

@@ -4,33 +4,50 @@
 #include <string>
 
 #include "api.h"
+#include "chain.h"
 #include "openssl.h"
 
 namespace tolven::crypto {
 
-// A detached signature as it must look (RFC 5652): one DER object, signed data over content of type data that
-// is not inside, exactly one signer. Whatever else it is, the constructor fails: DKV_ERR_ASN1,
-// DKV_ERR_TRAILING_DATA, DKV_ERR_EMBEDDED, DKV_ERR_SIGNER_COUNT.
+// What a signed-data object (RFC 5652) is expected to be.
+enum class SignedKind {
+  kDetached,  // a signature over content of type data that is not inside
+  kToken,     // a time stamp token: content of type TSTInfo (RFC 3161), inside
+};
+
+// One signed-data object with exactly one signer. Whatever else it is, the constructor fails: DKV_ERR_ASN1,
+// DKV_ERR_TRAILING_DATA, DKV_ERR_EMBEDDED, DKV_ERR_SIGNER_COUNT. The checks return DKV_OK or what is wrong.
 class SignedData {
  public:
-  explicit SignedData(Bytes der);
+  SignedData(Bytes der, SignedKind kind);
 
   CMS_SignerInfo* signer() const { return m_signer; }
   CMS_ContentInfo* cms() const { return m_cms.get(); }
   const Certs& certificates() const { return m_certificates; }
+  // The content inside; empty for a detached signature.
+  Bytes content() const;
   // The bytes that the signer's key made, over which a time stamp is given.
   Bytes signatureValue() const;
   // "serial issuer" of the signer, certificate or not.
   std::string signerId() const;
+  // What the signer says, or DKV_NO_TIME.
+  std::int64_t signingTime() const;
+  // The signer's certificate, from the profile or else from the object; null when neither has it.
+  CertPtr FindSigner(const Trust& trust) const;
+
+  // Digest of the content, value of the signature, strength of the digest, attributes: all that can be said
+  // without trust.
+  int CheckSignature(Bytes content, X509* certificate, const Trust& trust) const;
 
  private:
+  int DigestNid() const;
+  int CheckDigest(Bytes content) const;
+  int CheckAttributes(X509* certificate, const Trust& trust) const;
+
+  SignedKind m_kind;
   CmsPtr m_cms;
   CMS_SignerInfo* m_signer = nullptr;  // inside m_cms
   Certs m_certificates;
 };
-
-// The value of a signed attribute that stands there once, with one value of the type (V_ASN1_...); null
-// otherwise.
-const ASN1_STRING* SignedAttribute(const CMS_SignerInfo* signer, int nid, int type);
 
 }  // namespace tolven::crypto

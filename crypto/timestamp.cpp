@@ -84,11 +84,10 @@ SignerPtr DescribeTsa(const TokenFinding& finding) {
   return info;
 }
 
-std::vector<std::uint8_t> Embed(const SignedData& data, PKCS7* token) {
+std::vector<std::uint8_t> Embed(const SignedData& data, Bytes token) {
   if (FindToken(data.signer()).present) throw Failure(DKV_ERR_TOKEN, "second token");
-  const std::vector<std::uint8_t> der = ToDer(token, i2d_PKCS7);
   Require(CMS_unsigned_add1_attr_by_NID(data.signer(), NID_id_smime_aa_timeStampToken, V_ASN1_SEQUENCE,
-                                        der.data(), static_cast<int>(der.size())) == 1,
+                                        token.data(), static_cast<int>(token.size())) == 1,
           "attribute");
   return ToDer(data.cms(), i2d_CMS_ContentInfo);
 }
@@ -101,7 +100,7 @@ DKV_API int DkvGetTimeStampReq(const DkvOctetstring* signature, DkvOctetstring**
   if (request == nullptr) return DKV_ERR_ARGUMENT;
   *request = nullptr;
   return Guarded(__func__, [&] {
-    const SignedData data(Input(signature));
+    const SignedData data(Input(signature), SignedKind::kDetached);
     *request = MakeOctets(MakeRequest(data.signatureValue())).release();
     return DKV_OK;
   });
@@ -114,14 +113,14 @@ DKV_API int DkvAddTimeStampResp(const DkvOctetstring* signature, const DkvOctets
   *stamped = nullptr;
   if (tsa != nullptr) *tsa = nullptr;
   return Guarded(__func__, [&] {
-    const SignedData data(Input(signature));
+    const SignedData data(Input(signature), SignedKind::kDetached);
     const TsReqPtr asked(FromDer<TS_REQ>(Input(request), d2i_TS_REQ));
     const TsRespPtr answered(FromDer<TS_RESP>(Input(reply), d2i_TS_RESP));
     const SigRcpDkvInfo& info = InputSigner(key);
     CheckReply(answered.get(), asked.get(), data.signatureValue());
 
     const Trust trust(LoadPse(info.profile, info.password, PseUse::kTrust));
-    PKCS7* token = TS_RESP_get_token(answered.get());
+    const std::vector<std::uint8_t> token = ToDer(TS_RESP_get_token(answered.get()), i2d_PKCS7);
     const TokenFinding finding = CheckToken(token, data.signatureValue(), trust);
     if (tsa != nullptr) *tsa = MakeList(DescribeTsa(finding));
     if (finding.rc != DKV_OK) throw Failure(finding.rc, "token");

@@ -1,14 +1,13 @@
 #include "token.h"
 
 #include <openssl/crypto.h>
-#include <openssl/err.h>
 
 #include <array>
-#include <cstdlib>
 #include <ctime>
 
 #include "api.h"
 #include "certificate.h"
+#include "signed_data.h"
 
 namespace tolven::crypto {
 namespace {
@@ -34,73 +33,31 @@ bool MayStamp(X509* certificate) {
          (X509_get_key_usage(certificate) & kSigning) != 0;
 }
 
-Certs CertificatesOf(PKCS7* token) {
-  Certs certificates;
-  STACK_OF(X509)* carried = token->d.sign->cert;
-  for (int i = 0; i < sk_X509_num(carried); ++i) certificates.push_back(Share(sk_X509_value(carried, i)));
-  return certificates;
+// What the token says; null when that is none of RFC 3161, or has bytes behind it.
+TstInfoPtr ReadInfo(Bytes der) {
+  const unsigned char* at = der.data();
+  TstInfoPtr info(d2i_TS_TST_INFO(nullptr, &at, static_cast<long>(der.size())));
+  if (!info || at != der.data() + der.size() || TS_TST_INFO_get_version(info.get()) != 1) return nullptr;
+  return info;
 }
 
-// The one signer's certificate, from the token or from the profile.
-CertPtr FindTsa(PKCS7* token, const Trust& trust) {
-  const CertView anchors(sk_X509_new_null());
-  if (!anchors) throw std::bad_alloc();
-  for (const CertPtr& anchor : trust.anchors()) {
-    Require(sk_X509_push(anchors.get(), anchor.get()) > 0, "anchors");
+int Judge(const SignedData& token, Bytes signatureValue, const Trust& trust, TokenFinding& finding) {
+  finding.tsa = token.FindSigner(trust);
+  if (finding.tsa) {
+    X509* issuer = FindIssuer(finding.tsa.get(), {&trust.anchors(), &token.certificates()});
+    if (issuer != nullptr) finding.issuer = Share(issuer);
   }
-  const CertView signers(PKCS7_get0_signers(token, anchors.get(), 0));
-  if (sk_X509_num(signers.get()) != 1) return nullptr;
-  return Share(sk_X509_value(signers.get(), 0));
-}
-
-// The token's own digest algorithm, which OpenSSL's security level does not look at.
-bool IsStronglySigned(PKCS7* token) {
-  STACK_OF(PKCS7_SIGNER_INFO)* infos = PKCS7_get_signer_info(token);
-  if (sk_PKCS7_SIGNER_INFO_num(infos) != 1) return false;
-  const PKCS7_SIGNER_INFO* info = sk_PKCS7_SIGNER_INFO_value(infos, 0);
-  return IsStrongDigest(OBJ_obj2nid(info->digest_alg->algorithm));
-}
-
-// Signature, attributes and signing certificate of the token. The chain is walked again by the way, with the
-// same anchors and at the same time.
-bool SignatureIsRight(PKCS7* token, const Trust& trust, std::int64_t time) {
-  const StorePtr store(X509_STORE_new());
-  if (!store) throw std::bad_alloc();
-  for (const CertPtr& anchor : trust.anchors()) {
-    Require(X509_STORE_add_cert(store.get(), anchor.get()) == 1, "trust store");
-  }
-  X509_VERIFY_PARAM* param = X509_STORE_get0_param(store.get());
-  X509_VERIFY_PARAM_set_flags(param, X509_V_FLAG_PARTIAL_CHAIN);
-  X509_VERIFY_PARAM_set_auth_level(param, kSecurityLevel);
-  X509_VERIFY_PARAM_set_time(param, static_cast<time_t>(time));
-  X509* signer = nullptr;
-  const int good = TS_RESP_verify_signature(token, nullptr, store.get(), &signer);
-  const CertPtr owner(signer);
-  return good == 1;
-}
-
-int Judge(PKCS7* token, Bytes signatureValue, const Trust& trust, TokenFinding& finding) {
-  // The content of a PKCS7 object is optional: one that only says it is signed data has none.
-  if (PKCS7_type_is_signed(token) == 0 || token->d.sign == nullptr) return DKV_ERR_TOKEN;
-  finding.tsa = FindTsa(token, trust);
-  const TstInfoPtr info(PKCS7_to_TS_TST_INFO(token));
-  if (!info || TS_TST_INFO_get_version(info.get()) != 1) return DKV_ERR_TOKEN;
-  if (!ImprintMatches(TS_TST_INFO_get_msg_imprint(info.get()), signatureValue)) return DKV_ERR_TOKEN;
+  const TstInfoPtr info = ReadInfo(token.content());
+  if (!info || !ImprintMatches(TS_TST_INFO_get_msg_imprint(info.get()), signatureValue)) return DKV_ERR_TOKEN;
   const std::int64_t time = ToSeconds(TS_TST_INFO_get_time(info.get()));
   if (time < 0 || time > std::time(nullptr) + kClockSkewSeconds) return DKV_ERR_TOKEN;
   if (!finding.tsa) return DKV_ERR_TOKEN;
 
-  const Certs carried = CertificatesOf(token);
-  finding.issuer = [&]() -> CertPtr {
-    X509* issuer = FindIssuer(finding.tsa.get(), {&trust.anchors(), &carried});
-    return issuer == nullptr ? nullptr : Share(issuer);
-  }();
-  if (!IsStronglySigned(token)) return DKV_ERR_WEAK;
+  const int signature = token.CheckSignature(token.content(), finding.tsa.get(), trust);
+  if (signature != DKV_OK) return signature == DKV_ERR_WEAK ? DKV_ERR_WEAK : DKV_ERR_TOKEN;
   if (!MayStamp(finding.tsa.get())) return DKV_ERR_TSA_CERT;
-  const int chain = CheckChain(trust, finding.tsa.get(), carried, time);
-  if (chain == DKV_ERR_WEAK) return chain;
-  if (chain != DKV_OK) return DKV_ERR_TOKEN_TRUST;
-  if (!SignatureIsRight(token, trust, time)) return DKV_ERR_TOKEN;
+  const int chain = CheckChain(trust, finding.tsa.get(), token.certificates(), time);
+  if (chain != DKV_OK) return chain == DKV_ERR_WEAK ? DKV_ERR_WEAK : DKV_ERR_TOKEN_TRUST;
   finding.time = time;
   return DKV_OK;
 }
@@ -120,29 +77,30 @@ bool ImprintMatches(TS_MSG_IMPRINT* imprint, Bytes data) {
          CRYPTO_memcmp(ASN1_STRING_get0_data(given), value.data(), length) == 0;
 }
 
-TokenFinding CheckToken(PKCS7* token, Bytes signatureValue, const Trust& trust) {
+TokenFinding CheckToken(Bytes token, Bytes signatureValue, const Trust& trust) {
   TokenFinding finding{DKV_ERR_TOKEN, DKV_NO_TIME, nullptr, nullptr};
-  finding.rc = Judge(token, signatureValue, trust, finding);
+  try {
+    finding.rc = Judge(SignedData(token, SignedKind::kToken), signatureValue, trust, finding);
+  } catch (const Failure& failure) {
+    Trace(kTraceError, "token: %d %s", failure.rc(), failure.what());
+    finding.rc = DKV_ERR_TOKEN;
+  }
   return finding;
 }
 
 FoundToken FindToken(CMS_SignerInfo* signer) {
   const int at = CMS_unsigned_get_attr_by_NID(signer, NID_id_smime_aa_timeStampToken, -1);
-  if (at < 0) return {false, DKV_OK, nullptr};
+  if (at < 0) return {false, DKV_OK, {}};
   // Of two tokens nobody could say which one counts.
   X509_ATTRIBUTE* attribute = CMS_unsigned_get_attr(signer, at);
   if (CMS_unsigned_get_attr_by_NID(signer, NID_id_smime_aa_timeStampToken, at) >= 0 ||
       X509_ATTRIBUTE_count(attribute) != 1) {
-    return {true, DKV_ERR_TOKEN, nullptr};
+    return {true, DKV_ERR_TOKEN, {}};
   }
   const ASN1_TYPE* value = X509_ATTRIBUTE_get0_type(attribute, 0);
-  if (value == nullptr || value->type != V_ASN1_SEQUENCE) return {true, DKV_ERR_TOKEN, nullptr};
+  if (value == nullptr || value->type != V_ASN1_SEQUENCE) return {true, DKV_ERR_TOKEN, {}};
   const ASN1_STRING* der = value->value.sequence;
-  const unsigned char* bytes = ASN1_STRING_get0_data(der);
-  Pkcs7Ptr token(d2i_PKCS7(nullptr, &bytes, ASN1_STRING_length(der)));
-  const bool whole = bytes == ASN1_STRING_get0_data(der) + ASN1_STRING_length(der);
-  if (!token || !whole) return {true, DKV_ERR_TOKEN, nullptr};
-  return {true, DKV_OK, std::move(token)};
+  return {true, DKV_OK, {ASN1_STRING_get0_data(der), static_cast<std::size_t>(ASN1_STRING_length(der))}};
 }
 
 }  // namespace tolven::crypto

@@ -18,14 +18,15 @@ struct TokenFinding {
 
 // The authority's chain is judged at the token's own time: a token outlives the certificate it was made with.
 // A time in the future is not believed.
-TokenFinding CheckToken(PKCS7* token, Bytes signatureValue, const Trust& trust);
+TokenFinding CheckToken(Bytes token, Bytes signatureValue, const Trust& trust);
 
-// The token of the signer's unsigned attributes. present is false when there is none. rc is DKV_ERR_TOKEN for
-// more than one, or for something that is no token; token is null then.
+// The token of the signer's unsigned attributes, in DER. present is false when there is none. rc is
+// DKV_ERR_TOKEN for more than one, or for something that cannot be one; der is empty then. The bytes are the
+// signer's.
 struct FoundToken {
   bool present;
   int rc;
-  Pkcs7Ptr token;
+  Bytes der;
 };
 FoundToken FindToken(CMS_SignerInfo* signer);
 

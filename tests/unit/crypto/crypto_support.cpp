@@ -38,9 +38,13 @@ std::string Copy(const DkvOctetstring& octets) {
 
 }  // namespace
 
-const Scratch& Pki() { return *World::Directory(); }
+const Scratch& Pki() {
+  return *World::Directory();
+}
 
-const DkvTable* Lib() { return &World::Table(); }
+const DkvTable* Lib() {
+  return &World::Table();
+}
 
 DkvOctetstring View(const std::string& bytes) {
   // The interface reads its input only.
@@ -96,8 +100,8 @@ Verdict Verify(const std::string& content, const std::string& signature, const s
   return verdict;
 }
 
-std::string Sign(const std::string& content, const std::string& profile, const char* password, const char* hash,
-                 int* rc) {
+std::string Sign(const std::string& content, const std::string& profile, const char* password,
+                 const char* hash, int* rc) {
   const DkvOctetstring bytes = View(content);
   const SignerEntry key = Entry(profile, password);
   DkvOctetstring* signature = nullptr;
@@ -113,8 +117,8 @@ std::string Sign(const std::string& content, const std::string& profile, const c
 
 std::string OpensslSign(const std::string& content, const std::string& signer, const std::string& options) {
   Pki().Write("content", content);
-  Pki().Run("openssl cms -sign -binary -outform DER -nosmimecap -in content -out signature -signer " + signer +
-            ".crt -inkey " + signer + ".key -certfile inter.crt " + options + " 2>&1");
+  Pki().Run("openssl cms -sign -binary -outform DER -nosmimecap -in content -out signature -signer " +
+            signer + ".crt -inkey " + signer + ".key -certfile inter.crt " + options + " 2>&1");
   return Pki().Read("signature");
 }
 

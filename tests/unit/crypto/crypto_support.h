@@ -51,8 +51,10 @@ Verdict Verify(const std::string& content, const std::string& signature, const s
 std::string Sign(const std::string& content, const std::string& profile, const char* password = nullptr,
                  const char* hash = "SHA256", int* rc = nullptr);
 
-// A signature by the openssl command with a key and certificate of the world. options are those of "openssl cms".
-std::string OpensslSign(const std::string& content, const std::string& signer, const std::string& options = "");
+// A signature by the openssl command with a key and certificate of the world. options are those of "openssl
+// cms".
+std::string OpensslSign(const std::string& content, const std::string& signer,
+                        const std::string& options = "");
 
 inline constexpr char kContent[] = "QEL-MANIFEST\nVersion: 1.0\r\n\nsome bytes\n";
 

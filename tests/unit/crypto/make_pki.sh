@@ -129,8 +129,8 @@ sub_authority() { # NAME SUBJECT
   issue sealer sealer
   issue plain plain
   issue critical_unknown critical_unknown
-  issue tsa tsa -startdate 20150101000000Z -enddate 20200101000000Z
-  cp tsa.crt tsa_old.crt
+  cp tsa.key tsa_old.key
+  issue tsa_old tsa -startdate 20150101000000Z -enddate 20200101000000Z
   issue tsa tsa
   issue tsa_uncritical tsa_uncritical
   issue tsa_mixed tsa_mixed
@@ -171,6 +171,8 @@ sub_authority() { # NAME SUBJECT
   mkdir sec
   cat root.crt >sec/QELverify.pse
   cat root.crt >trust.pse
+  cat root.crt foreign.crt >both.pse
+  cat expired.crt signer.crt tsa_old.crt >old.pse
   cat foreign.crt >other.pse
   cat signer.key signer.crt inter.crt root.crt >signer.pse
   cat lonely.key lonely.crt >lonely.pse

@@ -10,8 +10,9 @@ TEST_P(SignWith, OpensslVerifies) {
   const auto& [profile, hash] = GetParam();
   Pki().Write("content", kContent);
   Pki().Write("ours", Sign(kContent, profile, nullptr, hash));
-  Pki().Run("openssl cms -verify -binary -inform DER -in ours -content content -CAfile root.crt -purpose any "
-            "-cades -out verified 2>&1");
+  Pki().Run(
+      "openssl cms -verify -binary -inform DER -in ours -content content -CAfile root.crt -purpose any "
+      "-cades -out verified 2>&1");
   EXPECT_EQ(Pki().Read("verified"), kContent);
   EXPECT_EQ(Name(Verify(kContent, Pki().Read("ours"), "trust.pse").Reason()), "DKV_OK");
 }
@@ -45,26 +46,16 @@ struct Refusal {
 // Signatures that nobody could accept are not made, and each way a profile can be wrong has its code.
 TEST(Sign, Refusals) {
   const Refusal rows[] = {
-      {"missing.pse", nullptr, DKV_ERR_NO_PSE},
-      {"sec/", nullptr, DKV_ERR_NO_PSE},
-      {"nosuchname", nullptr, DKV_ERR_NO_PSE},
-      {"signer.p12", nullptr, DKV_ERR_PASSWORD},
-      {"signer.p12", "wrong", DKV_ERR_PASSWORD},
-      {"encrypted.pse", nullptr, DKV_ERR_PASSWORD},
-      {"encrypted.pse", "", DKV_ERR_PASSWORD},
-      {"encrypted.pse", "wrong", DKV_ERR_PASSWORD},
-      {"nonsense.pse", nullptr, DKV_ERR_PSE_FORMAT},
-      {"empty.pse", nullptr, DKV_ERR_PSE_FORMAT},
-      {"damaged.pse", nullptr, DKV_ERR_PSE_FORMAT},
-      {"twokeys.pse", nullptr, DKV_ERR_PSE_FORMAT},
-      {"trust.pse", nullptr, DKV_ERR_PSE_NO_KEY},
-      {"keyonly.pse", nullptr, DKV_ERR_PSE_NO_CERT},
-      {"mismatch.pse", nullptr, DKV_ERR_PSE_NO_CERT},
-      {"expired.pse", nullptr, DKV_ERR_EXPIRED},
-      {"future.pse", nullptr, DKV_ERR_NOT_YET_VALID},
-      {"weak.pse", nullptr, DKV_ERR_WEAK},
-      {"mailer.pse", nullptr, DKV_ERR_EXT_KEY_USAGE},
-      {"sealer.pse", nullptr, DKV_ERR_KEY_USAGE},
+      {"missing.pse", nullptr, DKV_ERR_NO_PSE},       {"sec/", nullptr, DKV_ERR_NO_PSE},
+      {"nosuchname", nullptr, DKV_ERR_NO_PSE},        {"signer.p12", nullptr, DKV_ERR_PASSWORD},
+      {"signer.p12", "wrong", DKV_ERR_PASSWORD},      {"encrypted.pse", nullptr, DKV_ERR_PASSWORD},
+      {"encrypted.pse", "", DKV_ERR_PASSWORD},        {"encrypted.pse", "wrong", DKV_ERR_PASSWORD},
+      {"nonsense.pse", nullptr, DKV_ERR_PSE_FORMAT},  {"empty.pse", nullptr, DKV_ERR_PSE_FORMAT},
+      {"damaged.pse", nullptr, DKV_ERR_PSE_FORMAT},   {"twokeys.pse", nullptr, DKV_ERR_PSE_FORMAT},
+      {"trust.pse", nullptr, DKV_ERR_PSE_NO_KEY},     {"keyonly.pse", nullptr, DKV_ERR_PSE_NO_CERT},
+      {"mismatch.pse", nullptr, DKV_ERR_PSE_NO_CERT}, {"expired.pse", nullptr, DKV_ERR_EXPIRED},
+      {"future.pse", nullptr, DKV_ERR_NOT_YET_VALID}, {"weak.pse", nullptr, DKV_ERR_WEAK},
+      {"mailer.pse", nullptr, DKV_ERR_EXT_KEY_USAGE}, {"sealer.pse", nullptr, DKV_ERR_KEY_USAGE},
   };
   for (const Refusal& row : rows) {
     int rc = -1;
@@ -108,10 +99,11 @@ TEST(Digest, PublishedVector) {
   const DkvOctetstring bytes = View(abc);
   DkvOctetstring* digest = nullptr;
   ASSERT_EQ(DkvLibDigest(Lib(), "SHA256", &bytes, &digest), DKV_OK);
-  EXPECT_EQ(Take(digest),
-            std::string("\xba\x78\x16\xbf\x8f\x01\xcf\xea\x41\x41\x40\xde\x5d\xae\x22\x23\xb0\x03\x61\xa3\x96\x17"
-                        "\x7a\x9c\xb4\x10\xff\x61\xf2\x00\x15\xad",
-                        32));
+  EXPECT_EQ(
+      Take(digest),
+      std::string("\xba\x78\x16\xbf\x8f\x01\xcf\xea\x41\x41\x40\xde\x5d\xae\x22\x23\xb0\x03\x61\xa3\x96\x17"
+                  "\x7a\x9c\xb4\x10\xff\x61\xf2\x00\x15\xad",
+                  32));
 }
 
 // A file of that name in the working directory must not become the program's trust.
@@ -122,8 +114,8 @@ TEST(ProfileNames, ReservedNamesIgnoreTheWorkingDirectory) {
   std::filesystem::current_path(elsewhere.Path());
   Pki().Run("cp lonely.pse '" + elsewhere.File("QELvalidation") + "' && cp foreign.crt '" +
             elsewhere.File("QELverify") + "' && cp root.crt '" + elsewhere.File("plainname") + "'");
-  EXPECT_EQ(Verify(kContent, signature, "QELverify").rc, DKV_OK);       // SECUDIR's, with our root
-  EXPECT_EQ(Verify(kContent, signature, "plainname").rc, DKV_OK);       // a file that is there
+  EXPECT_EQ(Verify(kContent, signature, "QELverify").rc, DKV_OK);  // SECUDIR's, with our root
+  EXPECT_EQ(Verify(kContent, signature, "plainname").rc, DKV_OK);  // a file that is there
   int rc = -1;
   Sign(kContent, "QELvalidation", nullptr, "SHA256", &rc);
   EXPECT_EQ(rc, DKV_ERR_NO_PSE);  // SECUDIR has none

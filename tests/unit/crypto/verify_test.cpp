@@ -44,8 +44,8 @@ TEST(Verify, SignaturesOfOthers) {
       {"another root carried along", "stranger", "-certfile foreign.crt", "trust.pse", DKV_ERR_WRONG_SIGNER},
       {"self-signed", "lonely", "", "trust.pse", DKV_ERR_WRONG_SIGNER},
       {"self-signed, namesake trusted", "lonely", "", "namesake.pse", DKV_ERR_WRONG_SIGNER},
-      {"issued by a mere signer", "child", "-certfile chain.crt", "trust.pse", DKV_ERR_WRONG_SIGNER},
-      {"issued by a mere signer, who is trusted", "child", "", "signer.p12", DKV_ERR_WRONG_SIGNER},
+      {"issued by a mere signer", "child", "-certfile chain.crt", "trust.pse", DKV_ERR_UNTRUSTED},
+      {"issued by a mere signer, who is trusted", "child", "", "signer.p12", DKV_ERR_UNTRUSTED},
       {"expired", "expired", "", "trust.pse", DKV_ERR_EXPIRED},
       {"expired and trusted itself", "expired", "", "expired.pse", DKV_ERR_EXPIRED},
       {"not yet valid", "future", "", "trust.pse", DKV_ERR_NOT_YET_VALID},
@@ -98,16 +98,19 @@ TEST(Verify, TroubleWithTheProfile) {
 // The attribute must name the certificate: here another certificate of the same key and name takes its place.
 TEST(Verify, SigningCertificateIsBound) {
   const Scratch& pki = Pki();
-  pki.Run("cp signer.key signer2.key && openssl req -new -config pki.cnf -subj /CN=signer -key signer2.key -out "
-          "signer2.csr 2>&1 && openssl ca -config pki.cnf -batch -notext -extensions signer -in signer2.csr "
-          "-out signer2.crt 2>&1");
+  pki.Run(
+      "cp signer.key signer2.key && openssl req -new -config pki.cnf -subj /CN=signer -key signer2.key -out "
+      "signer2.csr 2>&1 && openssl ca -config pki.cnf -batch -notext -extensions signer -in signer2.csr "
+      "-out signer2.crt 2>&1");
   std::string signature = OpensslSign(kContent, "signer", "-cades");
   ASSERT_EQ(Verify(kContent, signature, "trust.pse").rc, DKV_OK);
   // Only the serial number tells the two apart, in the signer's identifier and in the certificates.
   pki.Run("cat signer2.key signer2.crt > signer2.pse");
   pki.Write("first", signature);
   const std::string second = OpensslSign(kContent, "signer2", "-cades -nocerts");
-  pki.Run("openssl x509 -in signer.crt -noout -serial > one && openssl x509 -in signer2.crt -noout -serial > two");
+  pki.Run(
+      "openssl x509 -in signer.crt -noout -serial > one && openssl x509 -in signer2.crt -noout -serial > "
+      "two");
   const auto serial = [&](const char* file) {
     const std::string hex = pki.Read(file).substr(7, 4);
     return std::string{static_cast<char>(std::stoi(hex.substr(0, 2), nullptr, 16)),

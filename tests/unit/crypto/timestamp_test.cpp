@@ -1,0 +1,168 @@
+#include <ctime>
+
+#include "timestamp_support.h"
+
+namespace tolven::test {
+namespace {
+
+TEST(TimeStampRequest, IsWhatTheStandardWants) {
+  const std::string signature = Sign(kContent, "signer.pse");
+  Pki().Write("query", Request(signature));
+  const std::string text = Pki().Run("openssl ts -query -in query -text 2>&1");
+  for (const char* part :
+       {"Version: 1", "Hash Algorithm: sha256", "Certificate required: yes", "Nonce: 0x"}) {
+    EXPECT_NE(text.find(part), std::string::npos) << part;
+  }
+  EXPECT_NE(Request(signature), Request(signature));  // another nonce each time
+}
+
+TEST(TimeStamp, IsEmbeddedAndVerifies) {
+  const std::string signature = Sign(kContent, "signer.pse");
+  const std::string request = Request(signature);
+  const Stamped stamped = AddReply(signature, request, OpensslReply(request), "trust.pse");
+  ASSERT_EQ(Name(stamped.rc), "DKV_OK");
+  EXPECT_TRUE(stamped.described);
+  EXPECT_EQ(stamped.tsaResult, DKV_OK);
+  EXPECT_EQ(stamped.tsaSubject, "CN=tsa");
+  EXPECT_NEAR(static_cast<double>(stamped.tsaTime), static_cast<double>(std::time(nullptr)), 60);
+
+  for (const char* format : {"PKCS7", "PKCS7-TSTAMP"}) {
+    const Verdict verdict = Verify(kContent, stamped.signature, "trust.pse", format);
+    EXPECT_EQ(Name(verdict.Reason()), "DKV_OK");
+    EXPECT_EQ(verdict.tokenPresent, 1);
+    EXPECT_EQ(verdict.tokenResult, DKV_OK);
+    EXPECT_EQ(verdict.tokenTime, stamped.tsaTime);
+    EXPECT_NE(verdict.tsaId.find("CN=Test Intermediate"), std::string::npos);
+    Pki().Run(
+        "openssl x509 -in tsa.crt -outform DER -out tsa.der; openssl x509 -in inter.crt -outform DER "
+        "-out inter.der");
+    EXPECT_EQ(verdict.tsaCertificate, Pki().Read("tsa.der"));
+    EXPECT_EQ(verdict.tsaIssuerCertificate, Pki().Read("inter.der"));
+  }
+  // The openssl command still takes the signature, and the token in it.
+  Pki().Write("content", kContent);
+  Pki().Write("ours", stamped.signature);
+  Pki().Run(
+      "openssl cms -verify -binary -inform DER -in ours -content content -CAfile root.crt -purpose any "
+      "-out verified 2>&1");
+  // A second token is not put in.
+  EXPECT_NE(AddReply(stamped.signature, request, OpensslReply(request), "trust.pse").rc, DKV_OK);
+}
+
+struct ReplyRow {
+  const char* what;
+  std::string reply;
+  const char* profile;
+  int rc;
+};
+
+TEST(TimeStamp, RefusedReplies) {
+  const std::string signature = Sign(kContent, "signer.pse");
+  const std::string request = Request(signature);
+  const std::string good = OpensslReply(request);
+  const std::string statement = Statement(good);
+  const std::string other = Sign("other content", "signer.pse");
+  // Our nonce over somebody else's imprint.
+  std::string swapped = statement;
+  const std::size_t imprint = swapped.find(std::string("\x04\x20", 2));
+  ASSERT_NE(imprint, std::string::npos);
+  swapped[imprint + 5] = static_cast<char>(swapped[imprint + 5] ^ 1);
+
+  const ReplyRow rows[] = {
+      {"good", good, "trust.pse", DKV_OK},
+      {"granted with modifications", Reply(1, Token(statement, "tsa")), "trust.pse", DKV_OK},
+      {"rejected", Reply(2, ""), "trust.pse", DKV_ERR_TSA_STATUS},
+      {"rejected, yet with a token", Reply(2, Token(statement, "tsa")), "trust.pse", DKV_ERR_ASN1},
+      {"granted without a token", Reply(0, ""), "trust.pse", DKV_ERR_ASN1},
+      {"cut", good.substr(0, good.size() / 2), "trust.pse", DKV_ERR_ASN1},
+      {"something behind it", good + "x", "trust.pse", DKV_ERR_TRAILING_DATA},
+      {"a page of text", "<html>not found</html>", "trust.pse", DKV_ERR_ASN1},
+      {"nothing", "", "trust.pse", DKV_ERR_ASN1},
+      {"of another request", OpensslReply(Request(signature)), "trust.pse", DKV_ERR_TSA_NONCE},
+      {"of another signature", OpensslReply(Request(other)), "trust.pse", DKV_ERR_TSA_NONCE},
+      {"about other data", Reply(0, Token(swapped, "tsa")), "trust.pse", DKV_ERR_TSA_IMPRINT},
+      {"authority not trusted", OpensslReply(request, "stranger_tsa"), "trust.pse", DKV_ERR_TOKEN_TRUST},
+      {"the same, trusted", OpensslReply(request, "stranger_tsa"), "both.pse", DKV_OK},
+      {"usage not critical", Reply(0, Token(statement, "tsa_uncritical")), "trust.pse", DKV_ERR_TSA_CERT},
+      {"usage not alone", Reply(0, Token(statement, "tsa_mixed")), "trust.pse", DKV_ERR_TSA_CERT},
+      {"a signer as authority", Reply(0, Token(statement, "signer")), "trust.pse", DKV_ERR_TSA_CERT},
+      {"expired authority", Reply(0, Token(statement, "tsa_old")), "trust.pse", DKV_ERR_TOKEN_TRUST},
+      {"SHA-1", Reply(0, Token(statement, "tsa", "-cades -md sha1")), "trust.pse", DKV_ERR_WEAK},
+      {"no signing certificate", Reply(0, Token(statement, "tsa", "")), "trust.pse", DKV_ERR_TOKEN},
+      {"from the future", Reply(0, Token(AtTime(statement, "20991231235959Z"), "tsa")), "trust.pse",
+       DKV_ERR_TOKEN},
+      {"no such profile", good, "missing.pse", DKV_ERR_NO_PSE},
+  };
+  for (const ReplyRow& row : rows) {
+    const Stamped stamped = AddReply(signature, request, row.reply, row.profile);
+    EXPECT_EQ(Name(stamped.rc), Name(row.rc)) << row.what;
+    if (stamped.described) {
+      EXPECT_EQ(stamped.tsaResult, row.rc) << row.what;
+    }
+  }
+}
+
+struct TokenRow {
+  const char* what;
+  std::string signature;
+  const char* profile;
+  int reason;
+  int tokenResult;
+};
+
+// Tokens that got into a signature by other ways: each is looked at, whatever the format says.
+TEST(TimeStamp, TokensInSignatures) {
+  const std::string signature = Sign(kContent, "signer.pse");
+  const std::string statement = Statement(OpensslReply(Request(signature)));
+  const std::string token = Token(statement, "tsa");
+  const std::string foreign = Token(Statement(OpensslReply(Request(Sign("other", "signer.pse")))), "tsa");
+  std::string damaged = token;
+  damaged[damaged.size() - 5] = static_cast<char>(damaged[damaged.size() - 5] ^ 1);
+
+  const TokenRow rows[] = {
+      {"good", Embed(signature, token), "trust.pse", DKV_OK, DKV_OK},
+      {"of another signature", Embed(signature, foreign), "trust.pse", DKV_ERR_TOKEN, DKV_ERR_TOKEN},
+      {"damaged", Embed(signature, damaged), "trust.pse", DKV_ERR_TOKEN, DKV_ERR_TOKEN},
+      {"two", Embed(Embed(signature, token), token), "trust.pse", DKV_ERR_TOKEN, DKV_ERR_TOKEN},
+      {"another structure", Embed(signature, std::string("\x30\x00", 2)), "trust.pse", DKV_ERR_TOKEN,
+       DKV_ERR_TOKEN},
+      {"by an unknown authority", Embed(signature, Token(statement, "stranger_tsa")), "trust.pse",
+       DKV_ERR_TOKEN_TRUST, DKV_ERR_TOKEN_TRUST},
+      {"by a signer", Embed(signature, Token(statement, "signer")), "trust.pse", DKV_ERR_TSA_CERT,
+       DKV_ERR_TSA_CERT},
+      {"weak", Embed(signature, Token(statement, "tsa", "-cades -md sha1")), "trust.pse", DKV_ERR_TOKEN,
+       DKV_ERR_WEAK},
+      // Another profile may trust both: the signer comes first.
+      {"signer not that key", Embed(signature, token), "other.pse", DKV_ERR_WRONG_SIGNER, DKV_OK},
+  };
+  for (const TokenRow& row : rows) {
+    for (const char* format : {"PKCS7", "PKCS7-TSTAMP"}) {
+      const Verdict verdict = Verify(kContent, row.signature, row.profile, format);
+      EXPECT_EQ(Name(verdict.Reason()), Name(row.reason)) << row.what;
+      EXPECT_EQ(Name(verdict.tokenResult), Name(row.tokenResult)) << row.what;
+      if (verdict.tokenResult != DKV_OK) {
+        EXPECT_EQ(verdict.tokenTime, DKV_NO_TIME) << row.what;
+      }
+    }
+  }
+}
+
+// The chain is judged at the token's time, the authority's too: a delivery outlives its certificates.
+TEST(TimeStamp, TimeDecides) {
+  const std::string expired = OpensslSign(kContent, "expired");
+  const std::string current = OpensslSign(kContent, "signer");
+  EXPECT_EQ(Name(Verify(kContent, expired, "old.pse").Reason()), "DKV_ERR_EXPIRED");
+  const Verdict verdict = Verify(kContent, StampAt(expired, "20180601120000Z", "tsa_old"), "old.pse");
+  EXPECT_EQ(Name(verdict.Reason()), "DKV_OK");
+  EXPECT_EQ(verdict.tokenTime, 1527854400);
+  // A token from before the signer's or the authority's certificate, or from after.
+  EXPECT_EQ(Name(Verify(kContent, StampAt(current, "20180601120000Z", "tsa_old"), "old.pse").Reason()),
+            "DKV_ERR_NOT_YET_VALID");
+  EXPECT_EQ(Name(Verify(kContent, StampAt(expired, "20140601120000Z", "tsa_old"), "old.pse").Reason()),
+            "DKV_ERR_TOKEN_TRUST");
+  EXPECT_EQ(Name(Verify(kContent, StampAt(expired, "20200601120000Z", "tsa_old"), "old.pse").Reason()),
+            "DKV_ERR_TOKEN_TRUST");
+}
+
+}  // namespace
+}  // namespace tolven::test
