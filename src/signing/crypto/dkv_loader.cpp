@@ -199,8 +199,7 @@ std::string DkvSupGetVantaCryptoLibVersionString(const DkvTable* table) {
   if (!DkvSupToolkitIsQELCrypto(table) || !QueryProperties(table, &properties)) {
     return DkvSupToolkitVersionString(table);
   }
-  return std::string(properties.maker) + " " + std::to_string(properties.version) + ".0." +
-         std::to_string(properties.patchLevel) + " (" + DkvSupToolkitVersionString(table) + ")";
+  return std::string(properties.maker) + " " + DkvSupToolkitVersionString(table);
 }
 
 const char* DkvErrorName(int code) {

@@ -51,7 +51,7 @@ bool DkvSupToolkitIsQELCrypto(const DkvTable* table);
 bool DkvSupToolkitVersion(const DkvTable* table, int* version, int* patchLevel);
 // The library's version as one line; empty when it does not tell.
 std::string DkvSupToolkitVersionString(const DkvTable* table);
-// Name, version and patch level of a library of the maker ("QELCRYPTOLIB 8.0.35 (...)"), else as above.
+// With the library's name in front when it is the maker's own ("QELCRYPTOLIB 8.0.35, ..."), else as above.
 std::string DkvSupGetVantaCryptoLibVersionString(const DkvTable* table);
 
 // The library's name and description of a return code; null without a library, or when it has none for the
