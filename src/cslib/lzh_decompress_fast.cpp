@@ -15,56 +15,48 @@ constexpr unsigned kMaxLengthBits = kMaxCodeBits + 5;  // a length code and its 
 constexpr unsigned kMaxDistanceBits =
     kMaxCodeBits + 12;  // a distance code inside the window and its extra bits
 
-// A round takes up to three literals with codes from the root table, or two of them and a match.
+// A round takes up to three literals with codes from the root table, or two of them and a match; the bits of
+// the buffer are used up to here before they are refilled.
 constexpr unsigned kMaxLiterals = 3;
 static_assert(kMaxLiterals * kLitLenRootBits <= kRefilledBits);
-static_assert(2 * kLitLenRootBits + kMaxLengthBits <= kRefilledBits);
+static_assert((kMaxLiterals - 1) * kLitLenRootBits + kMaxLengthBits <= kRefilledBits);
 static_assert(kMaxDistanceBits + kLitLenRootBits <= kRefilledBits);
 
-// One refill before the loop, up to two in a round.
+// One refill before the loop, then at most two in a round.
 constexpr std::size_t kInMargin = 2 * kRefillTake + kRefillLoad;
 
-// Matches are copied in pieces of 16 bytes, the last of which may end up to 15 bytes behind the match.
-constexpr std::size_t kPiece = 16;
-constexpr std::size_t kOutMargin = kMaxLiterals + kMaxMatch + kPiece - 1;
+// Matches are copied in runs of five words: few are longer than one run, and words overlap less often than
+// wider pieces with bytes just written. The last run may go on behind the match by all but one of its bytes.
+constexpr std::size_t kWord = 8;
+constexpr std::size_t kRun = 5 * kWord;
+constexpr std::size_t kOutMargin = kMaxLiterals + kMaxMatch + kRun - 1;
 
-inline void CopyPiece(std::uint8_t* to, const std::uint8_t* from) {
-  std::memcpy(to, from, kPiece);
+[[gnu::always_inline]] inline void CopyWord(std::uint8_t* to, const std::uint8_t* from) {
+  std::memcpy(to, from, kWord);
 }
 
-inline void CopyHalfPiece(std::uint8_t* to, const std::uint8_t* from) {
-  std::memcpy(to, from, kPiece / 2);
-}
-
-// Copies `length` bytes from `distance` bytes back inside one buffer, writing up to kPiece - 1 bytes too
-// many.
+// Copies `length` bytes from `distance` bytes back inside one buffer, writing up to kRun - 1 bytes too many.
 [[gnu::always_inline]] inline void CopyNear(std::uint8_t* out, std::uint32_t length, std::uint32_t distance) {
   const std::uint8_t* from = out - distance;
-  std::uint8_t* const end = out + length;
-  if (distance >= kPiece) [[likely]] {
+  const std::uint8_t* const end = out + length;
+  if (distance >= kWord) [[likely]] {
     do {
-      CopyPiece(out, from);
-      out += kPiece;
-      from += kPiece;
+      for (std::size_t at = 0; at < kRun; at += kWord) CopyWord(out + at, from + at);
+      out += kRun;
+      from += kRun;
     } while (out < end);
   } else if (distance == 1) {
     // Runs of one byte are by far the most frequent of the overlapping matches.
-    std::array<std::uint8_t, kPiece> run;
-    std::memset(run.data(), *from, kPiece);
+    std::array<std::uint8_t, kWord> same;
+    same.fill(*from);
     do {
-      CopyPiece(out, run.data());
-      out += kPiece;
-    } while (out < end);
-  } else if (distance >= kPiece / 2) {
-    do {
-      CopyHalfPiece(out, from);
-      out += kPiece / 2;
-      from += kPiece / 2;
+      for (std::size_t at = 0; at < kRun; at += kWord) CopyWord(out + at, same.data());
+      out += kRun;
     } while (out < end);
   } else {
-    // Each copy of eight bytes brings `distance` good ones.
+    // Each word brings `distance` good bytes.
     do {
-      CopyHalfPiece(out, from);
+      CopyWord(out, from);
       out += distance;
       from += distance;
     } while (out < end);
@@ -84,22 +76,27 @@ inline void CopyHalfPiece(std::uint8_t* to, const std::uint8_t* from) {
   const std::uint8_t* in = cursor.in;
   std::uint8_t* out = cursor.out;
   std::uint64_t bits = cursor.bits;
+  // Whole entries are subtracted from the count, which spares cutting out their lowest byte each time: only
+  // the lowest byte of the count means anything.
   unsigned bitCount = cursor.bitCount;
+  const auto countedBits = [&]() __attribute__((always_inline)) {
+    return bitCount & 0xFFU;
+  };
 
   const auto refill = [&]() __attribute__((always_inline)) {
-    bits |= LoadLittleEndian64(in) << bitCount;
-    in += (63U - bitCount) >> 3;
+    bits |= LoadLittleEndian64(in) << (bitCount & 63U);
+    in += (63U - countedBits()) >> 3;
     bitCount |= kRefilledBits;
   };
-  const auto drop = [&](unsigned count) __attribute__((always_inline)) {
-    bits >>= count;
-    bitCount -= count;
+  const auto drop = [&](Entry entry) __attribute__((always_inline)) {
+    bits >>= entry & 63U;
+    bitCount -= entry;
   };
   const auto leave = [&](FastExit exit) __attribute__((always_inline)) {
     cursor.in = in;
     cursor.out = out;
     cursor.bits = bits;
-    cursor.bitCount = bitCount;
+    cursor.bitCount = countedBits();
     return exit;
   };
   const auto behindLink = [&](const Entry* table, Entry link) __attribute__((always_inline)) {
@@ -112,15 +109,15 @@ inline void CopyHalfPiece(std::uint8_t* to, const std::uint8_t* from) {
   do {
     // At least kRefilledBits in the buffer; `entry` is looked up but not taken yet.
     if ((entry & kLiteral) != 0) {
-      drop(DropBits(entry));
+      drop(entry);
       *out++ = LiteralByte(entry);
       entry = litLen[bits & litLenMask];
       if ((entry & kLiteral) != 0) {
-        drop(DropBits(entry));
+        drop(entry);
         *out++ = LiteralByte(entry);
         entry = litLen[bits & litLenMask];
         if ((entry & kLiteral) != 0) {
-          drop(DropBits(entry));
+          drop(entry);
           *out++ = LiteralByte(entry);
           refill();
           entry = litLen[bits & litLenMask];
@@ -134,9 +131,9 @@ inline void CopyHalfPiece(std::uint8_t* to, const std::uint8_t* from) {
         const Entry link = entry;
         entry = behindLink(litLen, link);
         if (Is(entry, kInvalid)) return leave(FastExit::kEdge);
-        drop(DropBits(link));
+        drop(link);
         if ((entry & kLiteral) != 0) {
-          drop(DropBits(entry));
+          drop(entry);
           *out++ = LiteralByte(entry);
           refill();
           entry = litLen[bits & litLenMask];
@@ -144,13 +141,13 @@ inline void CopyHalfPiece(std::uint8_t* to, const std::uint8_t* from) {
         }
       }
       if (Is(entry, kEndOfBlock)) {
-        drop(DropBits(entry));
+        drop(entry);
         return leave(FastExit::kBlockDone);
       }
       if (Is(entry, kInvalid)) return leave(FastExit::kEdge);
     }
     const std::uint32_t length = ValueWithExtra(entry, bits);
-    drop(DropBits(entry));
+    drop(entry);
 
     if (bitCount < kMaxDistanceBits) [[unlikely]]
       refill();
@@ -184,8 +181,8 @@ inline void CopyHalfPiece(std::uint8_t* to, const std::uint8_t* from) {
     drop(linkBits + DropBits(entry));
 
     // The next symbol is looked up before the copy, so that the two overlap.
-    refill();
     entry = litLen[bits & litLenMask];
+    refill();
     CopyNear(out, length, distance);
     out += length;
   } while (in <= inStop && out <= outStop);
@@ -200,7 +197,7 @@ using DecodeFunction = FastExit (*)(LzhDecompressState&, Cursor&, std::size_t);
 
 #if defined(__x86_64__)
 // The same with shifts and masks by a variable count in one instruction each.
-[[gnu::target("bmi2")]] FastExit DecodeBmi2(LzhDecompressState& state, Cursor& cursor, std::size_t room) {
+[[gnu::target("bmi,bmi2")]] FastExit DecodeBmi2(LzhDecompressState& state, Cursor& cursor, std::size_t room) {
   return DecodeLoop(state, cursor, room);
 }
 
