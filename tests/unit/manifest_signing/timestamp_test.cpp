@@ -71,6 +71,17 @@ TEST(Timestamp, SignedAndStampedAndVerified) {
       SMF_OK)
       << ManifestGetLastError(reader.get());
 
+  Pki().Run(
+      "openssl ca -config pki.cnf -revoke tsa.crt -crl_reason superseded 2>/dev/null &&"
+      " openssl ca -config pki.cnf -gencrl -out tsa_revoked.crl 2>/dev/null");
+  const std::string revoked = Pki().Read("tsa_revoked.crl");
+  const std::span<const std::uint8_t> revokedBytes(reinterpret_cast<const std::uint8_t*>(revoked.data()),
+                                                   revoked.size());
+  EXPECT_EQ(ManifestVerify(reader.get(), document.data(), document.size(), nullptr, nullptr, nullptr,
+                           revokedBytes, 0),
+            SMF_ECRL_REVOKED);
+  EXPECT_EQ(ManifestGetLastError(reader.get()), "Timestamp Certificate revoked\nRevocation Reason Code = 4");
+
   // The token covers the signature value: openssl finds it there.
   Scratch scratch;
   test::SignatureOf(scratch, document);
