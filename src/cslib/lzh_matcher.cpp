@@ -107,10 +107,8 @@ void LzhMatcher::ClearBehindInput() {
   if (!slid_) std::memset(window_.data() + end, 0, std::min(kPadding, kWindowBytes - end));
 }
 
-// Finds a match longer than `best`, or returns `best`. A candidate that shares all bytes up to best.length
-// must share the last ones of them, which is the quickest to rule out most. It has the position's hash value,
-// so the bytes in front need no look before the full comparison. Not inlined: in the caller's loop the walk
-// would run out of registers.
+// Finds a match longer than `best`, or returns `best`; of equally long ones the nearest. Candidates share the
+// hash value of three bytes. Not inlined: in the caller's loop the walk would run out of registers.
 [[gnu::noinline]] LzhMatcher::Candidate LzhMatcher::LongestMatch(std::uint32_t position,
                                                                  std::uint32_t candidate,
                                                                  Candidate best) const {
@@ -120,19 +118,30 @@ void LzhMatcher::ClearBehindInput() {
   std::uint32_t chain = parameters_.max_chain;
   if (best.length >= parameters_.good_length) chain >>= 2;
 
-  // The four bytes ending at best.length, or the three that a first match needs.
-  std::uint32_t tail_at = best.length >= 3 ? best.length - 3 : 0;
-  std::uint32_t tail_mask = best.length >= 3 ? 0xFFFFFFFFU : 0xFFFFFFU;
-  std::uint32_t tail = Load32(scan + tail_at) & tail_mask;
+  if (best.length < kMinMatch) {
+    // Nearly every candidate has the three bytes that make a first match, so this rarely goes round.
+    const std::uint32_t first = Load32(scan);
+    while (((Load32(window + candidate) ^ first) & 0xFFFFFFU) != 0) {
+      candidate = prev_[candidate & kPositionMask];
+      if (candidate <= limit || --chain == 0) return best;
+    }
+    best = {MatchLength(scan, window + candidate), candidate};
+    if (best.length == kMaxMatch) return best;
+    candidate = prev_[candidate & kPositionMask];
+    if (candidate <= limit || --chain == 0) return best;
+  }
+  // What beats best.length shares all bytes up to there. The last four of them rule out most, so they come
+  // first.
+  const std::uint8_t* tail_window = window + best.length - 3;
+  std::uint32_t tail = Load32(scan + best.length - 3);
   do {
-    if ((Load32(window + candidate + tail_at) & tail_mask) == tail) {
+    if (Load32(tail_window + candidate) == tail) {
       const std::uint32_t length = MatchLength(scan, window + candidate);
       if (length > best.length) {
         best = {length, candidate};
         if (length == kMaxMatch) break;
-        tail_at = length - 3;
-        tail_mask = 0xFFFFFFFFU;
-        tail = Load32(scan + tail_at);
+        tail_window = window + length - 3;
+        tail = Load32(scan + length - 3);
       }
     }
     candidate = prev_[candidate & kPositionMask];
