@@ -139,16 +139,16 @@ TEST(Verify, OneObjectAndNothingBehindIt) {
 // No single changed byte, wherever it is, makes a signature fit content it was not made for; and none of the
 // damaged structures may do harm.
 TEST(Verify, NoChangedByteHelps) {
-  const std::string good = Sign(kContent, "lonely.pse");
+  const std::string good = Sign(kContent, "signer.pse");
   int tried = 0;
   int refused = 0;
   for (std::size_t at = 0; at < good.size(); ++at) {
     std::string bad = good;
     bad[at] = static_cast<char>(bad[at] ^ (1 << (at % 8)));
-    EXPECT_NE(Verify("other content", bad, "lonely.pse").rc, DKV_OK) << at;
+    EXPECT_NE(Verify("other content", bad, "trust.pse").rc, DKV_OK) << at;
     if (at % 4 != 0) continue;
     ++tried;
-    if (Verify(kContent, bad, "lonely.pse").rc != DKV_OK) ++refused;
+    if (Verify(kContent, bad, "trust.pse").rc != DKV_OK) ++refused;
   }
   // Few bytes of a signature mean nothing.
   EXPECT_GT(refused, tried * 9 / 10);
