@@ -40,7 +40,7 @@ bool CDirEntry::AddToDir(CArchive* archive) {
     if (target != nullptr) CreateEntry(archive);
     AddToDirEx(archive, target != nullptr);
     const bool good = !DoManifestAPI() || m_signed;
-    if (m_pending && good) m_pending->Commit(m_header.mode, m_header.mtime);
+    if (m_pending && good) CExtractTarget::CommitFile(*m_pending, m_header.mode, m_header.mtime, m_shownName);
     m_pending.reset();
     return good;
   } catch (...) {

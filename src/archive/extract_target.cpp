@@ -1,9 +1,9 @@
 #include "archive/extract_target.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <optional>
 
 #include "archive/format.h"
 #include "cmdline/cmd_line.h"
@@ -17,6 +17,7 @@ namespace {
 
 constexpr int kErrorTemporaryFile = 28;
 constexpr int kErrorLink = 36;
+constexpr std::uint32_t kModeSettable = 0xFFF;  // without the file type
 
 // True when making the name safe takes more from it than slashes and ".".
 bool LosesComponents(const std::string& name) {
@@ -29,44 +30,6 @@ void MakeParents(CExtractRoot& root, const std::string& path) {
 }
 
 }  // namespace
-
-CPendingFile::CPendingFile(CExtractRoot& root, const std::string& path, const std::string& name)
-    : m_root(root), m_path(path), m_name(name) {
-  UniqueFd descriptor = root.CreateTemp(path, m_tempName);
-  if (!descriptor) {
-    throw CExcept("TOLVEN: could not create a temporary file for " + name, kErrorTemporaryFile, true);
-  }
-  m_guard.emplace(m_tempName);
-  if (!m_stream.Attach(descriptor.Release())) {
-    const int error = errno;
-    Discard();
-    errno = error;
-    throw CExcept("TOLVEN: could not open for writing " + name);
-  }
-}
-
-CPendingFile::~CPendingFile() {
-  if (m_guard) Discard();
-}
-
-bool CPendingFile::Discard() {
-  if (m_stream.Open()) m_stream.Close();
-  const bool removed = m_root.Remove(m_tempName);
-  m_guard.reset();
-  return removed;
-}
-
-void CPendingFile::Commit(std::uint32_t mode, std::int64_t mtime) {
-  if (!m_stream.Flush()) throw CWriteExcept(m_name);
-  const int descriptor = m_stream.Descriptor();
-  if (fchmod(descriptor, mode & 0xFFF) != 0) throw CChgModExcept(m_name);
-  const timespec when{static_cast<time_t>(mtime), 0};
-  const timespec times[2] = {when, when};
-  if (futimens(descriptor, times) != 0) throw CChgDateExcept(m_name);
-  if (!m_stream.Close()) throw CWriteExcept(m_name);
-  if (!m_root.Rename(m_tempName, m_path)) throw CExcept("TOLVEN: could not open for writing " + m_name);
-  m_guard.reset();
-}
 
 CExtractTarget::CExtractTarget(const CmdOptions& options)
     : m_options(options), m_root(!options.noPathValidation) {
@@ -84,13 +47,36 @@ std::string CExtractTarget::PathFor(const std::string& shownName) const {
 
 std::unique_ptr<CPendingFile> CExtractTarget::OpenFile(const std::string& path, const std::string& name) {
   DropLink(path);
-  MakeParents(m_root, path);
   struct stat status {};
   if (m_options.forceExtraction && m_root.Status(path, status) && !m_root.Remove(path)) {
     throw CExcept("TOLVEN: force mode (option -j): could not delete " + name, kErrorTemporaryFile, true);
   }
-  errno = 0;
-  return std::make_unique<CPendingFile>(m_root, path, name);
+  auto file = std::make_unique<CPendingFile>(m_root, path);
+  std::string failed;
+  switch (file->Create(failed)) {
+    case CPendingFile::Step::kNone:
+      return file;
+    case CPendingFile::Step::kParents:
+      throw CCreateDirExcept(failed);
+    default:
+      throw CExcept("TOLVEN: could not create a temporary file for " + name, kErrorTemporaryFile, true);
+  }
+}
+
+void CExtractTarget::CommitFile(CPendingFile& file, std::uint32_t mode, std::int64_t mtime,
+                                const std::string& name) {
+  switch (file.Commit(mode & kModeSettable, mtime)) {
+    case CPendingFile::Step::kNone:
+      return;
+    case CPendingFile::Step::kMode:
+      throw CChgModExcept(name);
+    case CPendingFile::Step::kDate:
+      throw CChgDateExcept(name);
+    case CPendingFile::Step::kRename:
+      throw CExcept("TOLVEN: could not open for writing " + name);
+    default:
+      throw CWriteExcept(name);
+  }
 }
 
 void CExtractTarget::AddDirectory(const std::string& path, const std::string& name, std::uint32_t mode,

@@ -2,44 +2,16 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "fileio/extract_root.h"
-#include "fileio/file_stream.h"
-#include "fileio/remove_on_signal.h"
+#include "fileio/pending_file.h"
 
 namespace tolven {
 
 struct CmdOptions;
-
-// A file on its way to its name: data goes into a temporary file beside the target, which takes the name only
-// when everything about it is right. Destroyed before that, it leaves nothing behind.
-class CPendingFile {
- public:
-  // `path` below `root`; `name` is what messages say. CCreateDirExcept, or 28 when no file can be made.
-  CPendingFile(CExtractRoot& root, const std::string& path, const std::string& name);
-  ~CPendingFile();
-  CPendingFile(const CPendingFile&) = delete;
-  CPendingFile& operator=(const CPendingFile&) = delete;
-
-  CFileStream& Stream() { return m_stream; }
-  const std::string& TempName() const { return m_tempName; }
-  // Closes and removes the temporary file. True iff it is gone.
-  bool Discard();
-  // Mode and date through the descriptor, an explicit close, and the rename.
-  void Commit(std::uint32_t mode, std::int64_t mtime);
-
- private:
-  CExtractRoot& m_root;
-  std::string m_path;
-  std::string m_name;
-  std::string m_tempName;
-  CFileStream m_stream;
-  std::optional<CRemoveOnSignal> m_guard;
-};
 
 // What an extraction keeps for one archive: the directory that everything goes below, the directories that get
 // their dates and modes at the end, and the links, which are made after the files that they could capture.
@@ -51,8 +23,12 @@ class CExtractTarget {
   // Where an entry of that name goes: made safe by ValidateFilePath, unless -xnopvalid is given. Prints a line when
   // that takes a drive prefix or ".." away.
   std::string PathFor(const std::string& shownName) const;
-  // Makes missing parents, removes an existing file in force mode, and opens the temporary file.
+  // Makes missing parents, removes an existing file in force mode, and opens the temporary file. `name` is what
+  // messages say. CCreateDirExcept, or 28.
   std::unique_ptr<CPendingFile> OpenFile(const std::string& path, const std::string& name);
+  // Gives the file its mode, date and name. CWriteExcept, CChgModExcept, CChgDateExcept, or that it could not be
+  // opened for writing: something stands in its place.
+  static void CommitFile(CPendingFile& file, std::uint32_t mode, std::int64_t mtime, const std::string& name);
   // Makes the directory now; date and mode follow in Finish.
   void AddDirectory(const std::string& path, const std::string& name, std::uint32_t mode, std::int64_t mtime);
   // Makes missing parents and remembers the link for Finish. A later entry of the same path takes its place.

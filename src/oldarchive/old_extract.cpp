@@ -78,13 +78,13 @@ bool Extraction::ExtractDirectory(const FileInfo& info, const std::string& path,
 }
 
 bool Extraction::ExtractFile(const FileInfo& info, const std::string& path, int* error, std::string* text) {
-  OldTarget target(m_root, path);
-  if (!target.Create(error, text)) return false;
+  CPendingFile target(m_root, path);
+  if (!CreateTarget(target, path, error, text)) return false;
   // What was decoded is what was written, so the sum over the output stands for the file read back.
   std::uint64_t checksum = 0;
   if (!Decompress(m_app, info, &target.Stream(), path, checksum, error, text)) return false;
   if (m_app.compareChecksums && !CompareChecksum(info, checksum, error, text)) return false;
-  return target.Commit(info, error, text);
+  return CommitTarget(target, info, path, error, text);
 }
 
 bool Extraction::FinishDirectories(int* error, std::string* text) {

@@ -52,7 +52,7 @@ void VerifyForReading(CArchive& archive, CProcessor& processor) {
   }
   ManifestContextPtr context = ManifestMakeContext();
   InitForReading(context.get(), options);
-  ThrowManifestError(context.get(), CSmfVerify(context.get(), text, options, options.key, false));
+  ThrowManifestError(context.get(), CSmfVerify(context.get(), text, options, 0, false));
   CompareWithExternal(context.get(), options);
   archive.SetManifest(std::move(context));
   archive.SetHashEntries(true);
@@ -86,12 +86,8 @@ OldSignature HashExistingEntries(CArchive& archive, unsigned long& failed) {
 ManifestContextPtr VerifyOldSignature(const OldSignature& old, const CmdOptions& options) {
   ManifestContextPtr context = ManifestMakeContext();
   InitForReading(context.get(), options);
-  int code = CSmfVerify(context.get(), old.text, options, options.key, false);
-  if (code == SMF_ESIGNATURE && options.key != nullptr) {
-    InitForReading(context.get(), options);
-    code = CSmfVerify(context.get(), old.text, options, nullptr, false);
-  }
-  ThrowManifestError(context.get(), code);
+  ThrowManifestError(context.get(),
+                     CSmfVerify(context.get(), old.text, options, kManifestKeyIsOptional, false));
   return context;
 }
 

@@ -74,18 +74,15 @@ void InitManifest(ManifestContext* context, const CmdOptions& options, const cha
   if (code != SMF_OK) throw CInvalManifestExcept(ManifestGetLastError(context), code, 0);
 }
 
-int CSmfVerify(ManifestContext* context, std::string_view text, const CmdOptions& options, const char* key,
+int CSmfVerify(ManifestContext* context, std::string_view text, const CmdOptions& options, unsigned flags,
                bool verifyFiles) {
   std::vector<std::uint8_t> crl;
-  unsigned flags = 0;
   if (options.crlFile != nullptr) {
     crl = ReadCrlFile(options.crlFile);
-    flags = kManifestRequireCrl;
+    flags |= kManifestRequireCrl;
   }
-  // The password belongs to the PSE of -key.
-  const char* password = key != nullptr ? options.password : nullptr;
-  const int code =
-      ManifestVerifyEx(context, text.data(), text.size(), key, key, password, crl, flags, verifyFiles, true);
+  const int code = ManifestVerifyEx(context, text.data(), text.size(), options.key, options.key, options.password,
+                                    crl, flags, verifyFiles, true);
   return code == SMF_ESIGNATURE_EXTERNAL || code == SMF_ESIGNATURE_VALIDATION ? SMF_OK : code;
 }
 

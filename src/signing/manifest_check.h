@@ -26,11 +26,12 @@ std::string GetManifestContent(CArchive& archive, std::int64_t& offset);
 void InitManifest(ManifestContext* context, const CmdOptions& options, const char* fileHash, const char* format,
                   const char* signatureHash);
 
-// Checks the signature of `text` by the certificates of `key` (null: the installed ones) and the CRLs of -crl;
-// with `verifyFiles` also the files on disk. SMF_OK also for a signature of an external or the validation key;
-// the context's category and text then carry the warning. A CRL file that cannot be read is an exception.
+// Checks the signature of `text` by the certificates of -key (else the installed ones; with kManifestKeyIsOptional in
+// `flags` by either) and the CRLs of -crl; with `verifyFiles` also the files on disk. SMF_OK also for a signature of
+// an external or the validation key; the context's category and text then carry the warning. A CRL file that cannot
+// be read is an exception.
 [[nodiscard]] int CSmfVerify(ManifestContext* context, std::string_view text, const CmdOptions& options,
-                             const char* key, bool verifyFiles);
+                             unsigned flags, bool verifyFiles);
 
 // Signs the context's document with -key and -pwd.
 [[nodiscard]] int CSmfSign(ManifestContext* context, const CmdOptions& options);

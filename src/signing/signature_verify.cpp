@@ -66,7 +66,7 @@ void CSignatureVerify::Execute() {
     try {
       const auto bytes = text.Contents();
       const std::string_view document(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-      code = CSmfVerify(context.get(), document, options, options.key, true);
+      code = CSmfVerify(context.get(), document, options, 0, true);
     } catch (const CExcept& error) {  // the CRL file
       code = SMF_ECRL;
       detail = error.GetMsg();

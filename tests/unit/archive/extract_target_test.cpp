@@ -29,7 +29,7 @@ void PutFile(CExtractTarget& target, const std::string& path, std::string conten
   auto pending = target.OpenFile(path, path);
   unsigned long done = 0;
   ASSERT_TRUE(pending->Stream().Write(reinterpret_cast<unsigned char*>(content.data()), content.size(), &done));
-  pending->Commit(0104640, 1000);
+  CExtractTarget::CommitFile(*pending, 0104640, 1000, path);
 }
 
 TEST(ExtractTarget, AFileHasItsNameOnlyWhenItIsWhole) {
