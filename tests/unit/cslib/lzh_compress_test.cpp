@@ -52,9 +52,9 @@ TEST_F(LzhCompress, InflatesToTheInputAtEveryLevelAndSize) {
 TEST_F(LzhCompress, PiecesGiveTheSameBits) {
   const LzhCompressStatePtr other = NewLzhCompressState();
   for (const Kind kind : kAllKinds) {
-    for (const std::size_t size : {0, 1, 3, 262, 16384, 32768, 65537, 200000}) {
+    for (const std::size_t size : {0, 1, 3, 262, 16384, 32768, 65537, 120000}) {
       const Bytes data = MakeData(kind, size);
-      for (const int level : {1, 2, 6}) {
+      for (const int level : {2, 6}) {
         const Bytes whole = CompressWhole(*other, data, level);
         for (const std::size_t piece : {1, 2, 3, 511, 65536}) {
           for (const std::size_t room : {1, 7, 65536}) {
