@@ -3,6 +3,7 @@ sanitizer reports, and trees that are built and compared.
 """
 import hashlib
 import os
+import resource
 import shutil
 import stat
 import subprocess
@@ -112,17 +113,35 @@ def digest(path):
     return total.hexdigest()
 
 
+def walk_open(root):
+    """os.walk that opens what is closed to its owner."""
+    for folder, directories, files in os.walk(root):
+        for name in directories + files:
+            full = os.path.join(folder, name)
+            if not os.path.islink(full) and not os.access(full, os.R_OK | os.X_OK * (name in directories)):
+                os.chmod(full, 0o700)
+        yield folder, directories, files
+
+
 def contents(root):
     """Path -> bytes of every regular file below `root`, unreadable ones included; links are not followed."""
     found = {}
-    for folder, _, files in os.walk(root):
+    for folder, _, files in walk_open(root):
         for name in files:
             full = os.path.join(folder, name)
             if stat.S_ISREG(os.lstat(full).st_mode):
-                if not os.access(full, os.R_OK):
-                    os.chmod(full, 0o600)
                 found[os.path.relpath(full, root)] = read_file(full)
     return found
+
+
+def instrumented():
+    """Whether the program carries a sanitizer, which needs memory of its own."""
+    return b"__asan_init" in read_file(BINARY)
+
+
+def little_memory():
+    """Run in the child: 16 MiB for all it allocates, whatever the sizes in an archive say."""
+    resource.setrlimit(resource.RLIMIT_DATA, (16 << 20, 16 << 20))
 
 
 not_as_root = unittest.skipIf(os.geteuid() == 0, "the superuser may read everything")
@@ -151,9 +170,8 @@ class TolvenTest(unittest.TestCase):
     def remove_tree(path):
         for folder, directories, _ in os.walk(path):
             for name in directories:
-                full = os.path.join(folder, name)
-                if not os.path.islink(full):
-                    os.chmod(full, 0o700)
+                if not os.path.islink(os.path.join(folder, name)):
+                    os.chmod(os.path.join(folder, name), 0o700)
         shutil.rmtree(path)
 
     def path(self, *names):

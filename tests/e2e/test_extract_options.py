@@ -252,6 +252,17 @@ class Failures(harness.TolvenTest):
         self.assertTrue(os.path.exists("/dev/full"))
         self.assertFalse(os.path.lexists(self.path("A")))
 
+    @harness.not_as_root
+    def test_directories_that_must_not_be_written(self):
+        self.write("A", archive(regular("d/a", b"1")))
+        harness.build_tree(self.fresh("out"), {"d": Directory(0o555)})
+        self.expect("-xf A -R out", [LINE % "A", "TOLVEN: not all files could be extracted",
+                                     "TOLVEN: could not create a temporary file for d/a (error 28). Permission denied"], 28)
+        os.chmod(self.path("out"), 0o555)
+        self.write("A", archive(directory("new")))
+        self.expect("-xf A -R out", [LINE % "A", "TOLVEN: not all files could be extracted",
+                                     "TOLVEN: can not create directory new (error 3). Permission denied"], 3)
+
     def test_archives_that_cannot_be_written(self):
         self.write("a", "text")
         os.mkdir(self.path("dir"))

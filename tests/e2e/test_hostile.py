@@ -28,13 +28,15 @@ class Damaged(harness.TolvenTest):
             entry(b"RG", "d/c", 0o644, 12, 1, pieces), link("l", "a"))
         self.assertLessEqual(len(self.content), 360)
 
-    def damaged(self, content, what):
-        """Lists, tests and extracts; returns the exit codes."""
+    commands = {"list": ["-tf", "A"], "test": ["-df", "A"], "extract": ["-xf", "A", "-R", "out"]}
+
+    def damaged(self, content, what, commands=tuple(commands)):
+        """Runs the commands; returns their exit codes."""
         self.write("A", content)
         self.fresh("out")
         codes = []
-        for args in (["-tf", "A"], ["-df", "A"], ["-xf", "A", "-R", "out"]):
-            run = self.run_tolven(*args)
+        for command in commands:
+            run = self.run_tolven(*self.commands[command])
             codes.append(run.code)
             if run.code != 0 and not (run.code == 36 and run.lines[-1].endswith("extracted")):
                 self.assertRegex([line for line in run.lines if line][-1], r"^TOLVEN: ", (what, run))
@@ -72,11 +74,11 @@ class Damaged(harness.TolvenTest):
         return len(content) - at
 
     def test_every_byte_changed(self):
-        for flip in (0xFF, 0x01):
+        for flip, commands in ((0xFF, ("list", "extract")), (0x01, ("test", "extract"))):
             for at in range(len(self.content)):
                 changed = bytearray(self.content)
                 changed[at] ^= flip
-                self.damaged(bytes(changed), "byte %d xor %#x" % (at, flip))
+                self.damaged(bytes(changed), "byte %d xor %#x" % (at, flip), commands)
 
 
 class Broken(harness.TolvenTest):
@@ -201,10 +203,17 @@ class Broken(harness.TolvenTest):
         self.assertEqual(harness.contents(self.extracted("A", count=1)), {"a": b"whatever it is"})
 
     def test_more_data_than_memory(self):
-        # 20 000 blocks of 64 KiB of zeros, announced as 5 bytes: 1.3 GB, and the program needs no memory for it.
+        # 2000 blocks of 64 KiB, announced as 5 bytes; a stream of 128 MiB, announced as 4 GiB; names without end.
         one = block(b"DA", lzh(bytes(65536)))
-        self.write("A", archive(entry(b"RG", "a", 0o644, 5, 1, one * 2000 + block(b"UE", b"") + bytes(4))))
-        self.assertEqual(self.run_tolven("-df", "A").lines[-1], "TOLVEN: 1 file(s) tested")
+        limit = None if harness.instrumented() else harness.little_memory
+        self.write("A", archive(
+            entry(b"RG", "a", 0o644, 5, 1, one * 2000 + block(b"UE", b"") + bytes(4)),
+            entry(b"RG", "b", 0o644, 0, 1, archivefile.one_stream_blocks(bytes(2**27), 131072), size_high=1),
+            *(entry(b"DR", b"d" * 4351, 0o755, access=bytes(65535)) for _ in range(300))))
+        self.expect("-df A", ["TOLVEN: processing archive A (version 2.01)", "TOLVEN: 302 file(s) tested"], preexec=limit)
+        self.assertEqual(self.run_tolven("-tf", "A", preexec=limit).code, 0)
+        bomb = archive(entry(b"RG", "c", 0o644, 2**62, 1, block(b"UE", b"", 131072)))
+        self.fails(bomb, "TOLVEN: error reading from A (error 5). ", 5, "dx")
 
 
 class Paths(harness.TolvenTest):
