@@ -47,19 +47,28 @@ template <typename Call>
 Outcome RunPieces(const Bytes& input, std::size_t piece, std::size_t room, std::size_t lead,
                   std::size_t leadRoom, Call call) {
   Outcome outcome;
+  std::size_t begin = 0;
   std::size_t given = std::min(input.size(), piece + lead);
+  Bytes in;
+  std::size_t outLen = 0;
+  std::unique_ptr<std::uint8_t[]> out;
   for (bool first = true;; first = false) {
-    const Bytes in(input.begin() + static_cast<std::ptrdiff_t>(outcome.taken),
-                   input.begin() + static_cast<std::ptrdiff_t>(given));
-    const std::size_t outLen = room + (first ? leadRoom : 0);
-    const auto out = std::make_unique<std::uint8_t[]>(outLen);
-    const Step step = call(in.data(), static_cast<std::int32_t>(in.size()), out.get(),
+    if (begin + in.size() != given) {
+      begin = outcome.taken;
+      in = Bytes(input.begin() + static_cast<std::ptrdiff_t>(begin),
+                 input.begin() + static_cast<std::ptrdiff_t>(given));
+    }
+    if (const std::size_t size = room + (first ? leadRoom : 0); !out || size != outLen) {
+      out = std::make_unique<std::uint8_t[]>(outLen = size);
+    }
+    const std::size_t inLen = given - outcome.taken;
+    const Step step = call(in.data() + (outcome.taken - begin), static_cast<std::int32_t>(inLen), out.get(),
                            static_cast<std::int32_t>(outLen), first);
     outcome.result = step.result;
     if (step.result < 0) return outcome;
-    if (step.read < 0 || step.written < 0 || static_cast<std::size_t>(step.read) > in.size() ||
+    if (step.read < 0 || step.written < 0 || static_cast<std::size_t>(step.read) > inLen ||
         static_cast<std::size_t>(step.written) > outLen) {
-      ADD_FAILURE() << "read " << step.read << " of " << in.size() << ", wrote " << step.written << " of "
+      ADD_FAILURE() << "read " << step.read << " of " << inLen << ", wrote " << step.written << " of "
                     << outLen;
       return outcome;
     }

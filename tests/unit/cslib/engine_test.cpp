@@ -1,7 +1,7 @@
 // The calls on a handle: argument checks, what a stream may do next, handles, entry points, trace.
 
-#include <array>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "cslib/engine_driver.h"
@@ -305,6 +305,23 @@ TEST(HandleTable, AKeptContextStartsClean) {
     ASSERT_EQ(CsRCloseHandle(kSlot), 0);
   }
   CsRCloseHandle(kSlot - 1);
+}
+
+TEST(HandleTable, ThreadsWorkSideBySide) {
+  std::vector<std::thread> threads;
+  std::vector<int> good(4);
+  for (std::size_t n = 0; n < good.size(); ++n) {
+    threads.emplace_back([n, &good] {
+      const Bytes data = MakeData(Kind::kText, 3000, static_cast<std::uint32_t>(n));
+      for (int round = 0; round < 40; ++round) {
+        const TestHandle handle;
+        const Outcome packed = CompressPieces(handle, data, round % 2 == 0 ? kLzh : kLzc, 3000, 6000);
+        good[n] += DecompressPieces(handle, packed.out, 6000, 4000).out == data ? 1 : 0;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(good, std::vector<int>(4, 40));
 }
 
 TEST(HandleTable, LockFailuresHaveTheirCodes) {

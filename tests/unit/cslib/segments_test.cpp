@@ -149,14 +149,16 @@ TEST(Segments, HeaderOnlyStartsThenTheRest) {
 // With whole segments at hand, damage to data or checksum is found before the coder can stumble over it.
 TEST(Segments, ADamagedByteIsFound) {
   const TestHandle handle;
-  const Bytes data = MakeData(Kind::kText, 15000);
+  Bytes data = MakeData(Kind::kText, 3000);
+  const Bytes noise = MakeData(Kind::kRandom, 1500);
+  data.insert(data.end(), noise.begin(), noise.end());
   for (const int options : {kFramedLzh, kFramedLzc}) {
-    const Bytes framed = CompressPieces(handle, data, options, 15000, 20000).out;
+    const Bytes framed = CompressPieces(handle, data, options, data.size(), 20000).out;
     ASSERT_GT(framed.size(), 2100U);
     for (std::size_t at = CS_HEAD_SIZE; at < framed.size(); ++at) {
       Bytes damaged = framed;
       damaged[at] ^= static_cast<std::uint8_t>(1 << at % 8);
-      const Outcome whole = DecompressPieces(handle, damaged, damaged.size(), 15500);
+      const Outcome whole = DecompressPieces(handle, damaged, damaged.size(), 5000);
       const bool unread = at >= framed.size() - 8 && at < framed.size() - 4;
       const bool length = (at - 8) % (8 + 1022) < 4;
       if (unread) {
