@@ -63,6 +63,8 @@ class CArchive {
   std::int64_t Position();
   // True iff the stream stands at the end of the file.
   bool AtEnd();
+  // True iff the file was empty when it was opened: there is no entry to read, nor is it open for reading.
+  bool IsNew() const { return m_fileSize == 0; }
   // CSetFilePointerExcept.
   void Seek(std::int64_t position);
   void SeekToEnd();

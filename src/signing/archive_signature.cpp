@@ -132,7 +132,7 @@ void PrepareForWriting(CArchive& archive, CProcessor& processor) {
   ProveKey(options);
   archive.SetManifest(std::move(context));
   archive.SetHashEntries(true);
-  if (processor.Command() != CMD_CREATE) PrepareExisting(archive, options);
+  if (!archive.IsNew()) PrepareExisting(archive, options);
 }
 
 }  // namespace
