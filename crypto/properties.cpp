@@ -21,9 +21,17 @@ int users = 0;
 bool fipsWanted = false;
 bool fipsActive = false;
 
-using ProviderPtr = std::unique_ptr<OSSL_PROVIDER, Releaser<OSSL_PROVIDER_unload>>;
-ProviderPtr fipsProvider;
-ProviderPtr baseProvider;
+// Unloaded by qelcr_done. No owners: at the end of the process OpenSSL unloads them itself, before objects of
+// this library are destroyed.
+OSSL_PROVIDER* fipsProvider = nullptr;
+OSSL_PROVIDER* baseProvider = nullptr;
+
+void UnloadFips() {
+  if (fipsProvider != nullptr) OSSL_PROVIDER_unload(fipsProvider);
+  if (baseProvider != nullptr) OSSL_PROVIDER_unload(baseProvider);
+  fipsProvider = nullptr;
+  baseProvider = nullptr;
+}
 
 const char* VersionText() {
   static const std::string text = std::to_string(kVersion) + ".0." + std::to_string(kPatchLevel) + ", " +
@@ -33,14 +41,11 @@ const char* VersionText() {
 
 // The certified kernel brings no decoders of keys; those come with "base".
 bool StartFips() {
-  fipsProvider.reset(OSSL_PROVIDER_load(nullptr, "fips"));
-  baseProvider.reset(OSSL_PROVIDER_load(nullptr, "base"));
+  fipsProvider = OSSL_PROVIDER_load(nullptr, "fips");
+  baseProvider = OSSL_PROVIDER_load(nullptr, "base");
   fipsActive = fipsProvider != nullptr && baseProvider != nullptr &&
                EVP_set_default_properties(nullptr, "fips=yes") == 1;
-  if (!fipsActive) {
-    fipsProvider.reset();
-    baseProvider.reset();
-  }
+  if (!fipsActive) UnloadFips();
   return fipsActive;
 }
 
@@ -72,8 +77,7 @@ DKV_API int qelcr_done(void) {
   if (users == 0) return DKV_ERR_NOT_INITIALISED;
   if (--users == 0 && fipsActive) {
     EVP_set_default_properties(nullptr, "");
-    fipsProvider.reset();
-    baseProvider.reset();
+    UnloadFips();
     fipsActive = false;
   }
   return DKV_OK;
