@@ -1,30 +1,40 @@
 #!/usr/bin/env python3
-"""Reads the JSON of the engine benchmarks from standard input and prints medians side by side.
-
-Benchmarks are named GROUP/CASE/CONTENDER...; within a group and case the contender "tolven..." is compared with the
-others: a ratio above 1 means that ours is faster.
+"""Reads the JSON of engine_bench from standard input and prints our medians beside each peer's, with the ratio: above
+1 ours is faster. The rows to compare are the table below.
 """
 import json
+import re
 import sys
+
+# Ours, its peer, what is compared. Groups of the first pattern are filled into the second and the third.
+PAIRS = (
+    (r"Lzh/(\d)/(\d)", r"Zlib/\1/\2", r"compress, level \1, {label}: zlib at equal effort"),
+    (r"Engine/(\w+)", r"ZlibInflate/\1", r"decompress, \1: zlib's inflate"),
+    (r"Crc32/program/(65536)", r"Crc32/bytewise/\1", "CRC-32: the byte-wise table"),
+    (r"Crc32/program/(65536)", r"Crc32/zlib/\1", "CRC-32: zlib's crc32"),
+)
 
 
 def medians(report):
-    table = {}
-    for row in report["benchmarks"]:
-        if row.get("aggregate_name") != "median":
-            continue
-        speed = row.get("bytes_per_second")
-        if speed:
-            table[row["run_name"]] = speed / 1e6
-    return table
+    """Name -> (MB/s, label)."""
+    return {row["run_name"]: (row["bytes_per_second"] / 1e6, row.get("label", ""))
+            for row in report["benchmarks"]
+            if row.get("aggregate_name") == "median" and row.get("bytes_per_second")}
 
 
 def main():
     report = json.load(sys.stdin)
-    context = report["context"]
-    print(f"{context['num_cpus']} cores at {context['mhz_per_cpu']} MHz, {context['library_build_type']} build")
-    for name, speed in medians(report).items():
-        print(f"  {name:<60} {speed:9.1f} MB/s")
+    speeds = medians(report)
+    print(f"{report['context']['num_cpus']} cores; medians in MB/s: ours, peer, ours / peer")
+    for ours, peer, title in PAIRS:
+        for name in sorted(speeds):
+            match = re.fullmatch(ours, name)
+            other = match and match.expand(peer)
+            if not match or other not in speeds:
+                continue
+            speed, label = speeds[name]
+            text = match.expand(title).format(label=label)
+            print(f"  {text:<68} {speed:9.1f} {speeds[other][0]:9.1f} {speed / speeds[other][0]:7.2f}")
     return 0
 
 
