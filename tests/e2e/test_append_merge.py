@@ -37,8 +37,8 @@ class Append(harness.TolvenTest):
     def test_to_the_default_archive_and_older_versions(self):
         self.expect("-a a", [])
         self.assertEqual(self.names("DEFAULT.VRA"), ["a"])
-        self.write("A", archive(regular("x", b"old " * 50000, blocks=lambda data: archivefile.one_stream_blocks(data, 900)),
-                                version=b"2.00"))
+        old = regular("x", b"old " * 50000, blocks=lambda data: archivefile.one_stream_blocks(data, 900))
+        self.write("A", archive(old, version=b"2.00"))
         self.expect("-af A a big", [])
         self.assertEqual(harness.contents(self.extracted("A", count=3)),
                          {"x": b"old " * 50000, "a": b"first", "big": bytes(200000)})
@@ -131,7 +131,8 @@ class Merge(harness.TolvenTest):
                 ("none T", missing, 6), ("S none", missing, 6), ("signed T", signed, 53), ("S signed", signed, 53),
                 ("short T", "TOLVEN: error reading from short (error 5). ", 5),
                 ("S short", "TOLVEN: error reading from short (error 5). ", 5),
-                ("other T", "TOLVEN: unsupported archive: other", 1), ("S other", "TOLVEN: unsupported archive: other", 1),
+                ("other T", "TOLVEN: unsupported archive: other", 1),
+                ("S other", "TOLVEN: unsupported archive: other", 1),
                 ("short other", "TOLVEN: unsupported archive: other", 1),
                 ("other signed", signed, 53), ("other short", "TOLVEN: error reading from short (error 5). ", 5))
         before = harness.snapshot(self.dir)

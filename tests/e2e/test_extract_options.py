@@ -77,8 +77,8 @@ class Selection(harness.TolvenTest):
 class Target(harness.TolvenTest):
     def test_target_directory(self):
         self.write("A", archive(regular("d/a", b"1")))
-        self.expect("-xf A -R none", [LINE % "A", "TOLVEN: can not change to dir none (error 102). No such file or directory"],
-                    102)
+        self.expect("-xf A -R none", [
+            LINE % "A", "TOLVEN: can not change to dir none (error 102). No such file or directory"], 102)
         self.assertEqual(os.listdir(self.dir), ["A"])
         self.expect("-xf A -R A", [LINE % "A", "TOLVEN: can not change to dir A (error 120). Not a directory"], 120)
         # Every archive of a list is found from the start, and every one goes below the same directory.
@@ -104,14 +104,16 @@ class Target(harness.TolvenTest):
         self.expect("-dvf A", [LINE % "A"] + ["t " + name for name in names] + ["TOLVEN: 3 file(s) tested"])
 
     def test_testing_touches_nothing(self):
-        self.write("A", archive(directory("d"), regular("d/a", b"1"), link("l", "d"), regular("A", b"2"), regular("B/c", b"")))
+        self.write("A", archive(directory("d"), regular("d/a", b"1"), link("l", "d"), regular("A", b"2"),
+                                regular("B/c", b"")))
         before = harness.snapshot(self.dir)
         self.expect("-df A", [LINE % "A", "TOLVEN: 5 file(s) tested"])
         self.assertEqual(harness.snapshot(self.dir), before)
 
     def test_directories(self):
         self.write("A", archive(
-            directory("d", 0o40711, 1000), regular("d/s/a", b"1"), directory("d/s", 0o40555, 2000), regular("d/s/b", b"2"),
+            directory("d", 0o40711, 1000), regular("d/s/a", b"1"), directory("d/s", 0o40555, 2000),
+            regular("d/s/b", b"2"),
             regular("made/c", b"3"), directory("closed", 0o40000, 3000), regular("closed/x", b"4")))
         target = self.extracted("A")
         found = {path: what[1:3] for path, what in harness.snapshot(target).items() if what[0] == "directory"}
@@ -120,7 +122,8 @@ class Target(harness.TolvenTest):
         self.assertEqual(found, {"d": ("0o711", 1000), "d/s": ("0o555", 2000), "closed": ("0o0", 3000)})
 
     def test_modes_of_directories_that_were_there(self):
-        self.write("A", archive(directory("old", 0o40711, 1000), directory("new", 0o40711, 1000), regular("old/a", b"1")))
+        self.write("A", archive(directory("old", 0o40711, 1000), directory("new", 0o40711, 1000),
+                                regular("old/a", b"1")))
         for options, old in (("", "0o711"), ("-h", "0o750"), ("-j", "0o750"), ("-v -h", "0o750")):
             harness.build_tree(self.fresh("out"), {"old": Directory(0o750)})
             self.assertEqual(self.run_tolven("-xf", "A", "-R", "out", *options.split()).code, 0)
@@ -256,8 +259,9 @@ class Failures(harness.TolvenTest):
     def test_directories_that_must_not_be_written(self):
         self.write("A", archive(regular("d/a", b"1")))
         harness.build_tree(self.fresh("out"), {"d": Directory(0o555)})
-        self.expect("-xf A -R out", [LINE % "A", "TOLVEN: not all files could be extracted",
-                                     "TOLVEN: could not create a temporary file for d/a (error 28). Permission denied"], 28)
+        self.expect("-xf A -R out", [
+            LINE % "A", "TOLVEN: not all files could be extracted",
+            "TOLVEN: could not create a temporary file for d/a (error 28). Permission denied"], 28)
         os.chmod(self.path("out"), 0o555)
         self.write("A", archive(directory("new")))
         self.expect("-xf A -R out", [LINE % "A", "TOLVEN: not all files could be extracted",
@@ -291,7 +295,8 @@ class Signals(harness.TolvenTest):
 
     def test_create_removes_its_archive(self):
         for signum in (signal.SIGINT, signal.SIGTERM):
-            self.stop(["-cf", "A", "big"], lambda: os.path.exists(self.path("A")) and os.path.getsize(self.path("A")), signum)
+            self.stop(["-cf", "A", "big"],
+                      lambda: os.path.exists(self.path("A")) and os.path.getsize(self.path("A")), signum)
             self.assertEqual(os.listdir(self.dir), ["big"])
 
     def test_append_keeps_the_archive(self):

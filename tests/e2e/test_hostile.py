@@ -96,7 +96,8 @@ class Broken(harness.TolvenTest):
             if before is not None:
                 done = {"t": [], "d": ["TOLVEN: not all files could be tested"],
                         "x": ["TOLVEN: not all files could be extracted"]}[command]
-                self.assertEqual(run.lines[:-1], ["TOLVEN: processing archive A (version %s)" % version] + before + done)
+                first = ["TOLVEN: processing archive A (version %s)" % version]
+                self.assertEqual(run.lines[:-1], first + before + done)
         self.assertEqual(harness.contents(self.path("out")), {})
 
     def test_archive_header(self):
@@ -140,10 +141,10 @@ class Broken(harness.TolvenTest):
             self.fails(content, cut, 5, before=[])
         self.fails(archive(entry(b"RG", b"n" * 4352, 0o644, name_length=4353)), too_long, 100, before=[])
         self.fails(archive(entry(b"RG", b"n", 0o644, name_length=65535)), too_long, 100, before=[])
-        self.fails(archive(directory("d"), entry(b"SV", "x", 0o644)), "TOLVEN: unknown entry type encountered (error 100). ",
-                   100)
-        self.fails(archive(entry(b"SV", "x", 0o644)), "TOLVEN: unknown entry type encountered (error 100). ", 100, before=[])
-        self.fails(archive(directory("d"), bytes(34)), "TOLVEN: unknown entry type encountered (error 100). ", 100)
+        unknown = "TOLVEN: unknown entry type encountered (error 100). "
+        self.fails(archive(directory("d"), entry(b"SV", "x", 0o644)), unknown, 100)
+        self.fails(archive(entry(b"SV", "x", 0o644)), unknown, 100, before=[])
+        self.fails(archive(directory("d"), bytes(34)), unknown, 100)
         self.fails(archive(directory("d"), b"R"), cut, 5)
 
     def test_longest_name(self):
@@ -196,7 +197,8 @@ class Broken(harness.TolvenTest):
         self.assertEqual(len(self.run_tolven("-tf", "A").lines), 3)
         cut = archive(entry(b"RG", "a", 0o644, 5, 1, block(b"UE", b"short", 500)))
         self.fails(cut, "TOLVEN: error in second MoveFlPtr() (error 100). ", 100, "t")
-        self.fails(archive(entry(b"RG", "a", 0o644, 5, 1, b"UE\1\2\3")), "TOLVEN: error reading from A (error 5). ", 5, "t")
+        cut = archive(entry(b"RG", "a", 0o644, 5, 1, b"UE\1\2\3"))
+        self.fails(cut, "TOLVEN: error reading from A (error 5). ", 5, "t")
 
     def test_zero_checksum_accepts_anything(self):
         self.write("A", archive(entry(b"RG", "a", 0o644, 3, 1, block(b"UE", b"whatever it is") + bytes(4))))
@@ -210,7 +212,8 @@ class Broken(harness.TolvenTest):
             entry(b"RG", "a", 0o644, 5, 1, one * 2000 + block(b"UE", b"") + bytes(4)),
             entry(b"RG", "b", 0o644, 0, 1, archivefile.one_stream_blocks(bytes(2**27), 131072), size_high=1),
             *(entry(b"DR", b"d" * 4351, 0o755, access=bytes(65535)) for _ in range(300))))
-        self.expect("-df A", ["TOLVEN: processing archive A (version 2.01)", "TOLVEN: 302 file(s) tested"], preexec=limit)
+        self.expect("-df A", ["TOLVEN: processing archive A (version 2.01)", "TOLVEN: 302 file(s) tested"],
+                    preexec=limit)
         self.assertEqual(self.run_tolven("-tf", "A", preexec=limit).code, 0)
         bomb = archive(entry(b"RG", "c", 0o644, 2**62, 1, block(b"UE", b"", 131072)))
         self.fails(bomb, "TOLVEN: error reading from A (error 5). ", 5, "dx")
@@ -293,7 +296,8 @@ class Paths(harness.TolvenTest):
         for before, name in rows:
             for item in (regular(name, b"new"), directory(name + "/sub/new"), link(name, "target")):
                 run = self.extract(item, before=before)
-                self.assertEqual((run.code, run.lines[1]), (3, "TOLVEN: not all files could be extracted"), (before, run))
+                self.assertEqual((run.code, run.lines[1]), (3, "TOLVEN: not all files could be extracted"),
+                                 (before, run))
                 self.assertRegex(run.lines[2], r"^TOLVEN: can not create directory \S+ \(error 3\)\. ")
             self.extract(directory(next(iter(before)), 0o40700, 1), before=before)
 
@@ -322,7 +326,8 @@ class Paths(harness.TolvenTest):
             run = self.run_tolven("-xf", "A1 A2", "-R", "box/out")
             self.assertEqual(self.surroundings(), untouched)
             self.assertEqual(harness.contents(self.path("box/out")), {})
-            self.assertEqual(run.lines[:2], ["TOLVEN: processing archive A1 (version 2.01)", "TOLVEN: 1 file(s) extracted"])
+            self.assertEqual(run.lines[:2], ["TOLVEN: processing archive A1 (version 2.01)",
+                                             "TOLVEN: 1 file(s) extracted"])
             self.assertEqual(run.code, 3, run)
 
     def test_without_the_check(self):
@@ -338,8 +343,8 @@ class Paths(harness.TolvenTest):
 
     def test_verbose_lines_name_what_is_created(self):
         run = self.extract(regular("/a/../b", b"1"), link("C:/l", "../x"), args=["-v"])
-        self.assertEqual(run.lines[1:], ["TOLVEN: /a/../b is extracted as b", "x b", "TOLVEN: C:/l is extracted as l", "x l",
-                                         "TOLVEN: 2 file(s) extracted"])
+        self.assertEqual(run.lines[1:], ["TOLVEN: /a/../b is extracted as b", "x b", "TOLVEN: C:/l is extracted as l",
+                                         "x l", "TOLVEN: 2 file(s) extracted"])
         self.expect("-dvf A", ["TOLVEN: processing archive A (version 2.01)", "t /a/../b", "t C:/l",
                                "TOLVEN: 2 file(s) tested"])
 

@@ -50,11 +50,13 @@ class Lines(harness.TolvenTest):
 
     def test_dates_are_local(self):
         item = regular("n", b"", mtime=1577959620)
-        for zone, text in (("UTC", "02 Jan 2020 10:07"), ("XYZ-5:30", "02 Jan 2020 15:37"), ("XYZ11", "01 Jan 2020 23:07")):
+        for zone, text in (("UTC", "02 Jan 2020 10:07"), ("XYZ-5:30", "02 Jan 2020 15:37"),
+                           ("XYZ11", "01 Jan 2020 23:07")):
             self.assertEqual(self.listed(item, env={"TZ": zone})[0][23:43].strip(), text)
 
     def test_names_as_they_are_stored(self):
-        names = ["with blank", "\u00fcml", "/abs", "../up", "a//b/", "C:/x", "tab\there", os.fsdecode(b"\xff\x80"), "a|b"]
+        names = ["with blank", "\u00fcml", "/abs", "../up", "a//b/", "C:/x", "tab\there", os.fsdecode(b"\xff\x80"),
+                 "a|b"]
         lines = self.listed(*(regular(os.fsencode(name), b"") for name in names), link("l", "some target"))
         self.assertEqual([line[44:] for line in lines], names + ["l|some target"])
         # The rest of the field behind the first zero byte is not part of the name.
@@ -108,7 +110,8 @@ class SpaceReport(harness.TolvenTest):
                 ([("a", 1234567890, 0)], "1.20563e+06"))
         for sizes, amount in rows:
             self.write_sizes(*sizes)
-            self.assertEqual(self.report(), ["The extraction requires approximately...", "\t%s KB in %s" % (amount, here), ""])
+            self.assertEqual(self.report(), ["The extraction requires approximately...",
+                                             "\t%s KB in %s" % (amount, here), ""])
 
     def test_the_directory_that_is_asked_for(self):
         self.write_sizes(("d/a", 1024, 0), ("e/f/b", 1024, 0))
@@ -139,13 +142,14 @@ class Availability(harness.TolvenTest):
     MESSAGE = ["TOLVEN: some files are missing. See files.log"]
 
     def test_missing_names(self):
-        harness.build_tree(self.dir, {"a": "1", "d/b": "2", "broken": harness.Link("nowhere"), "good": harness.Link("a"),
-                                      "e": harness.Directory(),
+        harness.build_tree(self.dir, {"a": "1", "d/b": "2", "broken": harness.Link("nowhere"),
+                                      "good": harness.Link("a"), "e": harness.Directory(),
                                       "LIST": "a\nlisted\n*\n", "EX": "gone\n"})
         os.mkfifo(self.path("pipe"))
         rows = ((["a", "d", "d/b", "good", "pipe"], ""), (["."], ""), (["*"], ""), (["?"], ""), (["d/*"], ""),
                 (["a", "gone", "d/gone", "broken"], "broken\nd/gone\ngone\n"), (["none*"], "none*\n"),
-                (["d/?", "d/??"], "d/??\n"), (["-A", "LIST"], "*\nlisted\n"), (["-A", "LIST", "gone"], "*\ngone\nlisted\n"),
+                (["d/?", "d/??"], "d/??\n"), (["-A", "LIST"], "*\nlisted\n"),
+                (["-A", "LIST", "gone"], "*\ngone\nlisted\n"),
                 (["e/*"], "e/*\n"), (["d/.*"], "d/.*\n"), (["-X", "EX", "gone", "a"], ""), (["a/b"], "a/b\n"))
         for args, missing in rows:
             self.expect(["-l", *args], self.MESSAGE if missing else [])

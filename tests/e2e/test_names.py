@@ -46,7 +46,8 @@ class Patterns(NameTest):
     def test_a_directory_that_cannot_be_scanned(self):
         failure = "TOLVEN: error in CCreate::ProcessDirectory (error 100). "
         self.write("0", "first in any order")
-        for pattern, reason in (("none/*", DOES_NOT_EXIST), ("t*/a.txt", DOES_NOT_EXIST), ("t/a.txt/*", "Not a directory")):
+        for pattern, reason in (("none/*", DOES_NOT_EXIST), ("t*/a.txt", DOES_NOT_EXIST),
+                                ("t/a.txt/*", "Not a directory")):
             self.expect(["-cf", "A", "0", pattern], [failure + reason], 100)
             self.assertEqual(self.names(), ["0"], "not a read or write error: what was written stays")
 
@@ -98,7 +99,8 @@ class Lists(NameTest):
 
     def test_names_to_include(self):
         rows = (("a\nb\n", [], ["a", "b"]), ("a", [], ["a"]), ("\n#b\n  a  \r\n", [], ["a"]), ("  #c\n", [], ["#c"]),
-                ("x*\n", [], ["x*"]), ("d\\e\nd/f/\n", [], ["d/e", "d/f"]), ("d\n", ["d/e"], ["d", "d/e", "d/e", "d/f"]),
+                ("x*\n", [], ["x*"]), ("d\\e\nd/f/\n", [], ["d/e", "d/f"]),
+                ("d\n", ["d/e"], ["d", "d/e", "d/e", "d/f"]),
                 ("a\na\n", ["a"], ["a"]), ("x*\n", ["x*"], ["x*", "xx"]), ("old name\n", [], ["old name"]),
                 ("", [], []), ("b\n", ["a"], ["a", "b"]),
                 (".\n", [], ["#c", "a", "b", "d", "d/e", "d/f", "d2", "old name", "x*", "xx"]))
@@ -184,7 +186,8 @@ class NotAvailable(NameTest):
         self.create_fails(["d/a", "/dev/null"], [("/dev/null", kind)], ["d/a"])
         run = self.run_tolven("-cif", "A", "d")
         self.assertEqual((run.code, sorted(run.lines)),
-                         (44, ["TOLVEN: file 'd/%s' is inaccessible (%s)" % (n, kind) for n in ("link", "pipe", "sock")]))
+                         (44, ["TOLVEN: file 'd/%s' is inaccessible (%s)" % (name, kind)
+                               for name in ("link", "pipe", "sock")]))
         self.assertEqual(sorted(self.names()), ["d", "d/a"])
 
     def test_after_the_first_nothing_is_written(self):
@@ -234,7 +237,8 @@ class Links(NameTest):
         self.assertEqual(self.names(), ["f|g", "n|x|y"])
 
     def test_loops_through_links(self):
-        harness.build_tree(self.path("t"), {"d/a": "a", "d/up": Link(".."), "d/self": Link("."), "d/s/top": Link("../..")})
+        harness.build_tree(self.path("t"), {"d/a": "a", "d/up": Link(".."), "d/self": Link("."),
+                                            "d/s/top": Link("../..")})
         self.create("A", "t")
         # Every way is followed until it meets a directory that it came through; that one is written, not entered.
         names = self.names()

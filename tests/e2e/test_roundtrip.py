@@ -19,7 +19,8 @@ class Blocks(harness.TolvenTest):
         super().setUp()
         self.files = {}
         for size in SIZES:
-            for name, source in (("text", TEXT), ("noise", NOISE), ("zeros", bytes(300000)), ("period", b"abcde" * 60000)):
+            for name, source in (("text", TEXT), ("noise", NOISE), ("zeros", bytes(300000)),
+                                 ("period", b"abcde" * 60000)):
                 self.files["%s.%d" % (name, size)] = source[:size]
         # A raw block in the middle, a compressed one before and after it, and the other way round.
         self.files["mixed1"] = TEXT[:65536] + NOISE[:65536] + TEXT[:100]
@@ -34,7 +35,8 @@ class Blocks(harness.TolvenTest):
         for entry in entries:
             content = self.files[entry.name.decode()]
             info = os.stat(self.path("t", entry.name.decode()))
-            self.assertEqual((entry.type, entry.mode, entry.size, entry.size_high, entry.mtime, entry.reserved, entry.access),
+            self.assertEqual((entry.type, entry.mode, entry.size, entry.size_high, entry.mtime, entry.reserved,
+                              entry.access),
                              (b"RG", info.st_mode, len(content), 0, int(info.st_mtime), 0, b""), entry.name)
             self.assertEqual(entry.data(), content, entry.name)
             self.assertEqual(entry.crc, archivefile.crc(content) if content else None, entry.name)
@@ -70,18 +72,21 @@ class Attributes(harness.TolvenTest):
     def test_modes_dates_and_names(self):
         long = "n" * 255
         tree = {
-            "modes/set-uid": File(b"1", 0o4755), "modes/set-gid": File(b"2", 0o2711), "modes/sticky": File(b"3", 0o1644),
+            "modes/set-uid": File(b"1", 0o4755), "modes/set-gid": File(b"2", 0o2711),
+            "modes/sticky": File(b"3", 0o1644),
             "modes/all": File(b"4", 0o7777), "modes/read-only": File(b"5", 0o444), "modes/none": File(b"", 0o600),
             "modes/directory": Directory(0o2755), "modes/closed": Directory(0o700), "modes/world": Directory(0o1777),
             "modes/read-only-directory/file": File(b"x", 0o400), "modes/read-only-directory": Directory(0o555),
-            "dates/1901": File(b"1", mtime=-2**31), "dates/1969": File(b"2", mtime=-1), "dates/1970": File(b"3", mtime=0),
+            "dates/1901": File(b"1", mtime=-2**31), "dates/1969": File(b"2", mtime=-1),
+            "dates/1970": File(b"3", mtime=0),
             "dates/2038": File(b"4", mtime=2**31 - 1), "dates/2039": File(b"5", mtime=2**31),
             "dates/2106": File(b"6", mtime=2**32 + 5), "dates/empty": File(b"", mtime=86400 * 365),
             "dates/old": Directory(0o750, -86400), "dates/old/inner/file": File(b"7", mtime=12345),
             "dates/old/inner": Directory(0o711, 2**31 + 7), "dates": Directory(0o755, 1000000001),
             "names/ leading and trailing ": b"1", "names/new\nline": b"2", "names/\u00fc\u20ac\U0001f600": b"3",
             "names/tab\tback\bbell\a": b"4", "names/*": b"5", "names/?[a]": b"6", "names/-x": b"7", "names/#c": b"8",
-            "names/a|b": b"9", "names/C:": b"10", "names/" + long: b"11", "names/" + os.fsdecode(b"\xff\xfe\x80"): b"12",
+            "names/a|b": b"9", "names/C:": b"10", "names/" + long: b"11",
+            "names/" + os.fsdecode(b"\xff\xfe\x80"): b"12",
             "names/" + long[:250] + "/" + long + "/" + long: b"13", "names/.hidden": b"14",
             "links/file": Link("../dates/1970"), "links/directory": Link("../names"), "links/broken": Link("no where"),
             "links/self": Link("self"), "links/absolute": Link("/etc/passwd"), "links/bar": Link("a|b"),
@@ -200,9 +205,10 @@ class Foreign(harness.TolvenTest):
 
     def test_streams_cut_anywhere(self):
         data = TEXT[:3000]
-        files = {str(piece): data for piece in (8, 9, 10, 11, 64, 500)}
-        entries = [archivefile.regular(name, data, blocks=lambda data, n=int(name): archivefile.one_stream_blocks(data, n))
-                   for name in files]
+        pieces = (8, 9, 10, 11, 64, 500)
+        files = {str(piece): data for piece in pieces}
+        entries = [archivefile.entry(b"RG", str(piece), 0o644, len(data), 1, archivefile.one_stream_blocks(data, piece))
+                   for piece in pieces]
         self.extract(archivefile.archive(*entries, version=b"2.00"), files)
 
     def test_streams_and_raw_blocks_in_one_entry(self):
