@@ -40,7 +40,7 @@ namespace tolven {
   ROW(DkvGetCertificateRequestExt, 0x103) ROW(DkvCreateParameter, 0x103) ROW(DkvFreeParameter, 0x103) \
   ROW(DkvAddParameter, 0x103) ROW(qelcr_init, 0x103) ROW(qelcr_done, 0x103)
 
-// The TLS functions for time stamp services, resolved after the table; without them a library only lacks https.
+// The TLS functions for time stamp services, resolved after the table; a library without them lacks https.
 #define TOLVEN_QELSSL_ROWS(ROW) \
   ROW(QelSSLInit) ROW(QelSSLSessionInit) ROW(QelSSLSessionStart) ROW(QelSSLSessionRead) \
   ROW(QelSSLSessionWrite) ROW(QelSSLSessionClose) ROW(QelSSLDone)
