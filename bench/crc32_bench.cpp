@@ -30,7 +30,8 @@ void Crc32(benchmark::State& state, tolven::crc32::Kernel kernel) {
 
 }  // namespace
 
-BENCHMARK_CAPTURE(Crc32, program, tolven::CRC32Buf)->Arg(64)->Arg(1024)->Arg(65536);
-BENCHMARK_CAPTURE(Crc32, bytewise, tolven::crc32::UpdateBytewise)->Arg(65536);
-BENCHMARK_CAPTURE(Crc32, sliced, tolven::crc32::UpdateSliced)->Arg(65536);
-BENCHMARK_CAPTURE(Crc32, zlib, Zlib)->Arg(65536);
+BENCHMARK_CAPTURE(Crc32, program, tolven::CRC32Buf)->Name("crc32/64K/tolven")->Arg(65536);
+BENCHMARK_CAPTURE(Crc32, bytewise, tolven::crc32::UpdateBytewise)->Name("crc32/64K/bytewise")->Arg(65536);
+BENCHMARK_CAPTURE(Crc32, sliced, tolven::crc32::UpdateSliced)->Name("crc32/64K/sliced")->Arg(65536);
+BENCHMARK_CAPTURE(Crc32, zlib, Zlib)->Name("crc32/64K/zlib")->Arg(65536);
+BENCHMARK_CAPTURE(Crc32, small, tolven::CRC32Buf)->Name("crc32/small/tolven")->Arg(64)->Arg(1024);
