@@ -149,8 +149,7 @@ constexpr std::size_t kOutMargin = kMaxLiterals + kMaxMatch + kRun - 1;
     const std::uint32_t length = ValueWithExtra(entry, bits);
     drop(entry);
 
-    if (bitCount < kMaxDistanceBits) [[unlikely]]
-      refill();
+    refill();
     entry = dist[bits & distMask];
     unsigned linkBits = 0;
     if ((entry & kSpecial) != 0) [[unlikely]] {

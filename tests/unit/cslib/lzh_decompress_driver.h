@@ -5,9 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-
 #include "cslib/cslib.h"
+#include "cslib/guarded_buffer.h"
 #include "cslib/lzh_decompress.h"
 #include "cslib/lzh_test_streams.h"
 
@@ -22,15 +21,15 @@ class Driver {
  public:
   // One call with the next `inLen` bytes, which should end where their buffer ends.
   int Call(const std::uint8_t* in, std::size_t inLen, std::size_t room) {
-    if (!output_ || room != room_) output_ = std::make_unique<std::uint8_t[]>(room_ = room);
-    const int rc = CsRDecomprLZH(*state_, in, static_cast<std::int32_t>(inLen), output_.get(),
+    std::uint8_t* const output = output_.Take(room);
+    const int rc = CsRDecomprLZH(*state_, in, static_cast<std::int32_t>(inLen), output,
                                  static_cast<std::int32_t>(room), started_ ? 0 : CS_INIT, &read, &written);
     started_ = true;
     EXPECT_GE(read, 0);
     EXPECT_LE(static_cast<std::size_t>(read), inLen);
     EXPECT_GE(written, 0);
     EXPECT_LE(static_cast<std::size_t>(written), room);
-    out.insert(out.end(), output_.get(), output_.get() + written);
+    out.insert(out.end(), output, output + written);
     // A call that asks for more has used up what it asks for, and the end takes all of the input.
     const bool inputUsed = static_cast<std::size_t>(read) == inLen;
     const bool roomUsed = static_cast<std::size_t>(written) == room;
@@ -46,12 +45,12 @@ class Driver {
     for (std::size_t end = 0;;) {
       const std::size_t begin = end;
       end = std::min(stream.size(), begin + piece + (begin == 0 ? CS_HEAD_SIZE : 0));
-      const Bytes input(stream.begin() + static_cast<std::ptrdiff_t>(begin),
-                        stream.begin() + static_cast<std::ptrdiff_t>(end));
+      const std::size_t size = end - begin;
+      const std::uint8_t* const input = input_.Fill(stream.data() + begin, size);
       std::size_t at = 0;
       int rc;
       do {
-        rc = Call(input.data() + at, input.size() - at, room);
+        rc = Call(input + at, size - at, room);
         at += static_cast<std::size_t>(read);
       } while (rc == CS_END_OUTBUFFER);
       if (rc != CS_END_INBUFFER || end == stream.size()) return {rc, out};
@@ -68,8 +67,7 @@ class Driver {
 
  private:
   LzhDecompressStatePtr state_ = NewLzhDecompressState();
-  std::unique_ptr<std::uint8_t[]> output_;
-  std::size_t room_ = 0;
+  GuardedBuffer input_, output_;
   bool started_ = false;
 };
 

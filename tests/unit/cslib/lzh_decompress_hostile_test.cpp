@@ -18,15 +18,6 @@ namespace {
 
 using Lengths = std::vector<std::uint8_t>;
 
-class Random {
- public:
-  explicit Random(unsigned seed) : engine_(seed) {}
-  unsigned operator()() { return static_cast<unsigned>(engine_()); }
-
- private:
-  std::mt19937 engine_;
-};
-
 Lengths Only(std::size_t symbols, std::initializer_list<std::pair<std::size_t, std::uint8_t>> used) {
   Lengths lengths(symbols);
   for (const auto& [symbol, length] : used) lengths[symbol] = length;

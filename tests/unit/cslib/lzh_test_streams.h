@@ -19,6 +19,16 @@ namespace tolven::lzhtest {
 
 using Bytes = std::vector<std::uint8_t>;
 
+// 32 random bits a call, the same in every run.
+class Random {
+ public:
+  explicit Random(unsigned seed) : engine_(seed) {}
+  unsigned operator()() { return static_cast<unsigned>(engine_()); }
+
+ private:
+  std::mt19937 engine_;
+};
+
 // Bits in the order of RFC 1951: the first bit of a byte is its lowest.
 class BitWriter {
  public:
