@@ -13,6 +13,7 @@ CPendingFile::Step CPendingFile::Create(std::string& failed) {
   errno = 0;
   if (!m_root.MakeParents(m_path, failed)) return Step::kParents;
   errno = 0;
+  const CHoldSignals hold;
   UniqueFd descriptor = m_root.CreateTemp(m_path, m_tempName);
   if (!descriptor) {
     m_tempName.clear();

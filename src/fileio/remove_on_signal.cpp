@@ -65,6 +65,18 @@ bool MakeAbsolute(const std::string& path, std::array<char, 2 * PATH_MAX>& out) 
 
 }  // namespace
 
+CHoldSignals::CHoldSignals() {
+  sigset_t held;
+  sigemptyset(&held);
+  sigaddset(&held, SIGINT);
+  sigaddset(&held, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &held, &m_before);  // reports failure by its result: errno stays
+}
+
+CHoldSignals::~CHoldSignals() {
+  pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+}
+
 CRemoveOnSignal::CRemoveOnSignal(const std::string& path) {
   [[maybe_unused]] static const bool installed = InstallHandlers();
   const int error = errno;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <signal.h>
+
 #include <string>
 
 namespace tolven {
@@ -15,6 +17,19 @@ class CRemoveOnSignal {
 
  private:
   int m_slot = -1;  // -1: the name could not be made absolute, nothing is guarded
+};
+
+// While one lives, SIGINT and SIGTERM wait. For the moments between making a file and guarding it, in which a
+// signal would leave the file behind.
+class CHoldSignals {
+ public:
+  CHoldSignals();
+  ~CHoldSignals();
+  CHoldSignals(const CHoldSignals&) = delete;
+  CHoldSignals& operator=(const CHoldSignals&) = delete;
+
+ private:
+  sigset_t m_before{};
 };
 
 }  // namespace tolven

@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "support/temp_dir.h"
@@ -61,6 +62,22 @@ TEST_F(RemoveOnSignalTest, IgnoredSignalsStayIgnored) {
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_EQ(WEXITSTATUS(status), 7);
   EXPECT_TRUE(fs::exists("archive"));
+}
+
+TEST_F(RemoveOnSignalTest, AHeldSignalWaitsForTheGuard) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    test::WriteFile("temp", "x");
+    const int status = RunChild([signal] {
+      const CRemoveOnSignal other("other");
+      std::optional<CHoldSignals> hold(std::in_place);
+      raise(signal);
+      const CRemoveOnSignal temp("temp");
+      hold.reset();
+    });
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), signal);
+    EXPECT_FALSE(fs::exists("temp"));
+  }
 }
 
 TEST_F(RemoveOnSignalTest, ManyFilesInTurn) {
