@@ -15,12 +15,13 @@ constexpr unsigned kMaxLengthBits = kMaxCodeBits + 5;  // a length code and its 
 constexpr unsigned kMaxDistanceBits =
     kMaxCodeBits + 12;  // a distance code inside the window and its extra bits
 
-// A round takes up to three literals with codes from the root table, or two of them and a match; the bits of
-// the buffer are used up to here before they are refilled.
+// A round takes up to three literals, the last of which may come from a sub-table, or two of them and a
+// match; the look-up of the next symbol follows before the refill, so that it need not wait for it.
 constexpr unsigned kMaxLiterals = 3;
-static_assert(kMaxLiterals * kLitLenRootBits <= kRefilledBits);
+static_assert((kMaxLiterals - 1) * kLitLenRootBits + kMaxCodeBits + kLitLenRootBits <= kRefilledBits);
 static_assert((kMaxLiterals - 1) * kLitLenRootBits + kMaxLengthBits <= kRefilledBits);
-static_assert(kMaxDistanceBits + kLitLenRootBits <= kRefilledBits);
+constexpr unsigned kBitsForDistance = kMaxDistanceBits + kLitLenRootBits;
+static_assert(kBitsForDistance <= kRefilledBits);
 
 // One refill before the loop, then at most two in a round.
 constexpr std::size_t kInMargin = 2 * kRefillTake + kRefillLoad;
@@ -119,8 +120,8 @@ constexpr std::size_t kOutMargin = kMaxLiterals + kMaxMatch + kRun - 1;
         if ((entry & kLiteral) != 0) {
           drop(entry);
           *out++ = LiteralByte(entry);
-          refill();
           entry = litLen[bits & litLenMask];
+          refill();
           continue;
         }
       }
@@ -135,8 +136,8 @@ constexpr std::size_t kOutMargin = kMaxLiterals + kMaxMatch + kRun - 1;
         if ((entry & kLiteral) != 0) {
           drop(entry);
           *out++ = LiteralByte(entry);
-          refill();
           entry = litLen[bits & litLenMask];
+          refill();
           continue;
         }
       }
@@ -149,7 +150,9 @@ constexpr std::size_t kOutMargin = kMaxLiterals + kMaxMatch + kRun - 1;
     const std::uint32_t length = ValueWithExtra(entry, bits);
     drop(entry);
 
-    refill();
+    if (countedBits() < kBitsForDistance) [[unlikely]] {
+      refill();
+    }
     entry = dist[bits & distMask];
     unsigned linkBits = 0;
     if ((entry & kSpecial) != 0) [[unlikely]] {
