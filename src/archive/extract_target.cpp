@@ -31,8 +31,8 @@ void MakeParents(CExtractRoot& root, const std::string& path) {
 
 }  // namespace
 
-CExtractTarget::CExtractTarget(const CmdOptions& options)
-    : m_options(options), m_root(!options.noPathValidation) {
+CExtractTarget::CExtractTarget(const CmdOptions& options, bool filesAreSigned)
+    : m_options(options), m_filesAreSigned(filesAreSigned), m_root(!options.noPathValidation) {
   if (!m_root.IsOpen()) throw CChgDirExcept(options.targetDir != nullptr ? options.targetDir : ".");
 }
 
@@ -112,12 +112,19 @@ void CExtractTarget::Finish() {
   FinishDirectories();
 }
 
-bool CExtractTarget::MakeLink(const LinkRecord& link) {
+// Removes what a link may replace. A link of an older extraction gives way in any case; a directory never
+// does, which the making of the link reports.
+bool CExtractTarget::ClearWayForLink(const std::string& path) {
   struct stat status {};
+  if (!m_root.Status(path, status) || S_ISDIR(status.st_mode)) return true;
+  if (m_filesAreSigned && !S_ISLNK(status.st_mode)) return false;
+  return m_root.Remove(path);
+}
+
+bool CExtractTarget::MakeLink(const LinkRecord& link) {
   std::string failed;
-  if (!m_root.MakeParents(link.path, failed)) return false;
-  if (m_root.Status(link.path, status) && !S_ISDIR(status.st_mode) && !m_root.Remove(link.path)) return false;
-  return m_root.MakeLink(link.target, link.path);
+  return m_root.MakeParents(link.path, failed) && ClearWayForLink(link.path) &&
+         m_root.MakeLink(link.target, link.path);
 }
 
 void CExtractTarget::MakeLinks() {
@@ -126,6 +133,10 @@ void CExtractTarget::MakeLinks() {
     ReportLinkFailure(link.name);
     ++m_failedLinks;
   }
+  DropLinks();
+}
+
+void CExtractTarget::DropLinks() {
   m_links.clear();
   m_linkAt.clear();
 }

@@ -17,8 +17,9 @@ struct CmdOptions;
 // their dates and modes at the end, and the links, which are made after the files that they could capture.
 class CExtractTarget {
  public:
-  // Takes the current directory as the root. `options` must outlive the object.
-  explicit CExtractTarget(const CmdOptions& options);
+  // Takes the current directory as the root. `options` must outlive the object. `filesAreSigned`: a signature
+  // vouches for the files but not for the links, so no link may take the place of a file.
+  explicit CExtractTarget(const CmdOptions& options, bool filesAreSigned = false);
 
   // Where an entry of that name goes: made safe by ValidateFilePath, unless -xnopvalid is given. Prints a line when
   // that takes a drive prefix or ".." away.
@@ -36,6 +37,8 @@ class CExtractTarget {
   // Makes the links, then sets the directories' dates and modes in reverse order. A link that cannot be made is
   // reported and counted; a directory's failure is CChgDateExcept or CChgModExcept, after all were tried.
   void Finish();
+  // Forgets the links: of an archive that is not what was signed no more is made.
+  void DropLinks();
   unsigned long FailedLinks() const { return m_failedLinks; }
 
  private:
@@ -52,11 +55,13 @@ class CExtractTarget {
     std::string name;
   };
   void DropLink(const std::string& path);
+  bool ClearWayForLink(const std::string& path);
   bool MakeLink(const LinkRecord& link);
   void MakeLinks();
   void FinishDirectories();
 
   const CmdOptions& m_options;
+  const bool m_filesAreSigned;
   CExtractRoot m_root;
   std::vector<DirectoryRecord> m_directories;
   std::vector<LinkRecord> m_links;  // an empty path: replaced by a later entry

@@ -36,7 +36,7 @@ void CExtract::ProcessArchive(const std::string& name) {
     throw CChgDirExcept(options.targetDir);
   }
   std::optional<CExtractTarget> target;
-  if (!IsTest()) target.emplace(options);
+  if (!IsTest()) target.emplace(options, archive.Manifest() != nullptr);
   archive.SetTarget(target ? &*target : nullptr);
   Counts counts;
   WalkAndFinish(archive, archive.Target(), counts);
@@ -44,8 +44,8 @@ void CExtract::ProcessArchive(const std::string& name) {
   PrintResult(counts);
 }
 
-// Whatever ends the walk, the links are made and the directories get their dates and modes; the exit code stays
-// that of the first failure.
+// Whatever ends the walk, the directories get their dates and modes. So do links get made, but none of an archive that
+// turned out not to be what was signed. The exit code stays that of the first failure.
 void CExtract::WalkAndFinish(CArchive& archive, CExtractTarget* target, Counts& counts) {
   bool walked = false;
   try {
@@ -61,6 +61,7 @@ void CExtract::WalkAndFinish(CArchive& archive, CExtractTarget* target, Counts& 
     const int code = m_processor.ExitCode();
     if (!walked && target != nullptr) {
       try {
+        if (archive.Manifest() != nullptr) target->DropLinks();
         target->Finish();
       } catch (const CExcept&) {  // the first failure is the one to report
       }
