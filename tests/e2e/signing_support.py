@@ -47,7 +47,8 @@ def pki(*names):
 def pse(name):
     """A PSE with the key of `name`, for signing."""
     made = pki("made-%s.pse" % name)
-    harness.write_file(made, b"".join(harness.read_file(pki(part)) for part in (name + ".key", name + ".crt", "inter.crt")))
+    parts = (pki(name + ".key"), pki(name + ".crt"), pki("inter.crt"))
+    harness.write_file(made, b"".join(map(harness.read_file, parts)))
     return made
 
 
@@ -220,3 +221,41 @@ class SigningTest(harness.TolvenTest):
     def details(self, run):
         """The lines about the signer that -v gives: label -> text."""
         return dict(re.findall(r"^TOLVEN: (\w+ \w+) *>(.*?)<$", "\n".join(run.lines), re.DOTALL | re.MULTILINE))
+
+
+DATA = {"a": b"first", "b/c": b"second " * 20000, "empty": b""}
+LINES = [body_line(name, data) for name, data in DATA.items()]
+
+
+class TrustTest(SigningTest):
+    def setUp(self):
+        super().setUp()
+        harness.build_tree(self.dir, DATA)
+
+    def made(self, name, text):
+        """An archive of the test data with this manifest, by the tests' own writer."""
+        files = [archivefile.regular(*item) for item in DATA.items()]
+        return self.write(name, archivefile.archive(*files, manifest_entry(text)))
+
+    def trust(self, **profiles):
+        """Runs trust what is given as QELverify or QELvalidation: names in the world of certificates."""
+        self.env["SECUDIR"] = self.fresh("sec")
+        for name, source in profiles.items():
+            shutil.copy(pki(source), self.path("sec", name + ".pse"))
+
+    def accepted(self, *args):
+        """List, test, extract: all must succeed. Returns the details that -v prints."""
+        self.assertEqual(self.run_tolven("-tVf", *args).code, 0)
+        self.fresh("out")
+        run = self.run_tolven("-xVf", *args, "-R", "out")
+        self.assertEqual((run.code, harness.contents(self.path("out"))), (0, DATA), run)
+        run = self.run_tolven("-dVvf", *args)
+        self.assertEqual((run.code, run.lines[-1]), (0, "TOLVEN: 3 file(s) tested"), run)
+        return self.details(run)
+
+    def rejected(self, args, code, *texts):
+        """List, test, extract: all must fail before anything is written."""
+        for command in ("-tVf", "-dVf"):
+            self.refused([command, *args], code, *texts)
+        self.refused(["-xVf", *args, "-R", self.fresh("out")], code, *texts)
+        self.assertEqual(os.listdir(self.path("out")), [])

@@ -1,0 +1,219 @@
+"""What a signature is for: archives that were changed by somebody on the way. Each attack must end with its exit code on
+list, test and extract, and extraction must leave nothing but files that are what was signed.
+"""
+import os
+import sys
+
+import archivefile
+import harness
+import signing_support as support
+from archivefile import directory, link
+from attack_table import (DOCUMENT_ATTACKS, ENTRIES, FILE_ATTACKS, FILES, PLACE_ATTACKS, SIGNER_ATTACKS, UNSIGNED, Scene,
+                          before_manifest, block_behind, insert, signed_anew)
+from harness import Directory
+from signing_support import pki
+
+sys.path.insert(0, os.path.join(support.SOURCE, "tests", "support"))
+import make_old_archive
+
+_made = {}  # "plain" and "stamped": the archive of ENTRIES; "other": the manifest of another one
+
+
+class AttackTest(support.SigningTest):
+    def setUp(self):
+        super().setUp()
+        if not _made:
+            self.make_archives()
+
+    def make_archives(self):
+        harness.build_tree(self.path("tree"), {**{name: data for name, data in FILES.items() if name != "dup"},
+                                               "dup": "one", "d": Directory()})
+        archive = self.path("made")
+        self.create(archive, "a", "d", "dup", "empty", "z", cwd="tree")
+        self.write("tree/dup", "two")
+        self.expect(["-af", archive, "dup"], [], cwd="tree")
+        for name, options in (("plain", []), ("stamped", ["-tsaurl", support.tsa()])):
+            self.expect(["-Sf", archive, "-key", pki("signer.pse"), *options], [])
+            _made[name] = harness.read_file(archive)
+        self.sign_new("other", "tree/a", options=["-key", pki("signer.pse"), "-tsaurl", support.tsa()])
+        _made["other"] = support.manifest_of(self.path("other"))
+        parsed = archivefile.parse(_made["plain"])[1][:-1]
+        assert [(item.name.decode(), item.data() if item.type == b"RG" else None) for item in parsed] == ENTRIES
+
+    def attacked(self, row):
+        scene = Scene(_made["stamped" if row.stamped else "plain"], _made["other"])
+        own = row.change(scene)
+        content = own if isinstance(own, bytes) else scene.packed()
+        self.assertNotIn(content, _made.values())
+        return content
+
+    def run_row(self, row):
+        self.write("A", self.attacked(row))
+        for command in ("-tVf", "-dVf", "-xVf"):
+            if command != "-xVf" and row.options == ["-lower"]:
+                continue  # for extraction only
+            where = ["-R", self.fresh("out")] if command == "-xVf" else []
+            run = self.refused([command, "A", *where, *row.options], row.code, row.text)
+            self.assertNotRegex("\n".join(run.lines), r"file\(s\) (tested|extracted)")
+        self.check_left(row)
+
+    def check_left(self, row):
+        if row.left is None:
+            self.assertEqual(os.listdir(self.path("out")), [])
+            return
+        found = harness.contents(self.path("out"))
+        kinds = {what[0] for what in harness.snapshot(self.path("out")).values()}
+        self.assertLessEqual(kinds, {"file", "directory"})
+        for name, data in found.items():
+            self.assertIn(name, row.left)
+            self.assertIn(data, [content for entry, content in ENTRIES
+                                 if content is not None and (entry == name or "-flat" in row.options and
+                                                             os.path.basename(entry) == name)])
+        self.assertEqual(set(found), set(row.left))
+
+    def run_table(self, rows):
+        for row in rows:
+            with self.subTest(row.name):
+                self.run_row(row)
+
+
+class Attacks(AttackTest):
+    def test_nothing_changed(self):
+        for name in ("plain", "stamped"):
+            self.write("A", Scene(_made[name]).packed())
+            self.assertEqual(harness.read_file(self.path("A")), _made[name])
+            run = self.run_tolven("-xVf", "A", "-R", self.fresh("out"))
+            self.assertEqual((run.code, harness.contents(self.path("out"))), (0, FILES), run)
+        # And what the table builds upon: lists that are signed anew, attributes that are put back.
+        scene = Scene(_made["plain"])
+        signed_anew()(scene)
+        self.write("A", scene.packed())
+        self.assertEqual(self.run_tolven("-dVf", "A").code, 0)
+        signed, signature = Scene(_made["stamped"]).document()
+        same = support.with_unsigned_attributes(signature, support.unsigned_attributes(signature))
+        self.assertEqual(same, signature)
+
+    def test_files(self):
+        self.run_table(FILE_ATTACKS)
+
+    def test_place(self):
+        self.run_table(PLACE_ATTACKS)
+
+    def test_document(self):
+        self.run_table(DOCUMENT_ATTACKS)
+
+    def test_signer(self):
+        self.run_table(SIGNER_ATTACKS)
+
+
+class Extraction(AttackTest):
+    """What the signature does not cover must not harm what it does."""
+
+    def extract(self, change, *options):
+        scene = Scene(_made["plain"])
+        change(scene)
+        self.write("A", scene.packed())
+        run = self.run_tolven("-xVf", "A", "-R", self.fresh("out"), *options)
+        return run, harness.contents(self.path("out"))
+
+    def test_a_link_for_a_file(self):
+        """Neither before nor behind the file, under no spelling, does a link take its place."""
+        for name, options in (("a", []), ("./a", []), ("/a", []), ("d/../a", []), ("x/a", ["-flat"]), ("A", ["-lower"]),
+                              ("./a", ["-xnopvalid"]), ("d", [])):
+            for at in (0, -1):
+                with self.subTest(name=name, at=at):
+                    run, found = self.extract(insert(link(name, "/etc/passwd"), at=at), *options)
+                    if options == ["-flat"]:
+                        found["d/b"] = found.pop("b")
+                    self.assertEqual(found, FILES)
+                    # A link in front of the file it is named like gives way without a word.
+                    self.assertIn(run.code, (36, 0) if at == 0 else (36,), run)
+
+    def test_links_of_an_older_extraction(self):
+        run, found = self.extract(before_manifest(link("l", "a")))
+        self.assertEqual((run.code, found), (0, FILES), run)
+        run = self.run_tolven("-xVf", "A", "-R", "out")
+        self.assertEqual((run.code, os.readlink(self.path("out/l"))), (0, "a"), run)
+
+    def test_a_link_for_a_directory(self):
+        os.mkdir(self.path("outside"))
+
+        def change(scene):
+            scene.entries[scene.place("d")] = link("d", self.path("outside"))
+        run, found = self.extract(change)
+        self.assertEqual((run.code, found, os.listdir(self.path("outside"))), (36, FILES, []), run)
+
+    def test_a_directory_for_a_file(self):
+        for at in (0, -1):
+            run, found = self.extract(insert(directory("a"), at=at))
+            self.assertNotEqual(run.code, 0)
+            self.assertEqual(found, {name: FILES[name] for name in found})
+
+    def test_blocks_behind_the_data(self):
+        """Nobody reads them."""
+        run, found = self.extract(block_behind)
+        self.assertEqual((run.code, found), (0, FILES), run)
+
+
+class Disguise(AttackTest):
+    def test_old_format(self):
+        """An archive of the older format has no signature, whatever it is called."""
+        for data, crc in ((b"first", None), (b"first", 1)):
+            item = make_old_archive.file_entry("a", 0o644, 1000000000, data)
+            if crc is not None:
+                item.line = make_old_archive.entry_line("F", "a", 0o644, len(item.stream), len(data), 1000000000, crc)
+            self.write("A", make_old_archive.build([item]))
+            if crc is None:  # it is a good one
+                self.assertEqual(self.run_tolven("-xf", "A", "-R", self.fresh("out")).code, 0)
+                self.assertEqual(harness.contents(self.path("out")), {"a": b"first"})
+            for command in ("-tVf", "-dVf", "-xVf"):
+                where = ["-R", self.fresh("out")] if command == "-xVf" else []
+                run = self.run_tolven(command, "A", *where)
+                if crc is None or command == "-tVf":
+                    self.assertEqual(run.code, 59, run)
+                    self.assertEqual(run.lines[-1], "TOLVEN: A is not digitally signed (error 59). ")
+                else:
+                    self.assertNotIn(run.code, (0, 59), run)
+            self.assertEqual(os.listdir(self.path("out")), [])
+
+    def test_nothing(self):
+        for content in (archivefile.archive(), b"ORV 2.00", archivefile.archive(b"XY" + bytes(40))):
+            self.write("A", content)
+            for command in ("-tVf", "-dVf", "-xVf"):
+                self.refused([command, "A"], 59, UNSIGNED)
+
+
+class Signing(AttackTest):
+    """Nobody's key is lent to an archive whose signature is out of place, and nothing of it is written."""
+
+    def test_place(self):
+        for row in PLACE_ATTACKS:
+            if row.code == 59:
+                continue  # not a signed archive
+            with self.subTest(row.name):
+                content = self.attacked(row)
+                for command, names in (("-Sf", []), ("-aSif", ["tree/a"]), ("-aVif", ["tree/a"])):
+                    self.write("A", content)
+                    self.write("tree/a", "more")
+                    run = self.run_tolven(command, "A", "-key", pki("signer.pse"), *names)
+                    if run.code == 5 and command != "-Sf":
+                        continue  # what cannot be read is removed, as an append does
+                    self.assertEqual((run.code, harness.read_file(self.path("A"))), (row.code, content), run)
+
+    def test_append_after_an_attack(self):
+        """The old signature and the files are looked at before an append signs."""
+        for row in FILE_ATTACKS + DOCUMENT_ATTACKS + SIGNER_ATTACKS:
+            if row.name == "data changed, checksum wrong":
+                continue  # exit code 12, as below
+            with self.subTest(row.name):
+                content = self.attacked(row)
+                self.write("A", content)
+                self.write("tree/a", "more")
+                options = [option for option in row.options if option not in ("-flat", "-lower")]
+                run = self.run_tolven("-aSif", "A", "-key", pki("signer.pse"), "tree/a", *options)
+                self.assertEqual(run.code, 54 if row in FILE_ATTACKS or row.left is not None else row.code, run)
+                self.assertEqual(harness.read_file(self.path("A")), content)
+
+
+if __name__ == "__main__":
+    harness.main()
