@@ -69,6 +69,21 @@ TEST(ExtractTarget, LinksComeAfterFilesAndTheLastEntryOfAPathWins) {
   EXPECT_EQ(Listing("../outside"), "");
 }
 
+TEST(ExtractTarget, NoLinkTakesThePlaceOfASignedFile) {
+  test::Run run;
+  fs::create_symlink("old", "link");
+  CExtractTarget target(run.Options(), true);
+  PutFile(target, "file", "signed");
+  target.AddLink("file", "t", "file");
+  target.AddLink("link", "t", "link");
+  target.Finish();
+  EXPECT_EQ(target.FailedLinks(), 1U);
+  target.AddLink("more", "t", "more");
+  target.DropLinks();
+  target.Finish();
+  EXPECT_EQ(Listing("."), "file link->t ");
+}
+
 TEST(ExtractTarget, LinksOfThisRunAreNeverFollowed) {
   test::Run run;
   CExtractTarget target(run.Options());
