@@ -124,5 +124,11 @@ void Zlib(benchmark::State& state) {
 
 }  // namespace
 
-BENCHMARK(Lzh)->ArgsProduct({{1, 2, 6, 9}, {0, 1, 2, 3}})->Unit(benchmark::kMillisecond);
-BENCHMARK(Zlib)->ArgsProduct({{1, 2, 6, 9}, {0, 1, 2, 3}})->Unit(benchmark::kMillisecond);
+BENCHMARK(Lzh)
+    ->Name("compress/tolven")
+    ->ArgsProduct({{1, 2, 6, 9}, {0, 1, 2, 3}})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(Zlib)
+    ->Name("compress/zlib")
+    ->ArgsProduct({{1, 2, 6, 9}, {0, 1, 2, 3}})
+    ->Unit(benchmark::kMillisecond);

@@ -8,10 +8,10 @@ import sys
 
 # Ours, its peer, what is compared. Groups of the first pattern are filled into the second and the third.
 PAIRS = (
-    (r"Lzh/(\d)/(\d)", r"Zlib/\1/\2", r"compress, level \1, {label}: zlib at equal effort"),
-    (r"Engine/(\w+)", r"ZlibInflate/\1", r"decompress, \1: zlib's inflate"),
-    (r"Crc32/program/(65536)", r"Crc32/bytewise/\1", "CRC-32: the byte-wise table"),
-    (r"Crc32/program/(65536)", r"Crc32/zlib/\1", "CRC-32: zlib's crc32"),
+    (r"compress/tolven/(\d)/(\d)", r"compress/zlib/\1/\2", r"compress, level \1, {label}: zlib at equal effort"),
+    (r"decompress/(\w+)/tolven", r"decompress/\1/zlib", r"decompress, \1: zlib's inflate"),
+    (r"crc32/64K/tolven/(\d+)", r"crc32/64K/bytewise/\1", "CRC-32: the byte-wise table"),
+    (r"crc32/64K/tolven/(\d+)", r"crc32/64K/zlib/\1", "CRC-32: zlib's crc32"),
 )
 
 

@@ -31,8 +31,8 @@ void MakeParents(CExtractRoot& root, const std::string& path) {
 
 }  // namespace
 
-CExtractTarget::CExtractTarget(const CmdOptions& options, bool filesAreSigned)
-    : m_options(options), m_filesAreSigned(filesAreSigned), m_root(!options.noPathValidation) {
+CExtractTarget::CExtractTarget(const CmdOptions& options, VerifiedFiles& verified)
+    : m_options(options), m_verified(verified), m_root(!options.noPathValidation) {
   if (!m_root.IsOpen()) throw CChgDirExcept(options.targetDir != nullptr ? options.targetDir : ".");
 }
 
@@ -64,7 +64,11 @@ std::unique_ptr<CPendingFile> CExtractTarget::OpenFile(const std::string& path, 
 }
 
 void CExtractTarget::CommitFile(CPendingFile& file, std::uint32_t mode, std::int64_t mtime,
-                                const std::string& name) {
+                                const std::string& name, bool verified) {
+  struct stat status {};
+  if (verified && fstat(file.Stream().Descriptor(), &status) == 0) {
+    m_verified.emplace(status.st_dev, status.st_ino);
+  }
   switch (file.Commit(mode & kModeSettable, mtime)) {
     case CPendingFile::Step::kNone:
       return;
@@ -112,13 +116,12 @@ void CExtractTarget::Finish() {
   FinishDirectories();
 }
 
-// Removes what a link may replace. A link of an older extraction gives way in any case; a directory never
-// does, which the making of the link reports.
+// Removes what a link may replace: anything but a verified file, and a directory, which the making of the link
+// reports.
 bool CExtractTarget::ClearWayForLink(const std::string& path) {
   struct stat status {};
   if (!m_root.Status(path, status) || S_ISDIR(status.st_mode)) return true;
-  if (m_filesAreSigned && !S_ISLNK(status.st_mode)) return false;
-  return m_root.Remove(path);
+  return !m_verified.contains({status.st_dev, status.st_ino}) && m_root.Remove(path);
 }
 
 bool CExtractTarget::MakeLink(const LinkRecord& link) {

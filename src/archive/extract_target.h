@@ -1,9 +1,13 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "fileio/extract_root.h"
@@ -17,9 +21,12 @@ struct CmdOptions;
 // their dates and modes at the end, and the links, which are made after the files that they could capture.
 class CExtractTarget {
  public:
-  // Takes the current directory as the root. `options` must outlive the object. `filesAreSigned`: a signature
-  // vouches for the files but not for the links, so no link may take the place of a file.
-  explicit CExtractTarget(const CmdOptions& options, bool filesAreSigned = false);
+  // Files that this run extracted and found as they were signed, by device and inode. A signature vouches for
+  // files but not for links: no link may take the place of one of these.
+  using VerifiedFiles = std::set<std::pair<dev_t, ino_t>>;
+
+  // Takes the current directory as the root. `options` and `verified` must outlive the object.
+  CExtractTarget(const CmdOptions& options, VerifiedFiles& verified);
 
   // Where an entry of that name goes: made safe by ValidateFilePath, unless -xnopvalid is given. Prints a line when
   // that takes a drive prefix or ".." away.
@@ -28,8 +35,9 @@ class CExtractTarget {
   // messages say. CCreateDirExcept, or 28.
   std::unique_ptr<CPendingFile> OpenFile(const std::string& path, const std::string& name);
   // Gives the file its mode, date and name. CWriteExcept, CChgModExcept, CChgDateExcept, or that it could not be
-  // opened for writing: something stands in its place.
-  static void CommitFile(CPendingFile& file, std::uint32_t mode, std::int64_t mtime, const std::string& name);
+  // opened for writing: something stands in its place. `verified`: its digest was found right.
+  void CommitFile(CPendingFile& file, std::uint32_t mode, std::int64_t mtime, const std::string& name,
+                  bool verified);
   // Makes the directory now; date and mode follow in Finish.
   void AddDirectory(const std::string& path, const std::string& name, std::uint32_t mode, std::int64_t mtime);
   // Makes missing parents and remembers the link for Finish. A later entry of the same path takes its place.
@@ -61,7 +69,7 @@ class CExtractTarget {
   void FinishDirectories();
 
   const CmdOptions& m_options;
-  const bool m_filesAreSigned;
+  VerifiedFiles& m_verified;
   CExtractRoot m_root;
   std::vector<DirectoryRecord> m_directories;
   std::vector<LinkRecord> m_links;  // an empty path: replaced by a later entry

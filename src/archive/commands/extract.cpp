@@ -6,7 +6,6 @@
 #include "archive/archive.h"
 #include "archive/commands/processing_line.h"
 #include "archive/dir_entry.h"
-#include "archive/extract_target.h"
 #include "archive/selection.h"
 #include "fileio/working_directory.h"
 #include "oldarchive/extract_old.h"
@@ -36,7 +35,7 @@ void CExtract::ProcessArchive(const std::string& name) {
     throw CChgDirExcept(options.targetDir);
   }
   std::optional<CExtractTarget> target;
-  if (!IsTest()) target.emplace(options, archive.Manifest() != nullptr);
+  if (!IsTest()) target.emplace(options, m_verified);
   archive.SetTarget(target ? &*target : nullptr);
   Counts counts;
   WalkAndFinish(archive, archive.Target(), counts);

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "archive/entry_factory.h"
+#include "archive/extract_target.h"
 #include "main/run/command.h"
 #include "main/run/processor.h"
 
@@ -11,7 +12,6 @@ namespace tolven {
 
 class CArchive;
 class CDirEntry;
-class CExtractTarget;
 class CSelection;
 
 // -x and -d: extracts archives, or only checks their data. Archives of the older format go to their own reader.
@@ -38,6 +38,7 @@ class CExtract : public CCommand {
 
   CProcessor& m_processor;
   const IEntryFactory& m_factory;
+  CExtractTarget::VerifiedFiles m_verified;  // of all archives of the run
 };
 
 }  // namespace tolven

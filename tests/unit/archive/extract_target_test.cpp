@@ -25,16 +25,17 @@ std::string Listing(const fs::path& root) {
   return text;
 }
 
-void PutFile(CExtractTarget& target, const std::string& path, std::string content) {
+void PutFile(CExtractTarget& target, const std::string& path, std::string content, bool verified = false) {
   auto pending = target.OpenFile(path, path);
   unsigned long done = 0;
   ASSERT_TRUE(pending->Stream().Write(reinterpret_cast<unsigned char*>(content.data()), content.size(), &done));
-  CExtractTarget::CommitFile(*pending, 0104640, 1000, path);
+  target.CommitFile(*pending, 0104640, 1000, path, verified);
 }
 
 TEST(ExtractTarget, AFileHasItsNameOnlyWhenItIsWhole) {
   test::Run run;
-  CExtractTarget target(run.Options());
+  CExtractTarget::VerifiedFiles none;
+  CExtractTarget target(run.Options(), none);
   PutFile(target, "d/f", "old");
   {
     auto pending = target.OpenFile("d/f", "d/f");
@@ -54,7 +55,8 @@ TEST(ExtractTarget, LinksComeAfterFilesAndTheLastEntryOfAPathWins) {
   fs::create_directory("outside");
   fs::create_directory("in");
   ASSERT_EQ(chdir("in"), 0);
-  CExtractTarget target(run.Options());
+  CExtractTarget::VerifiedFiles none;
+  CExtractTarget target(run.Options(), none);
   target.AddLink("way", "../outside", "way");
   PutFile(target, "way/f", "must stay inside");
   target.AddLink("twice", "t", "twice");
@@ -69,24 +71,29 @@ TEST(ExtractTarget, LinksComeAfterFilesAndTheLastEntryOfAPathWins) {
   EXPECT_EQ(Listing("../outside"), "");
 }
 
-TEST(ExtractTarget, NoLinkTakesThePlaceOfASignedFile) {
+TEST(ExtractTarget, NoLinkTakesThePlaceOfAVerifiedFile) {
   test::Run run;
-  fs::create_symlink("old", "link");
-  CExtractTarget target(run.Options(), true);
-  PutFile(target, "file", "signed");
-  target.AddLink("file", "t", "file");
-  target.AddLink("link", "t", "link");
-  target.Finish();
-  EXPECT_EQ(target.FailedLinks(), 1U);
-  target.AddLink("more", "t", "more");
-  target.DropLinks();
-  target.Finish();
-  EXPECT_EQ(Listing("."), "file link->t ");
+  std::ofstream("before") << "x";
+  CExtractTarget::VerifiedFiles verified;
+  CExtractTarget first(run.Options(), verified);
+  PutFile(first, "signed", "x", true);
+  PutFile(first, "plain", "x");
+  first.Finish();
+  CExtractTarget second(run.Options(), verified);
+  for (const char* name : {"before", "signed", "plain"}) second.AddLink(name, "elsewhere", name);
+  second.Finish();
+  second.AddLink("more", "t", "more");
+  second.DropLinks();
+  second.Finish();
+  EXPECT_EQ(Listing("."), "before->elsewhere plain->elsewhere signed ");
+  EXPECT_EQ(second.FailedLinks(), 1U);
+  EXPECT_EQ(run.ExitCode(), 36);
 }
 
 TEST(ExtractTarget, LinksOfThisRunAreNeverFollowed) {
   test::Run run;
-  CExtractTarget target(run.Options());
+  CExtractTarget::VerifiedFiles none;
+  CExtractTarget target(run.Options(), none);
   target.AddDirectory("real", "real", 040755, 5);
   target.AddLink("way", "real", "way");
   target.Finish();
@@ -100,7 +107,8 @@ TEST(ExtractTarget, DirectoriesGetTheirDatesAndModesAtTheEnd) {
     run.Options().changeDirPermissions = change;
     fs::create_directory("there");
     ASSERT_EQ(chmod("there", 0700), 0);
-    CExtractTarget target(run.Options());
+    CExtractTarget::VerifiedFiles none;
+  CExtractTarget target(run.Options(), none);
     target.AddDirectory("there", "there", 040511, 100);
     target.AddDirectory("made", "made", 040511, 200);
     target.AddDirectory("", "/", 040000, 300);
@@ -122,7 +130,8 @@ TEST(ExtractTarget, SaysWhyAFileCannotBeMade) {
   test::Run run;
   fs::create_directory("dir");
   std::ofstream("file") << "x";
-  CExtractTarget target(run.Options());
+  CExtractTarget::VerifiedFiles none;
+  CExtractTarget target(run.Options(), none);
   EXPECT_THROW(target.OpenFile("file/f", "file/f"), CCreateDirExcept);
   EXPECT_THROW(PutFile(target, "dir", "x"), CExcept) << "a directory is not replaced";
   run.Options().forceExtraction = true;
