@@ -1,5 +1,5 @@
-// lzc_file c|d INPUT OUTPUT: codes a file with LZC, or decodes it, so that whole processes can be timed beside
-// compress and uncompress. Holds nothing but the two buffers, as they do.
+// lzc_file c|d INPUT OUTPUT: codes a file with LZC, or decodes it, so that whole processes can be timed
+// beside compress and uncompress. Holds nothing but the two buffers, as they do.
 
 #include <array>
 #include <cstdint>
@@ -35,7 +35,8 @@ int main(int argc, char** argv) {
   std::int32_t at = 0;
   std::int32_t length = 0;
   int options = tolven::CS_INIT | tolven::CS_ALGORITHM_LZC;
-  for (int result = tolven::CS_END_INBUFFER; result != tolven::CS_END_OF_STREAM; options &= ~tolven::CS_INIT) {
+  for (int result = tolven::CS_END_INBUFFER; result != tolven::CS_END_OF_STREAM;
+       options &= ~tolven::CS_INIT) {
     if (result == tolven::CS_END_INBUFFER && at == length) {
       at = 0;
       length = static_cast<std::int32_t>(std::fread(input.data(), 1, input.size(), in.get()));
@@ -43,10 +44,10 @@ int main(int argc, char** argv) {
     std::int32_t read = 0;
     std::int32_t written = 0;
     const auto room = static_cast<std::int32_t>(output.size());
-    result = compress ? tolven::CsRCompress(handle, total, input.data() + at, length - at, output.data(), room,
-                                            options, &read, &written)
-                      : tolven::CsRDecompress(handle, input.data() + at, length - at, output.data(), room, options,
-                                              &read, &written);
+    result = compress ? tolven::CsRCompress(handle, total, input.data() + at, length - at, output.data(),
+                                            room, options, &read, &written)
+                      : tolven::CsRDecompress(handle, input.data() + at, length - at, output.data(), room,
+                                              options, &read, &written);
     if (result < 0) return 1;
     at += read;
     if (std::fwrite(output.data(), 1, static_cast<std::size_t>(written), out.get()) !=

@@ -17,7 +17,8 @@ namespace {
 
 class Factory : public tolven::IEntryFactory {
  public:
-  bool IsTypeManifest(const tolven::EntryHeader&, std::string_view, std::span<const std::uint8_t>) const override {
+  bool IsTypeManifest(const tolven::EntryHeader&, std::string_view,
+                      std::span<const std::uint8_t>) const override {
     return false;
   }
   std::unique_ptr<tolven::CDirEntry> NewEntry(tolven::EntryClass entryClass) const override {

@@ -22,7 +22,8 @@ namespace {
 }
 
 bool IsKnownFirstType(EntryType type) {
-  constexpr EntryType known[] = {kTypeRegular, kTypeDirectory, kTypeShortcut, kTypeLink, kTypeSv, kTypeManifest};
+  constexpr EntryType known[] = {kTypeRegular, kTypeDirectory, kTypeShortcut,
+                                 kTypeLink,    kTypeSv,        kTypeManifest};
   return std::find(std::begin(known), std::end(known), type) != std::end(known);
 }
 
@@ -83,7 +84,9 @@ std::int64_t CArchive::Position() {
   return position;
 }
 
-bool CArchive::AtEnd() { return Position() == m_fileSize; }
+bool CArchive::AtEnd() {
+  return Position() == m_fileSize;
+}
 
 void CArchive::Seek(std::int64_t position) {
   if (!m_stream.SetPos(position)) throw CSetFilePointerExcept();
@@ -116,14 +119,16 @@ bool CArchive::IsValid() {
   const std::string version = getVersionString();
   if (magic != kMagic && magic != kMagicBackup) return false;
   if (version != kVersion200 && version != kVersion201) {
-    throw CUnsupportedArchiveException("archive version " + version +
-                                       " is not supported by this release; to extract this archive you need to "
-                                       "use a newer TOLVEN release\n");
+    throw CUnsupportedArchiveException(
+        "archive version " + version +
+        " is not supported by this release; to extract this archive you need to "
+        "use a newer TOLVEN release\n");
   }
   m_valid = true;
   if (magic == kMagicBackup) {
     throw CUnsupportedArchiveException(
-        "archive is a windows backup archive that can be extracted with a unicode-enabled TOLVEN on windows only");
+        "archive is a windows backup archive that can be extracted with a unicode-enabled TOLVEN on windows "
+        "only");
   }
   return true;
 }
@@ -163,8 +168,8 @@ bool CArchive::ReadType(unsigned char* type) {
   return true;
 }
 
-// Behind the two letters of a block. Seeking beyond the end of a file succeeds on this platform, so the end is
-// checked here: a block that the file does not hold whole is a cut archive, not the end of a good one.
+// Behind the two letters of a block. Seeking beyond the end of a file succeeds on this platform, so the end
+// is checked here: a block that the file does not hold whole is a cut archive, not the end of a good one.
 void CArchive::SkipPayload(BlockType type) {
   std::array<unsigned char, 4> bytes{};
   ReadExactly(bytes.data(), bytes.size());
@@ -203,9 +208,9 @@ void CArchive::ReadEntryAccessInfo() {
 
 CDirEntry* CArchive::EntryFactory() {
   EntryClass entryClass = EntryClass::kFile;
-  const bool isManifest = m_header.type == kTypeManifest ||
-                          (m_header.type == kTypeRegular &&
-                           m_factory.IsTypeManifest(m_header, m_storedName, m_accessInfo));
+  const bool isManifest =
+      m_header.type == kTypeManifest ||
+      (m_header.type == kTypeRegular && m_factory.IsTypeManifest(m_header, m_storedName, m_accessInfo));
   if (isManifest) {
     m_signed = true;
     m_header.mode = 0600;

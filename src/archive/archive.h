@@ -19,12 +19,12 @@ class CExtractTarget;
 struct CmdOptions;
 
 // An open archive file: its header, and the walk over its entries. There is no index and no trailer; the walk
-// starts at the front and ends where the file ends. Failures are CReadExcept, CWriteExcept and COpenExcept with
-// the archive's name, or the exceptions named below; none is repaired here.
+// starts at the front and ends where the file ends. Failures are CReadExcept, CWriteExcept and COpenExcept
+// with the archive's name, or the exceptions named below; none is repaired here.
 class CArchive {
  public:
-  // Opens the file (`mode`: the flags of file_stream.h); COpenExcept. With kOpenCreate alone the header is taken
-  // as checked and valid. `factory` and `options` must outlive the archive.
+  // Opens the file (`mode`: the flags of file_stream.h); COpenExcept. With kOpenCreate alone the header is
+  // taken as checked and valid. `factory` and `options` must outlive the archive.
   CArchive(const std::string& fileName, unsigned int mode, const IEntryFactory& factory,
            const CmdOptions& options);
   ~CArchive();
@@ -69,8 +69,8 @@ class CArchive {
   void Seek(std::int64_t position);
   void SeekToEnd();
 
-  // --- Signing. The context lists the entries' digests: fed while entries are written or hashed, compared with
-  // while entries of a signed archive are read.
+  // --- Signing. The context lists the entries' digests: fed while entries are written or hashed, compared
+  // with while entries of a signed archive are read.
   ManifestContext* Manifest() { return m_manifest.get(); }
   void SetManifest(ManifestContextPtr manifest) { m_manifest = std::move(manifest); }
   ManifestContextPtr ExchangeManifest(ManifestContextPtr manifest) {

@@ -1,6 +1,7 @@
 #pragma once
 
-// The one place that knows the byte order of archive files: little-endian, by shifts. No structure is laid over bytes.
+// The one place that knows the byte order of archive files: little-endian, by shifts. No structure is laid
+// over bytes.
 
 #include <cstddef>
 #include <cstdint>

@@ -10,7 +10,8 @@
 
 namespace tolven {
 
-// The working buffers of a run, shared by writing and reading: allocated once, reused for every block and entry.
+// The working buffers of a run, shared by writing and reading: allocated once, reused for every block and
+// entry.
 class CCompressMan {
  public:
   static constexpr std::uint32_t kBlockSize = kBlockInput;        // also the limit of a compressed payload

@@ -35,7 +35,9 @@ void CDirEntry::SetReadState(const std::string& storedName, const std::string& s
   m_pending.reset();
 }
 
-void CDirEntry::TypeInfo() const { m_pTheProcessor->LogManager().PrintInfo(CEntryInfo(*this)); }
+void CDirEntry::TypeInfo() const {
+  m_pTheProcessor->LogManager().PrintInfo(CEntryInfo(*this));
+}
 
 bool CDirEntry::CheckIfIsSymlink(const std::string& path) {
   strFileInformation info;
@@ -73,15 +75,20 @@ void CDirEntry::WriteHeader(CArchive* archive, EntryHeader& header) {
 
 // --- Concrete entries.
 
-void CFile::SetReadState(const std::string& storedName, const std::string& shownName, const EntryHeader& header,
-                         const std::vector<std::uint8_t>& accessInfo, std::int64_t start, bool hash) {
+void CFile::SetReadState(const std::string& storedName, const std::string& shownName,
+                         const EntryHeader& header, const std::vector<std::uint8_t>& accessInfo,
+                         std::int64_t start, bool hash) {
   CDirEntry::SetReadState(storedName, shownName, header, accessInfo, start, hash);
   m_bDoManifest = hash;
 }
 
-bool CFile::FillEntryHeader(EntryHeader& header) { return FillBaseHeader(header, kTypeRegular); }
+bool CFile::FillEntryHeader(EntryHeader& header) {
+  return FillBaseHeader(header, kTypeRegular);
+}
 
-bool CDirectory::FillEntryHeader(EntryHeader& header) { return FillBaseHeader(header, kTypeDirectory); }
+bool CDirectory::FillEntryHeader(EntryHeader& header) {
+  return FillBaseHeader(header, kTypeDirectory);
+}
 
 bool CLink::FillEntryHeader(EntryHeader& header) {
   if (!FillBaseHeader(header, kTypeLink)) return false;

@@ -18,8 +18,8 @@ namespace tolven {
 class CArchive;
 class CPendingFile;
 
-// One member of an archive, on its way in or out: knows its names and its header, writes itself into an archive
-// and restores itself on disk.
+// One member of an archive, on its way in or out: knows its names and its header, writes itself into an
+// archive and restores itself on disk.
 class CDirEntry {
  public:
   virtual ~CDirEntry();
@@ -28,8 +28,8 @@ class CDirEntry {
 
   // --- Reading.
 
-  // Extracts the entry below archive->Target(), or only checks its data when there is no target. False when it
-  // failed in a way that does not end the walk: a digest that differs, a link without a target.
+  // Extracts the entry below archive->Target(), or only checks its data when there is no target. False when
+  // it failed in a way that does not end the walk: a digest that differs, a link without a target.
   virtual bool AddToDir(CArchive* archive);
   // Runs the entry's data through CRC and digest and, with `write`, into the data stream.
   virtual void AddToDirEx(CArchive* archive, bool write);
@@ -94,7 +94,7 @@ class CDirEntry {
   // "x PATH" or "t PATH".
   void PrintVerbose(const CArchive* archive) const;
 
-  std::string m_path;      // on disk
+  std::string m_path;  // on disk
   std::string m_tempName;
   std::string m_storedName;
   std::string m_shownName;

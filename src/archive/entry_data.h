@@ -9,16 +9,17 @@
 
 namespace tolven {
 
-// The uncompressed data of the current entry of an archive, piece by piece. It ends at the entry's "ED" or "UE"
-// block, never by a count taken from the header: a block starts a stream when none is open and continues it
-// otherwise, so archives of both versions, and mixtures, read alike. Memory is the two buffers of `buffers`.
+// The uncompressed data of the current entry of an archive, piece by piece. It ends at the entry's "ED" or
+// "UE" block, never by a count taken from the header: a block starts a stream when none is open and continues
+// it otherwise, so archives of both versions, and mixtures, read alike. Memory is the two buffers of
+// `buffers`.
 class CEntryDataReader {
  public:
   CEntryDataReader(CArchive& archive, CCompressMan& buffers, const std::string& name)
       : m_archive(archive), m_input(buffers.Input()), m_output(buffers.Output()), m_name(name) {}
 
-  // The next piece, valid until the next call; false at the end. CDecompExcept for data that is no stream of the
-  // engine, a stream that the last block leaves unfinished, or a raw block inside a stream.
+  // The next piece, valid until the next call; false at the end. CDecompExcept for data that is no stream of
+  // the engine, a stream that the last block leaves unfinished, or a raw block inside a stream.
   bool Next(std::span<std::uint8_t>& piece);
   // The stored CRC, once Next has returned false.
   std::uint32_t StoredCrc() const { return m_crc; }

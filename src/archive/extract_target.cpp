@@ -116,8 +116,8 @@ void CExtractTarget::Finish() {
   FinishDirectories();
 }
 
-// Removes what a link may replace: anything but a verified file, and a directory, which the making of the link
-// reports.
+// Removes what a link may replace: anything but a verified file, and a directory, which the making of the
+// link reports.
 bool CExtractTarget::ClearWayForLink(const std::string& path) {
   struct stat status {};
   if (!m_root.Status(path, status) || S_ISDIR(status.st_mode)) return true;

@@ -17,8 +17,9 @@ namespace tolven {
 
 struct CmdOptions;
 
-// What an extraction keeps for one archive: the directory that everything goes below, the directories that get
-// their dates and modes at the end, and the links, which are made after the files that they could capture.
+// What an extraction keeps for one archive: the directory that everything goes below, the directories that
+// get their dates and modes at the end, and the links, which are made after the files that they could
+// capture.
 class CExtractTarget {
  public:
   // Files that this run extracted and found as they were signed, by device and inode. A signature vouches for
@@ -28,22 +29,22 @@ class CExtractTarget {
   // Takes the current directory as the root. `options` and `verified` must outlive the object.
   CExtractTarget(const CmdOptions& options, VerifiedFiles& verified);
 
-  // Where an entry of that name goes: made safe by ValidateFilePath, unless -xnopvalid is given. Prints a line when
-  // that takes a drive prefix or ".." away.
+  // Where an entry of that name goes: made safe by ValidateFilePath, unless -xnopvalid is given. Prints a
+  // line when that takes a drive prefix or ".." away.
   std::string PathFor(const std::string& shownName) const;
-  // Makes missing parents, removes an existing file in force mode, and opens the temporary file. `name` is what
-  // messages say. CCreateDirExcept, or 28.
+  // Makes missing parents, removes an existing file in force mode, and opens the temporary file. `name` is
+  // what messages say. CCreateDirExcept, or 28.
   std::unique_ptr<CPendingFile> OpenFile(const std::string& path, const std::string& name);
-  // Gives the file its mode, date and name. CWriteExcept, CChgModExcept, CChgDateExcept, or that it could not be
-  // opened for writing: something stands in its place. `verified`: its digest was found right.
+  // Gives the file its mode, date and name. CWriteExcept, CChgModExcept, CChgDateExcept, or that it could not
+  // be opened for writing: something stands in its place. `verified`: its digest was found right.
   void CommitFile(CPendingFile& file, std::uint32_t mode, std::int64_t mtime, const std::string& name,
                   bool verified);
   // Makes the directory now; date and mode follow in Finish.
   void AddDirectory(const std::string& path, const std::string& name, std::uint32_t mode, std::int64_t mtime);
   // Makes missing parents and remembers the link for Finish. A later entry of the same path takes its place.
   void AddLink(const std::string& path, const std::string& target, const std::string& name);
-  // Makes the links, then sets the directories' dates and modes in reverse order. A link that cannot be made is
-  // reported and counted; a directory's failure is CChgDateExcept or CChgModExcept, after all were tried.
+  // Makes the links, then sets the directories' dates and modes in reverse order. A link that cannot be made
+  // is reported and counted; a directory's failure is CChgDateExcept or CChgModExcept, after all were tried.
   void Finish();
   // Forgets the links: of an archive that is not what was signed no more is made.
   void DropLinks();

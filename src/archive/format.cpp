@@ -60,7 +60,8 @@ BlockType DecodeBlockType(char first, char second) {
   return BlockType::kNone;
 }
 
-void EncodeBlockHeader(BlockType type, std::uint32_t length, std::span<std::uint8_t, kBlockHeaderSize> bytes) {
+void EncodeBlockHeader(BlockType type, std::uint32_t length,
+                       std::span<std::uint8_t, kBlockHeaderSize> bytes) {
   for (const BlockTypeName& row : kBlockTypes) {
     if (row.type != type) continue;
     bytes[BlockField::type] = static_cast<std::uint8_t>(row.letters[0]);

@@ -20,7 +20,8 @@ inline constexpr std::size_t magic = 0, version = 4, end = 8;
 inline constexpr std::size_t kArchiveHeaderSize = 8;
 static_assert(ArchiveField::end == kArchiveHeaderSize);
 inline constexpr std::string_view kMagic = "ORV ";
-inline constexpr std::string_view kMagicBackup{"ORV\0", 4};  // another platform's backup; recognised to be refused
+// Another platform's backup; recognised to be refused.
+inline constexpr std::string_view kMagicBackup{"ORV\0", 4};
 inline constexpr std::string_view kVersion200 = "2.00";
 inline constexpr std::string_view kVersion201 = "2.01";  // what is written
 

@@ -11,7 +11,8 @@ namespace tolven {
 // position of their own.
 class CBufferedStream : public CFileStream {
  public:
-  // Memory that a hostile archive may claim through this stream is bounded by `limit`: a write beyond it fails.
+  // Memory that a hostile archive may claim through this stream is bounded by `limit`: a write beyond it
+  // fails.
   explicit CBufferedStream(std::size_t limit = kDefaultLimit) : m_limit(limit) {}
 
   // False, with 0 bytes, when nothing was written yet.

@@ -40,8 +40,9 @@ bool CNormalCompress::compress(CArchive& archive, std::uint32_t& crc, std::uint3
   std::int32_t read = 0;
   std::int32_t written = 0;
   const auto total = static_cast<std::int32_t>(length);
-  const int rc = CsComprEx(total, input.data(), total, payload.data(),
-                           static_cast<std::int32_t>(CCompressMan::kBlockSize), kBlockOptions, &read, &written);
+  const int rc =
+      CsComprEx(total, input.data(), total, payload.data(),
+                static_cast<std::int32_t>(CCompressMan::kBlockSize), kBlockOptions, &read, &written);
   if (rc < 0) throw CDecompExcept(m_pEntry->GetPath() + " (cslib error " + std::to_string(rc) + ")");
   const bool compressed = rc == CS_END_OF_STREAM;
   const std::uint32_t stored = compressed ? static_cast<std::uint32_t>(written) : length;

@@ -8,9 +8,9 @@ namespace tolven {
 
 class CDirEntry;
 
-// Which entries of an archive a listing, test or extraction takes: all of them without names or with "*"; else
-// those whose stored or shown name is listed, and what lies below a listed directory entry seen earlier. No other
-// wildcards; names that are never found are not reported.
+// Which entries of an archive a listing, test or extraction takes: all of them without names or with "*";
+// else those whose stored or shown name is listed, and what lies below a listed directory entry seen earlier.
+// No other wildcards; names that are never found are not reported.
 class CSelection {
  public:
   explicit CSelection(const std::vector<std::string>& names);

@@ -43,13 +43,13 @@ struct CmdOptions {
   bool sign = false;
   bool verifySignature = false;
   bool noPathValidation = false;
-  const char* targetDir = nullptr;    // -R
-  const char* sourceDir = nullptr;    // -C
-  const char* permissionText = nullptr;  // -p as given; null: not given
-  std::uint32_t permission = 0;          // -p as a number
-  const char* includeFile = nullptr;  // -A
-  const char* excludeFile = nullptr;  // -X
-  const char* renameFile = nullptr;   // -T
+  const char* targetDir = nullptr;               // -R
+  const char* sourceDir = nullptr;               // -C
+  const char* permissionText = nullptr;          // -p as given; null: not given
+  std::uint32_t permission = 0;                  // -p as a number
+  const char* includeFile = nullptr;             // -A
+  const char* excludeFile = nullptr;             // -X
+  const char* renameFile = nullptr;              // -T
   const char* hashAlgorithm = nullptr;           // -H
   const char* key = nullptr;                     // -key
   const char* password = nullptr;                // -pwd
@@ -74,8 +74,8 @@ class CCmdLine {
   // Ends the singleton; the next GetTheCmdLine makes a fresh one.
   static void Destroy();
 
-  // Parses argv[1..argc-1], which must outlive the object; throws CExcept at the first error. The text of -pwd is
-  // copied, kept by the object, and overwritten in `argv`.
+  // Parses argv[1..argc-1], which must outlive the object; throws CExcept at the first error. The text of
+  // -pwd is copied, kept by the object, and overwritten in `argv`.
   void SetOptions(int argc, char** argv);
   // Stores the argument of option `optionName` in `target`; throws 18 (given twice) or 19 (no argument).
   static void GetOptionArg(const char*& target, const char* arg, const char* optionName);
@@ -83,8 +83,8 @@ class CCmdLine {
   const CmdOptions& Options() const { return m_options; }
   // For the embedded entry, which sets options without arguments.
   CmdOptions& MutableOptions() { return m_options; }
-  // Makes the files of the signing options mean what they meant in `directory`, before -C leads away from it. A
-  // key without "/" is anchored only when it is a file there: else it is a name.
+  // Makes the files of the signing options mean what they meant in `directory`, before -C leads away from it.
+  // A key without "/" is anchored only when it is a file there: else it is a name.
   void AnchorFileOptions(const std::string& directory);
   // Back to the state after construction.
   void Reset();

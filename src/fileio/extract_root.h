@@ -14,9 +14,10 @@
 namespace tolven {
 
 // The one owner of path safety on disk: every object that an extraction creates is reached through the
-// descriptor of the extraction directory. A confined root follows a link on the way to a parent directory only
-// when the link was there before the run and leads to a place below the root; it never follows a link that
-// this run made. An unconfined root (-xnopvalid) resolves like any program, absolute names and ".." included.
+// descriptor of the extraction directory. A confined root follows a link on the way to a parent directory
+// only when the link was there before the run and leads to a place below the root; it never follows a link
+// that this run made. An unconfined root (-xnopvalid) resolves like any program, absolute names and ".."
+// included.
 //
 // Paths are as CUtils::ValidateFilePath leaves them (unconfined: as stored). Functions return true on success
 // and leave errno set on failure (ELOOP or EXDEV for a path that would leave the root).
@@ -25,8 +26,8 @@ class CExtractRoot {
   // Opens the current directory. Check with IsOpen. Without `useOpenat2` every path is resolved component by
   // component, as on a kernel that lacks the call: for tests.
   explicit CExtractRoot(bool confined, bool useOpenat2 = true);
-  // Forgets the links made so far. They are known to every root of a run: an archive must not write through the
-  // links of the one before it.
+  // Forgets the links made so far. They are known to every root of a run: an archive must not write through
+  // the links of the one before it.
   static void BeginRun() { m_ownLinks.clear(); }
   [[nodiscard]] bool IsOpen() const { return static_cast<bool>(m_root); }
 
@@ -60,8 +61,8 @@ class CExtractRoot {
   // A last component that can name a file: not empty, "." or "..".
   [[nodiscard]] bool SplitFilePath(const std::string& path, Split& split) const;
 
-  // The directory `path`, borrowed until the next call; -1 on failure. The last one is kept: consecutive files
-  // of one directory cost no resolution.
+  // The directory `path`, borrowed until the next call; -1 on failure. The last one is kept: consecutive
+  // files of one directory cost no resolution.
   [[nodiscard]] int OpenParent(const std::string& path);
   void KeepParent(const std::string& path, UniqueFd fd, bool throughLink);
   // Called when a non-directory is made, replaced or removed. Only a path through a link can change by that.

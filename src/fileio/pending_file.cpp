@@ -7,7 +7,9 @@
 
 namespace tolven {
 
-CPendingFile::~CPendingFile() { Discard(); }
+CPendingFile::~CPendingFile() {
+  Discard();
+}
 
 CPendingFile::Step CPendingFile::Create(std::string& failed) {
   errno = 0;

@@ -10,8 +10,9 @@
 
 namespace tolven {
 
-// A file on its way to its name: data goes into a temporary file beside the place, which takes the name only when
-// everything about it is right. Destroyed before that, or when the process is told to end, it leaves nothing.
+// A file on its way to its name: data goes into a temporary file beside the place, which takes the name only
+// when everything about it is right. Destroyed before that, or when the process is told to end, it leaves
+// nothing.
 class CPendingFile {
  public:
   // What failed, with errno set: callers have a message of their own for each.

@@ -16,6 +16,8 @@ CWorkingDirectory::~CWorkingDirectory() {
   }
 }
 
-bool CWorkingDirectory::Enter(const std::string& directory) { return chdir(directory.c_str()) == 0; }
+bool CWorkingDirectory::Enter(const std::string& directory) {
+  return chdir(directory.c_str()) == 0;
+}
 
 }  // namespace tolven

@@ -39,10 +39,14 @@ struct CommandRow {
   Maker maker;
 };
 constexpr CommandRow kCommands[] = {
-    {CMD_CREATE, 'c', MakeCreate},  {CMD_TEST, 'd', MakeExtract},
-    {CMD_EXTRACT, 'x', MakeExtract}, {CMD_LIST, 't', MakeType},
-    {CMD_APPEND, 'a', MakeCreate},  {CMD_MERGE, 'm', MakeMerge},
-    {CMD_SCAN, 'l', MakeScan},      {CMD_SIGN, 'S', MakeCreate},
+    {CMD_CREATE, 'c', MakeCreate},
+    {CMD_TEST, 'd', MakeExtract},
+    {CMD_EXTRACT, 'x', MakeExtract},
+    {CMD_LIST, 't', MakeType},
+    {CMD_APPEND, 'a', MakeCreate},
+    {CMD_MERGE, 'm', MakeMerge},
+    {CMD_SCAN, 'l', MakeScan},
+    {CMD_SIGN, 'S', MakeCreate},
     {CMD_VERIFY_MANIFEST, 'M', MakeSignatureVerify},
 };
 

@@ -57,7 +57,8 @@ std::int32_t Extract(const std::string& archive, const std::string& target) {
 extern "C" int32_t extractTOLVENArchive(const char* archive, const char* targetDirectory) {
   tolven::g_output = nullptr;
   try {
-    return tolven::Extract(archive != nullptr ? archive : "", targetDirectory != nullptr ? targetDirectory : "");
+    return tolven::Extract(archive != nullptr ? archive : "",
+                           targetDirectory != nullptr ? targetDirectory : "");
   } catch (const std::bad_alloc&) {
     return tolven::kExitMemory;
   } catch (...) {
@@ -65,4 +66,6 @@ extern "C" int32_t extractTOLVENArchive(const char* archive, const char* targetD
   }
 }
 
-extern "C" const char* getTOLVENOutput(void) { return tolven::g_output; }
+extern "C" const char* getTOLVENOutput(void) {
+  return tolven::g_output;
+}

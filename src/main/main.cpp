@@ -35,4 +35,6 @@ int RunProgram(int argc, char** argv) {
 
 }  // namespace
 
-int main(int argc, char** argv) { return RunProgram(argc, argv); }
+int main(int argc, char** argv) {
+  return RunProgram(argc, argv);
+}

@@ -7,8 +7,9 @@
 namespace tolven {
 
 // The one way failures are reported. The constructor composes the final message and writes the exit code into
-// the current RunStatus, whether or not the exception is ever printed; copies write nothing. errno is read when
-// the object is made: construct it right after the failing call, and set errno to 0 first when none failed.
+// the current RunStatus, whether or not the exception is ever printed; copies write nothing. errno is read
+// when the object is made: construct it right after the failing call, and set errno to 0 first when none
+// failed.
 class CExcept : public CUserInfo {
  public:
   // `withSystemText` appends " (error N). " and the system text, else " (error N). " alone.
@@ -42,10 +43,10 @@ class CExcept : public CUserInfo {
 };
 
 // Each class is a row of the table: prefix + argument, a number, and what is appended.
-#define TOLVEN_EXCEPT(NAME)                        \
-  class NAME : public CExcept {                    \
-   public:                                         \
-    explicit NAME(const std::string& argument);    \
+#define TOLVEN_EXCEPT(NAME)                     \
+  class NAME : public CExcept {                 \
+   public:                                      \
+    explicit NAME(const std::string& argument); \
   }
 #define TOLVEN_EXCEPT_PLAIN(NAME) \
   class NAME : public CExcept {   \

@@ -91,8 +91,8 @@ ManifestContextPtr VerifyOldSignature(const OldSignature& old, const CmdOptions&
   return context;
 }
 
-// True iff the entries are what the old manifest lists. Two manifests of different digests cannot be compared;
-// then the entries are run against the old one.
+// True iff the entries are what the old manifest lists. Two manifests of different digests cannot be
+// compared; then the entries are run against the old one.
 bool IsUnchanged(CArchive& archive, ManifestContextPtr& old) {
   ManifestContext* current = archive.Manifest();
   const std::string algorithm = ManifestFileHashAlgorithm(old.get());
@@ -145,7 +145,8 @@ void CSignedManifest::VerifyArchiveSignature(bool writing, CArchive* archive, CP
   }
 }
 
-void CSignedManifest::CheckErrors(CArchive* archive, CDirEntry* entry, unsigned long& counter, bool complete) {
+void CSignedManifest::CheckErrors(CArchive* archive, CDirEntry* entry, unsigned long& counter,
+                                  bool complete) {
   ManifestContext* context = archive->Manifest();
   if (context == nullptr) return;
   if (entry != nullptr) {

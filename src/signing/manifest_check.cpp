@@ -65,8 +65,8 @@ std::string GetManifestContent(CArchive& archive, std::int64_t& offset) {
   return text;
 }
 
-void InitManifest(ManifestContext* context, const CmdOptions& options, const char* fileHash, const char* format,
-                  const char* signatureHash) {
+void InitManifest(ManifestContext* context, const CmdOptions& options, const char* fileHash,
+                  const char* format, const char* signatureHash) {
   int code = ManifestStartup();
   if (code == SMF_OK) {
     code = ManifestInit(context, options.securityLibrary, fileHash, format, signatureHash);
@@ -81,8 +81,8 @@ int CSmfVerify(ManifestContext* context, std::string_view text, const CmdOptions
     crl = ReadCrlFile(options.crlFile);
     flags |= kManifestRequireCrl;
   }
-  const int code = ManifestVerifyEx(context, text.data(), text.size(), options.key, options.key, options.password,
-                                    crl, flags, verifyFiles, true);
+  const int code = ManifestVerifyEx(context, text.data(), text.size(), options.key, options.key,
+                                    options.password, crl, flags, verifyFiles, true);
   return code == SMF_ESIGNATURE_EXTERNAL || code == SMF_ESIGNATURE_VALIDATION ? SMF_OK : code;
 }
 

@@ -17,19 +17,19 @@ namespace tolven {
 std::string NotSignedMessage(const std::string& archiveName);
 std::string ChangedContentMessage(const std::string& archiveName);
 
-// Finds the signed manifest of an archive by walking it from its first entry, reads its text, and restores the
-// read position. Empty, with `offset` 0, for an unsigned archive. `offset`: where its entry starts. A manifest
-// with anything behind it, a second one among it, is the changed-content error (54).
+// Finds the signed manifest of an archive by walking it from its first entry, reads its text, and restores
+// the read position. Empty, with `offset` 0, for an unsigned archive. `offset`: where its entry starts. A
+// manifest with anything behind it, a second one among it, is the changed-content error (54).
 std::string GetManifestContent(CArchive& archive, std::int64_t& offset);
 
 // Readies a context with the library of -L. Failure is CInvalManifestExcept.
-void InitManifest(ManifestContext* context, const CmdOptions& options, const char* fileHash, const char* format,
-                  const char* signatureHash);
+void InitManifest(ManifestContext* context, const CmdOptions& options, const char* fileHash,
+                  const char* format, const char* signatureHash);
 
-// Checks the signature of `text` by the certificates of -key (else the installed ones; with kManifestKeyIsOptional in
-// `flags` by either) and the CRLs of -crl; with `verifyFiles` also the files on disk. SMF_OK also for a signature of
-// an external or the validation key; the context's category and text then carry the warning. A CRL file that cannot
-// be read is an exception.
+// Checks the signature of `text` by the certificates of -key (else the installed ones; with
+// kManifestKeyIsOptional in `flags` by either) and the CRLs of -crl; with `verifyFiles` also the files on
+// disk. SMF_OK also for a signature of an external or the validation key; the context's category and text
+// then carry the warning. A CRL file that cannot be read is an exception.
 [[nodiscard]] int CSmfVerify(ManifestContext* context, std::string_view text, const CmdOptions& options,
                              unsigned flags, bool verifyFiles);
 

@@ -60,7 +60,8 @@ void CSignatureVerify::Execute() {
   }
   const ManifestContextPtr context = ManifestMakeContext();
   int code = ManifestStartup();
-  if (code == SMF_OK) code = ManifestInit(context.get(), options.securityLibrary, "SHA256", "PKCS7-TSTAMP", "SHA256");
+  if (code == SMF_OK)
+    code = ManifestInit(context.get(), options.securityLibrary, "SHA256", "PKCS7-TSTAMP", "SHA256");
   std::string detail;
   if (code == SMF_OK) {
     try {

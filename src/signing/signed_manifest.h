@@ -11,16 +11,16 @@
 
 namespace tolven {
 
-// The signed manifest: the last entry of a signed archive, holding every file's digest under one signature. Also
-// the home of the flows that make and check it. Files are covered; directories and links are not.
+// The signed manifest: the last entry of a signed archive, holding every file's digest under one signature.
+// Also the home of the flows that make and check it. Files are covered; directories and links are not.
 class CSignedManifest : public CDirEntry {
  public:
   CSignedManifest() = default;
   // An entry to be written, with a copy of the signed text.
   explicit CSignedManifest(std::string_view text);
 
-  // True iff header and stored name mark a signed manifest: type "SM", or type "RG" with the one mode and name
-  // that are reserved for it; never for an entry without data.
+  // True iff header and stored name mark a signed manifest: type "SM", or type "RG" with the one mode and
+  // name that are reserved for it; never for an entry without data.
   static bool IsTypeManifest(const EntryHeader& header, std::string_view storedName,
                              std::span<const std::uint8_t> accessInfo);
 
@@ -37,8 +37,8 @@ class CSignedManifest : public CDirEntry {
   // --- Flows. Each is called at its fixed point by the commands; failures are exceptions.
 
   // Before the first entry. Reading: checks the signature of a signed archive and readies the archive for
-  // checking the entries. Writing: readies the manifest that the entries will feed, hashes what an archive to be
-  // appended to or signed already holds, and leaves the write position where the next entry goes.
+  // checking the entries. Writing: readies the manifest that the entries will feed, hashes what an archive to
+  // be appended to or signed already holds, and leaves the write position where the next entry goes.
   static void VerifyArchiveSignature(bool writing, CArchive* archive, CProcessor* processor);
   // With an entry: runs its data through the digest and counts it when it is not listed or differs. Without:
   // raises what was counted; with `complete` also when a listed file was not met.
@@ -50,7 +50,8 @@ class CSignedManifest : public CDirEntry {
   // After the last entry: signs and writes the entry.
   static void CreateArchiveSignature(CArchive* archive, CProcessor* processor, ICompressStrategy* strategy);
   // Raises CExcept(message, exitCode) when the archive is signed and must not be, or the other way round.
-  static void CheckArchiveSigned(CArchive* archive, bool mustBeSigned, const std::string& message, int exitCode);
+  static void CheckArchiveSigned(CArchive* archive, bool mustBeSigned, const std::string& message,
+                                 int exitCode);
 
   // True when the run's options ask for a signature to be made.
   static bool IsSigning(const CProcessor& processor);
@@ -59,8 +60,8 @@ class CSignedManifest : public CDirEntry {
   CBufferedStream m_text;
 };
 
-// Who signed, line by line; shared with the check of an external manifest. `unknownSigner` stands for a signer
-// without a name.
+// Who signed, line by line; shared with the check of an external manifest. `unknownSigner` stands for a
+// signer without a name.
 void PrintSignatureDetails(ManifestContext* context, const char* unknownSigner);
 
 }  // namespace tolven

@@ -62,8 +62,8 @@ void CCreate::WriteArchive(CArchive& archive, bool needsHeader) {
   CSignedManifest::CreateArchiveSignature(&archive, m_pProcessor, CDirEntry::m_pCompressStrategy);
 }
 
-// Create overwrites; a plain append writes at the end; with signing the old signature at the end is overwritten
-// in place. What is not an archive of ours is refused before anything of it is touched.
+// Create overwrites; a plain append writes at the end; with signing the old signature at the end is
+// overwritten in place. What is not an archive of ours is refused before anything of it is touched.
 unsigned int CCreate::OpenMode(bool& needsHeader) const {
   if (m_pProcessor->Command() == CMD_CREATE) {
     needsHeader = true;
@@ -157,7 +157,8 @@ void CCreate::Descend(const std::string& directory, CArchive& archive) {
   m_ancestors.pop_back();
 }
 
-std::unique_ptr<CDirEntry> CCreate::CreateFileObject(const std::string& name, int type, CArchive& archive) const {
+std::unique_ptr<CDirEntry> CCreate::CreateFileObject(const std::string& name, int type,
+                                                     CArchive& archive) const {
   switch (type) {
     case FT_DIRECTORY:
       return std::make_unique<CDirectory>(name);

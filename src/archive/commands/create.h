@@ -21,7 +21,8 @@ class CDirEntry;
 class CCreate : public CCommand {
  public:
   // `factory` must outlive the command.
-  CCreate(CProcessor* processor, const IEntryFactory& factory) : m_pProcessor(processor), m_factory(factory) {}
+  CCreate(CProcessor* processor, const IEntryFactory& factory)
+      : m_pProcessor(processor), m_factory(factory) {}
   void Execute() override;
 
  private:

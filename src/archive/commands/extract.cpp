@@ -43,8 +43,8 @@ void CExtract::ProcessArchive(const std::string& name) {
   PrintResult(counts);
 }
 
-// Whatever ends the walk, the directories get their dates and modes. So do links get made, but none of an archive that
-// turned out not to be what was signed. The exit code stays that of the first failure.
+// Whatever ends the walk, the directories get their dates and modes. So do links get made, but none of an
+// archive that turned out not to be what was signed. The exit code stays that of the first failure.
 void CExtract::WalkAndFinish(CArchive& archive, CExtractTarget* target, Counts& counts) {
   bool walked = false;
   try {

@@ -14,11 +14,13 @@ class CArchive;
 class CDirEntry;
 class CSelection;
 
-// -x and -d: extracts archives, or only checks their data. Archives of the older format go to their own reader.
+// -x and -d: extracts archives, or only checks their data. Archives of the older format go to their own
+// reader.
 class CExtract : public CCommand {
  public:
   // `factory` must outlive the command.
-  CExtract(CProcessor& processor, const IEntryFactory& factory) : m_processor(processor), m_factory(factory) {}
+  CExtract(CProcessor& processor, const IEntryFactory& factory)
+      : m_processor(processor), m_factory(factory) {}
   void Execute() override;
 
  private:

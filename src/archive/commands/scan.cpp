@@ -13,7 +13,9 @@ namespace {
 constexpr const char* kListFile = "files.log";
 
 // The directory itself and its parent match patterns too, but no command takes them for it.
-bool IsDotName(std::string_view name) { return name == "." || name == ".."; }
+bool IsDotName(std::string_view name) {
+  return name == "." || name == "..";
+}
 }  // namespace
 
 // A pattern from the command line is present when something matches it.

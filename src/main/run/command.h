@@ -14,7 +14,8 @@ class CCommand {
   virtual void Execute() = 0;
 };
 
-// Makes the command of a command code. The processor knows only this; the concrete commands plug in from above.
+// Makes the command of a command code. The processor knows only this; the concrete commands plug in from
+// above.
 class ICommandFactory {
  public:
   virtual ~ICommandFactory() = default;

@@ -80,11 +80,11 @@ class CProcessor {
   CStatistics m_statistics;
   bool m_inaccessibleFiles = false;
   bool m_scanOnly = false;
-  bool m_logNames = false;       // fixed by the first inaccessible file: names go to "tolven.log"
+  bool m_logNames = false;  // fixed by the first inaccessible file: names go to "tolven.log"
   bool m_logFileOpen = false;
   std::int32_t m_logFile = -1;
   std::string m_startDir;
-  UniqueFd m_realOutput;         // descriptor 1 as it was before -e
+  UniqueFd m_realOutput;  // descriptor 1 as it was before -e
 };
 
 }  // namespace tolven
