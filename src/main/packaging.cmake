@@ -16,6 +16,9 @@ install(FILES
   "${CMAKE_CURRENT_BINARY_DIR}/tolven-config-version.cmake"
   DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/tolven")
 
+# Relative to itself: an installed tree may be moved, and --prefix may differ from the configured one.
+file(RELATIVE_PATH tolven_pc_to_prefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+string(REGEX REPLACE "/$" "" tolven_pc_to_prefix "${tolven_pc_to_prefix}")
 configure_file("${PROJECT_SOURCE_DIR}/cmake/tolven.pc.in" "${CMAKE_CURRENT_BINARY_DIR}/tolven.pc" @ONLY)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/tolven.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 
