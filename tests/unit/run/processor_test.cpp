@@ -31,13 +31,10 @@ class FakeCommand : public CCommand {
 
 class FakeFactory : public ICommandFactory {
  public:
-  std::unique_ptr<CCommand> MakeCommand(int code, CProcessor&) const override {
-    m_code = code;
-    if (!m_work) return nullptr;
+  std::unique_ptr<CCommand> MakeCommand(int, CProcessor&) const override {
     return std::make_unique<FakeCommand>(m_work, m_alive);
   }
   std::function<void()> m_work = [] {};
-  mutable int m_code = -1;
   mutable int m_alive = 0;
 };
 
@@ -83,58 +80,6 @@ class ProcessorTest : public test::TempDirTest {
   CAPILogMan* m_log = nullptr;
   std::unique_ptr<test::Args> m_args;
 };
-
-TEST_F(ProcessorTest, RunsTheCommandOfTheCode) {
-  const std::pair<std::string, int> cases[] = {
-      {"-c n", 1}, {"-d", 2}, {"-x", 3}, {"-t", 4}, {"-a n", 5}, {"-m", 6}, {"-l n", 7}, {"-S", 8}, {"-M", 9},
-  };
-  for (const auto& [args, code] : cases) {
-    bool ran = false;
-    EXPECT_EQ(Again(args,
-                    [&] {
-                      ran = true;
-                      EXPECT_EQ(m_proc->Command(), code);
-                      EXPECT_EQ(m_proc->StartDirectory(), m_dir.Path());
-                      EXPECT_EQ(errno, 0);
-                    }),
-              0);
-    EXPECT_TRUE(ran);
-    EXPECT_EQ(m_factory.m_code, code);
-    EXPECT_EQ(Output(), "");
-  }
-}
-
-TEST_F(ProcessorTest, PreparesNamesBeforeTheCommand) {
-  test::WriteFile("list", "b\n");
-  test::WriteFile("out", "c\nd\n");
-  Run("-c -A list -X out a/ c", [this] {
-    EXPECT_EQ(m_proc->CmdLine().GetNames(), (std::vector<std::string>{"a", "b"}));
-    EXPECT_TRUE(m_proc->ExcludeThis("d"));
-    EXPECT_FALSE(m_proc->ExcludeThis("D"));
-    EXPECT_FALSE(m_proc->ExcludeThis("d/"));
-    EXPECT_FALSE(m_proc->ExcludeThis(""));
-  });
-  EXPECT_EQ(m_factory.m_code, CMD_CREATE);
-}
-
-TEST_F(ProcessorTest, NoCommand) {
-  EXPECT_EQ(Run("name -v"), 21);
-  EXPECT_EQ(Output(),
-            "TOLVEN: please specify a command (one of -c, -x, -t, -d, -a, -m, -l, -S, -M) (error 21). \n");
-  EXPECT_EQ(m_factory.m_code, -1);
-  EXPECT_EQ(Again("-t", nullptr), 21) << "a factory that does not know the code";
-  EXPECT_EQ(Output(), "TOLVEN: no valid command given (error 21). \n");
-}
-
-TEST_F(ProcessorTest, ArchiveName) {
-  Run("-t");
-  EXPECT_STREQ(m_proc->ArchiveName(), "DEFAULT.VRA");
-  Again("-t -f A_B.VRA,C");
-  EXPECT_STREQ(m_proc->ArchiveName(), "A B.VRA,C");
-  const std::string longName(5000, 'n');
-  Again("-tf " + longName);
-  EXPECT_EQ(m_proc->ArchiveName(), longName.substr(0, 4351));
-}
 
 TEST_F(ProcessorTest, LastExitCodeWins) {
   EXPECT_EQ(Run("-x", [] { throw CChecksumExcept("f"); }), 12);
@@ -206,92 +151,10 @@ TEST_F(ProcessorTest, DeletesFromTheStartDirectoryWhenNotHere) {
   }
 }
 
-TEST_F(ProcessorTest, InaccessibleFiles) {
-  const auto report = [this] {
-    EXPECT_FALSE(m_proc->ScanOnly());
-    m_proc->FileNotAvail("a", "broken link");
-    m_proc->FileNotAvail("b");
-    EXPECT_EQ(m_proc->ScanOnly(), !m_proc->Options().ignoreInaccessible);
-  };
-  EXPECT_EQ(Run("-c n", report), 44);
-  EXPECT_EQ(Output(), "TOLVEN: file 'a' is inaccessible (broken link)\nTOLVEN: file 'b' is inaccessible\n");
-  EXPECT_TRUE(m_proc->HasInaccessibleFiles());
-  EXPECT_FALSE(fs::exists("tolven.log"));
-  EXPECT_EQ(Again("-ci n", report), 44);
-  EXPECT_EQ(Again("-c n"), 0) << "nothing is left of the run before";
-  EXPECT_FALSE(m_proc->HasInaccessibleFiles());
-}
-
-TEST_F(ProcessorTest, InaccessibleFilesWithRedirection) {
-  EXPECT_EQ(Run("-e -c n",
-                [this] {
-                  m_proc->FileNotAvail("a", "reason");
-                  m_proc->FileNotAvail("b");
-                }),
-            44);
-  EXPECT_EQ(test::ReadFile("tolven.log"),
-            "# List of inaccessible files\n# ==========================\na\nb\n");
-  EXPECT_EQ(Output(), "TOLVEN: some files could not be accessed (see TOLVEN.log for details)\n");
-
-  fs::remove("tolven.log");
-  fs::create_directory("tolven.log");
-  EXPECT_EQ(Again("-e -c n", [this] { m_proc->FileNotAvail("a"); }), 6);
-  EXPECT_EQ(Output(), "TOLVEN: error opening tolven.log (error 6). Is a directory\n");
-}
-
-TEST_F(ProcessorTest, RedirectionTakesEveryLineAndEndsWithReset) {
-  m_proc->SetLogManager(std::make_unique<CConsoleLogMan>());
-  testing::internal::CaptureStdout();
-  m_proc->LogManager().PrintString("before");
-  test::WriteFile("tolven_output", "old content");
-  EXPECT_EQ(Run("-e -x",
-                [this] {
-                  m_proc->LogManager().PrintString("inside");
-                  throw CDecompExcept("f");
-                }),
-            11);
-  m_proc->Reset();
-  m_proc->LogManager().PrintString("after");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "before\nafter\n");
-  EXPECT_EQ(test::ReadFile("tolven_output"), "inside\nTOLVEN: error decompressing f\n");
-}
-
-TEST_F(ProcessorTest, RedirectionThatFailsKeepsTheOutput) {
-  fs::create_directory("tolven_output");
-  m_proc->SetLogManager(std::make_unique<CConsoleLogMan>());
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(Run("-e -x", [this] { m_proc->LogManager().PrintString("inside"); }), 0);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "TOLVEN: could not redirect stdout to file tolven_output\ninside\n");
-}
-
-TEST_F(ProcessorTest, Statistics) {
-  const auto work = [this] { m_proc->Statistics().CountFile(); };
-  Run("-xn", work);
-  EXPECT_TRUE(Output().starts_with("Printing program statistics for TOLVEN...\ntime elapsed: 00:00:0"));
-  EXPECT_TRUE(Output().ends_with("\nFiles processed: 1\n"));
-  Again("-xn", work);
-  EXPECT_TRUE(Output().ends_with("\nFiles processed: 1\n")) << "the count starts afresh";
-  Again("-x -n", [] { throw CDecompExcept("f"); });
-  EXPECT_EQ(Output(), "TOLVEN: error decompressing f\n");
-  EXPECT_EQ(Again("-cn n", [this] { m_proc->FileNotAvail("a"); }), 44);
-  EXPECT_TRUE(Output().ends_with("\nFiles processed: 0\n"));
-}
-
 TEST_F(ProcessorTest, StaleErrnoReachesNoMessage) {
   errno = EIO;
   EXPECT_EQ(Run("-c"), 29);
   EXPECT_EQ(Output(), "TOLVEN: no files given for archiving (error 29). \n");
-}
-
-TEST_F(ProcessorTest, SingletonsEndTogether) {
-  Run("-xvf A.VRA");
-  CProcessor::Destroy();
-  EXPECT_EQ(CCmdLine::GetTheCmdLine()->Options().archiveText, nullptr);
-  EXPECT_EQ(RunStatus::Current().logManager, nullptr);
-  m_proc = CProcessor::GetTheProcessor();
-  EXPECT_EQ(m_proc->ExitCode(), 0);
-  EXPECT_EQ(&m_proc->CmdLine(), CCmdLine::GetTheCmdLine());
 }
 
 }  // namespace
