@@ -114,20 +114,6 @@ TEST(Crl, FilesThatAreNone) {
   }
 }
 
-TEST(Certificate, NamedTexts) {
-  const Certificate certificate = Decode("tsa_old");
-  DkvParameter* entries = nullptr;
-  ASSERT_EQ(DkvLibParseCertificate(Lib(), certificate.get(), &entries), DKV_OK);
-  std::string all;
-  for (std::size_t i = 0; i < entries->count; ++i) {
-    all += std::string(entries->entries[i].name) + "=" + entries->entries[i].value + "\n";
-  }
-  DkvLibFreeParameter(Lib(), entries);
-  const std::string serial = Pki().Run("openssl x509 -in tsa_old.crt -noout -serial").substr(7, 4);
-  EXPECT_EQ(all, "SUBJECT=CN=tsa_old\nISSUER=CN=Test Intermediate\nSERIALNUMBER=" + serial +
-                     "\nNOTBEFORE=20150101000000Z\nNOTAFTER=20200101000000Z\n");
-}
-
 // A name must not be able to write lines of its own into our output.
 TEST(Certificate, ControlCharactersAreEscaped) {
   Pki().Run(

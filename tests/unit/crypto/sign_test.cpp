@@ -21,22 +21,6 @@ INSTANTIATE_TEST_SUITE_P(KeysAndHashes, SignWith,
                          ::testing::Combine(::testing::Values("signer.pse", "rsa.pse"),
                                             ::testing::Values("SHA256", "SHA384", "SHA512")));
 
-TEST(Sign, PutsInWhatAVerifierNeeds) {
-  Pki().Write("ours", Sign(kContent, "signer.pse"));
-  const std::string text = Pki().Run("openssl cms -cmsout -noout -print -inform DER -in ours");
-  for (const char* part : {"contentType", "signingTime", "messageDigest", "id-smime-aa-signingCertificateV2",
-                           "subject: CN=signer", "subject: CN=Test Intermediate", "eContent: <ABSENT>"}) {
-    EXPECT_NE(text.find(part), std::string::npos) << part;
-  }
-  EXPECT_EQ(text.find("subject: CN=Test Root"), std::string::npos);
-}
-
-TEST(Sign, EmptyAndLargeContent) {
-  for (const std::string& content : {std::string(), std::string(3'000'000, '\r')}) {
-    EXPECT_EQ(Verify(content, Sign(content, "signer.pse"), "trust.pse").rc, DKV_OK);
-  }
-}
-
 struct Refusal {
   const char* profile;
   const char* password;
@@ -62,48 +46,6 @@ TEST(Sign, Refusals) {
     Sign(kContent, row.profile, row.password, "SHA256", &rc);
     EXPECT_EQ(Name(rc), Name(row.rc)) << row.profile;
   }
-}
-
-TEST(Sign, ProfilesThatWork) {
-  const Refusal rows[] = {
-      {"signer.p12", "secret", DKV_OK}, {"encrypted.pse", "secret", DKV_OK}, {"empty.p12", nullptr, DKV_OK},
-      {"empty.p12", "", DKV_OK},        {"lonely.pse", nullptr, DKV_OK},     {"plain.pse", nullptr, DKV_OK},
-      {"signer.pse", "unused", DKV_OK},
-  };
-  for (const Refusal& row : rows) {
-    int rc = -1;
-    Sign(kContent, row.profile, row.password, "SHA256", &rc);
-    EXPECT_EQ(Name(rc), "DKV_OK") << row.profile;
-  }
-}
-
-TEST(Sign, RefusesOtherHashesAndFormats) {
-  for (const char* hash : {"SHA1", "MD5", "sha256", "", "CRC32"}) {
-    int rc = -1;
-    Sign(kContent, "signer.pse", nullptr, hash, &rc);
-    EXPECT_EQ(rc, DKV_ERR_ALGORITHM) << hash;
-  }
-  const std::string content = kContent;
-  const DkvOctetstring bytes = View(content);
-  const SignerEntry key = Entry("signer.pse");
-  DkvOctetstring* out = nullptr;
-  EXPECT_EQ(DkvLibSign(Lib(), "CADES", "SHA256", &bytes, key.get(), &out), DKV_ERR_FORMAT);
-  EXPECT_EQ(DkvLibSign(Lib(), "PKCS7", "SHA256", nullptr, key.get(), &out), DKV_ERR_ARGUMENT);
-  EXPECT_EQ(DkvLibSign(Lib(), "PKCS7", "SHA256", &bytes, nullptr, &out), DKV_ERR_ARGUMENT);
-  EXPECT_EQ(out, nullptr);
-}
-
-// FIPS 180-4 example "abc".
-TEST(Digest, PublishedVector) {
-  const std::string abc = "abc";
-  const DkvOctetstring bytes = View(abc);
-  DkvOctetstring* digest = nullptr;
-  ASSERT_EQ(DkvLibDigest(Lib(), "SHA256", &bytes, &digest), DKV_OK);
-  EXPECT_EQ(
-      Take(digest),
-      std::string("\xba\x78\x16\xbf\x8f\x01\xcf\xea\x41\x41\x40\xde\x5d\xae\x22\x23\xb0\x03\x61\xa3\x96\x17"
-                  "\x7a\x9c\xb4\x10\xff\x61\xf2\x00\x15\xad",
-                  32));
 }
 
 // A file of that name in the working directory must not become the program's trust.

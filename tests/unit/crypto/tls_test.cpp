@@ -90,25 +90,6 @@ class Tls : public ::testing::Test {
   }
 };
 
-TEST_F(Tls, CarriesBytesBothWays) {
-  const Server server("server", Echo);
-  const Client client(server.socket(), "trust.pse", "tsa.test");
-  ASSERT_EQ(Name(client.rc), "DKV_OK");
-  const std::string sent(200000, 'x');
-  std::string got;
-  for (std::size_t at = 0; at < sent.size(); at += 1000) {
-    ASSERT_EQ(QelLibSSLSessionWrite(Lib(), client.session, sent.data() + at, 1000), DKV_OK);
-    while (got.size() < at + 1000) {
-      char buffer[512];
-      std::size_t done = 0;
-      ASSERT_EQ(QelLibSSLSessionRead(Lib(), client.session, buffer, sizeof buffer, &done), DKV_OK);
-      ASSERT_GT(done, 0U);
-      got.append(buffer, done);
-    }
-  }
-  EXPECT_EQ(got, sent);
-}
-
 struct Row {
   const char* server;
   const char* profile;

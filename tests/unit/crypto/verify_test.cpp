@@ -1,25 +1,7 @@
-#include <ctime>
-
 #include "crypto_support.h"
 
 namespace tolven::test {
 namespace {
-
-TEST(Verify, TellsAboutTheSigner) {
-  const std::string signature = OpensslSign(kContent, "signer");
-  const Verdict verdict = Verify(kContent, signature, "trust.pse");
-  EXPECT_EQ(verdict.rc, DKV_OK);
-  EXPECT_EQ(verdict.subject, "CN=signer");
-  EXPECT_EQ(verdict.issuer, "CN=Test Intermediate");
-  EXPECT_NE(verdict.id.find(" CN=Test Intermediate"), std::string::npos);
-  EXPECT_NEAR(static_cast<double>(verdict.signingTime), static_cast<double>(std::time(nullptr)), 60);
-  EXPECT_EQ(verdict.tokenPresent, 0);
-  EXPECT_EQ(verdict.tokenTime, DKV_NO_TIME);
-  Pki().Run("openssl x509 -in signer.crt -outform DER -out signer.der");
-  EXPECT_EQ(verdict.certificate, Pki().Read("signer.der"));
-  Pki().Run("openssl x509 -in inter.crt -outform DER -out inter.der");
-  EXPECT_EQ(verdict.issuerCertificate, Pki().Read("inter.der"));
-}
 
 struct Row {
   const char* what;
@@ -70,29 +52,6 @@ TEST(Verify, SignaturesOfOthers) {
     EXPECT_EQ(Name(Verify(kContent, signature, row.profile, "PKCS7", password).Reason()), Name(row.reason))
         << row.what;
   }
-}
-
-TEST(Verify, MissingProfileTrustsNobody) {
-  const std::string signature = Sign(kContent, "signer.pse");
-  for (const char* profile : {"QELvalidation", "missing.pse"}) {
-    const Verdict verdict = Verify(kContent, signature, profile);
-    EXPECT_EQ(verdict.rc, DKV_ERR_SIGNER) << profile;
-    EXPECT_EQ(verdict.result, DKV_ERR_WRONG_SIGNER) << profile;
-    EXPECT_EQ(verdict.detail, DKV_ERR_NO_PSE) << profile;
-  }
-  EXPECT_EQ(Verify(kContent, signature, "other.pse").detail, DKV_OK);
-  // A changed content is never "another key".
-  EXPECT_EQ(Name(Verify("changed", signature, "QELvalidation").Reason()), "DKV_ERR_DIGEST");
-  EXPECT_EQ(Name(Verify("changed", signature, "other.pse").Reason()), "DKV_ERR_DIGEST");
-}
-
-TEST(Verify, TroubleWithTheProfile) {
-  const std::string signature = Sign(kContent, "signer.pse");
-  EXPECT_EQ(Name(Verify(kContent, signature, "signer.p12").rc), "DKV_ERR_PASSWORD");
-  EXPECT_EQ(Name(Verify(kContent, signature, "nonsense.pse").rc), "DKV_ERR_PSE_FORMAT");
-  EXPECT_EQ(Name(Verify(kContent, signature, "keyonly.pse").rc), "DKV_ERR_PSE_NO_CERT");
-  // Verifying needs no key, so no password for it.
-  EXPECT_EQ(Name(Verify(kContent, signature, "encrypted.pse").rc), "DKV_OK");
 }
 
 // The attribute must name the certificate: here another certificate of the same key and name takes its place.
@@ -152,27 +111,6 @@ TEST(Verify, NoChangedByteHelps) {
   }
   // Few bytes of a signature mean nothing.
   EXPECT_GT(refused, tried * 9 / 10);
-}
-
-TEST(Verify, FormatsAndArguments) {
-  const std::string signature = Sign(kContent, "signer.pse");
-  EXPECT_EQ(Name(Verify(kContent, signature, "trust.pse", "PKCS7-TSTAMP").Reason()), "DKV_ERR_TOKEN_MISSING");
-  EXPECT_EQ(Verify(kContent, signature, "trust.pse", "PKCS7-TSTAMP2").rc, DKV_ERR_FORMAT);
-  EXPECT_EQ(Verify(kContent, signature, "trust.pse", "").rc, DKV_ERR_FORMAT);
-  DkvOctetstring small = View(signature);
-  small.size -= 1;
-  const SignerEntry key = Entry("trust.pse");
-  SigRcpDkvInfoList* list = nullptr;
-  EXPECT_EQ(DkvLibVerify(Lib(), "PKCS7", &small, &small, key.get(), &list), DKV_ERR_ARGUMENT);
-  EXPECT_EQ(DkvLibVerify(Lib(), "PKCS7", &small, &small, key.get(), nullptr), DKV_ERR_ARGUMENT);
-}
-
-TEST(Encode, IsTheBytesThemselves) {
-  const std::string text = kContent;
-  const DkvOctetstring bytes = View(text);
-  DkvOctetstring* content = nullptr;
-  ASSERT_EQ(DkvLibEncode(Lib(), "PKCS7-TSTAMP", &bytes, &content), DKV_OK);
-  EXPECT_EQ(Take(content), text);
 }
 
 }  // namespace

@@ -3,18 +3,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "signing/crypto/dkv_loader.h"
-#include "signing/crypto/dkv_trace.h"
 #include "signing/crypto/dkv_wrappers.h"
 #include "signing/crypto/qelsecu.h"
-#include "signing/names/smf_names.h"
-#include "support/scratch.h"
 
 namespace tolven {
 namespace {
@@ -68,13 +64,6 @@ TEST_F(Loader, MissingLibrary) {
   EXPECT_EQ(Load(tiny_own_FILE), 5);
 }
 
-// Names are cut in the texts, not in the search.
-TEST_F(Loader, LongNames) {
-  const std::string name = "/" + std::string(2000, 'x');
-  EXPECT_EQ(Load(name.c_str()), 10);
-  EXPECT_TRUE(Said("\n===...could not load DKV library " + name.substr(0, 500) + " .\n\n"));
-}
-
 TEST_F(Loader, LackingFunctionsLeaveTheRestUsable) {
   EXPECT_EQ(Load(tiny_own_FILE), 5);
   EXPECT_EQ(messages[0], "= found SECUDIR environment variable\n");
@@ -90,21 +79,6 @@ TEST_F(Loader, LackingFunctionsLeaveTheRestUsable) {
   EXPECT_EQ(errors.front(), "5 DkvEncode");
   EXPECT_EQ(DkvSupToolkitVersionString(&m_table), "tiny");
   EXPECT_EQ(DkvSupGetVantaCryptoLibVersionString(&m_table), "QELCRYPTOLIB tiny");
-}
-
-TEST_F(Loader, SecondLoadReturnsAtOnce) {
-  ASSERT_EQ(Load(tiny_own_FILE), 5);
-  messages.clear();
-  EXPECT_EQ(Load("/nowhere/lib.so"), 1);
-  EXPECT_TRUE(messages.empty());
-}
-
-TEST_F(Loader, LevelsAdmitRows) {
-  EXPECT_EQ(Load(tiny_own_FILE, 0x001), 5);
-  EXPECT_EQ(messages.size(), 2 + 15U);
-  EXPECT_EQ(m_table.Get(DkvRow::qelcr_init), nullptr);
-  // That the helper table knows qelcr_init, too, does not start the library.
-  EXPECT_EQ(Log().find("init"), std::string::npos);
 }
 
 TEST_F(Loader, RefusingLibrary) {
@@ -140,48 +114,6 @@ TEST_F(Loader, EndCallsDoneOnlyForTheMakersOwnFromEightOn) {
   }
 }
 
-TEST_F(Loader, VersionOfNothing) {
-  int version = 1;
-  int patchLevel = 1;
-  EXPECT_FALSE(DkvSupToolkitVersion(&m_table, &version, &patchLevel));
-  EXPECT_EQ(version + patchLevel, 0);
-  EXPECT_FALSE(DkvSupToolkitIsQELCrypto(nullptr));
-  EXPECT_EQ(DkvSupToolkitVersionString(nullptr), "");
-  DkvSupEnd(nullptr);
-}
-
-TEST_F(Loader, FipsIsSetWhenConfiguredAndReadBack) {
-  ASSERT_EQ(Load(tiny_own_FILE), 5);
-  EXPECT_EQ(Log().find("FIPS"), std::string::npos);
-  EXPECT_TRUE(DkvSupFipsActive());  // the tiny one says so
-  DkvSupEnd(&m_table);
-  DkvSupConfigureFips(true);
-  ASSERT_EQ(Load(tiny_own_FILE), 5);
-  EXPECT_NE(Log().find("FIPS_140_2_CRYPTO_KERNEL_ACTIVE=1 init"), std::string::npos);
-  EXPECT_TRUE(Said("\n===...qelcr_set_property_int in DKV library failed RC=8\n\n"));
-}
-
-TEST_F(Loader, NamesOfCodesComeFromTheLibrary) {
-  EXPECT_EQ(DkvErrorName(77), nullptr);
-  EXPECT_EQ(DkvCodeName(77), "77");
-  ASSERT_EQ(Load(tiny_own_FILE), 5);
-  EXPECT_STREQ(DkvErrorName(77), "TINY_SEVENTY_SEVEN");
-  EXPECT_EQ(DkvErrorDescription(77), nullptr);  // it has no such function
-  EXPECT_EQ(DkvCodeName(77), "TINY_SEVENTY_SEVEN");
-  EXPECT_EQ(DkvCodeName(78), "78");
-  DkvSupEnd(&m_table);
-  EXPECT_EQ(DkvCodeName(77), "77");
-}
-
-TEST_F(Loader, ProcessTables) {
-  DkvTable* one = DkvSupProcessTable(tiny_own_FILE);
-  EXPECT_EQ(one, DkvSupProcessTable(tiny_own_FILE));
-  EXPECT_NE(one, DkvSupProcessTable("other"));
-  ASSERT_EQ(DkvSupInitEx(tiny_own_FILE, one, nullptr, nullptr, kDkvLevelAll), 5);
-  DkvSupEndAll();
-  EXPECT_EQ(one->state, DkvTableState::kUnloaded);
-}
-
 // A plain name is found beside the executable although nothing else points there, and only a name without
 // "/".
 TEST_F(Loader, BesideTheExecutable) {
@@ -193,42 +125,6 @@ TEST_F(Loader, BesideTheExecutable) {
   EXPECT_EQ(Load(("./no-such-directory/" + name).c_str()), 10);
   std::filesystem::remove(directory / name);
   EXPECT_EQ(Load(name.c_str()), 10);
-}
-
-TEST_F(Loader, TraceOfTheHelperTable) {
-  const test::Scratch scratch;
-  std::FILE* file = std::fopen(scratch.File("trace").c_str(), "w");
-  ASSERT_NE(file, nullptr);
-  VantaCryptoLibSetTraceFile(file);
-  VantaCryptoLibSetTraceLevel(2);
-  ASSERT_EQ(Load(tiny_own_FILE), 5);
-  EXPECT_EQ(QelSecu_State(), QelSecuState::kSomeMissing);
-  EXPECT_TRUE(QelSecu_IsDlHandle());
-  EXPECT_TRUE(QelSecu_HasFunction("qelcr_init"));
-  EXPECT_FALSE(QelSecu_HasFunction("sec_open"));
-  EXPECT_NE(Log().find("level2"), std::string::npos);
-  VantaCryptoLibSetTraceLevel(0);
-  VantaCryptoLibSetTraceFile(nullptr);
-  std::fclose(file);
-  const std::string text = scratch.Read("trace");
-  for (const char* line :
-       {"QelSecu_LoadFunctions(): loaded function >qelcr_init<.\n",
-        "QelSecu_LoadFunctions(): could not load function >sec_open<.\n", "tiny says hello\n"}) {
-    EXPECT_NE(text.find(line), std::string::npos) << line;
-  }
-  DkvSupEnd(&m_table);
-  EXPECT_NE(Log().find("untrace"), std::string::npos);
-}
-
-TEST_F(Loader, HelperTableByItself) {
-  EXPECT_FALSE(QelSecu_Init("/nowhere/lib.so"));
-  ASSERT_TRUE(QelSecu_Init(tiny_own_FILE));
-  EXPECT_FALSE(QelSecu_Init(tiny_own_FILE));
-  EXPECT_TRUE(QelSecu_IsDlHandle());
-  QelSecu_Exit();
-  EXPECT_FALSE(QelSecu_IsDlHandle());
-  EXPECT_EQ(QelSecu_State(), QelSecuState::kUnloaded);
-  QelSecu_Exit();
 }
 
 }  // namespace

@@ -122,15 +122,4 @@ std::string SignatureOf(const Scratch& scratch, std::string_view document) {
   return scratch.Read("der");
 }
 
-std::string OpensslSigned(const Scratch& scratch, const std::string& unsignedDocument,
-                          const std::string& signer, const std::string& options) {
-  const std::string body = scratch.Write("body", unsignedDocument);
-  const std::string der = scratch.File("openssl.der");
-  Pki().Run("openssl cms -sign -binary -md sha256 -outform DER -signer " + signer + ".crt -inkey " + signer +
-            ".key -in '" + body + "' -out '" + der + "' " + options);
-  std::string base64 = scratch.Run("openssl base64 -e -in openssl.der");
-  base64.pop_back();
-  return unsignedDocument + Block(base64);
-}
-
 }  // namespace tolven::test

@@ -37,12 +37,6 @@ const DkvTable* Library();
 std::string BodyOf(std::string_view document);
 std::string SignatureOf(const Scratch& scratch, std::string_view document);
 
-// A document with these files, signed by the openssl command with a certificate of the PKI. options go to
-// "openssl cms -sign".
-std::string OpensslSigned(const Scratch& scratch, const std::string& unsignedDocument,
-                          const std::string& signer,
-                          const std::string& options = "-cades -certfile inter.crt");
-
 // The time stamp authority of tests/support/tsa_server.py, started on first use.
 struct TsaPorts {
   std::string plain;

@@ -33,69 +33,6 @@ int Verify(ManifestContext* context, std::string_view document, const std::strin
                           false, true);
 }
 
-TEST(ManifestVerify, ProductiveKey) {
-  const std::string document = SignedBy("signer.pse");
-  const ManifestContextPtr context = Initialised("PKCS7-TSTAMP");
-  ASSERT_EQ(Verify(context.get(), document), SMF_OK) << ManifestGetLastError(context.get());
-  EXPECT_STREQ(ManifestSignatureName(context.get()), "QEL software");
-  EXPECT_EQ(ManifestGetLastError(context.get()), "The signature was without time stamp");
-  EXPECT_STREQ(ManifestGetErrorCategoryName(context.get()), "LOGGABLE_WARNING");
-  EXPECT_EQ(ManifestLastErrorCode(context.get()), SMF_OK);
-  std::string name;
-  ASSERT_EQ(ManifestSignatureSubject(context.get(), &name), SMF_OK);
-  EXPECT_EQ(name, "CN=signer");
-  ASSERT_EQ(ManifestSignatureIssuer(context.get(), &name), SMF_OK);
-  EXPECT_EQ(name, "CN=Test Intermediate");
-  EXPECT_EQ(ManifestSigningTime(context.get()).size(), 23u);
-  EXPECT_EQ(ManifestGetFileCounter(context.get()), 1u);
-  EXPECT_EQ(ManifestGetText(context.get()), document);
-}
-
-TEST(ManifestVerify, NamesOnlyWhenAskedFor) {
-  const std::string document = SignedBy("signer.pse");
-  const ManifestContextPtr context = Initialised("PKCS7");
-  ASSERT_EQ(ManifestVerify(context.get(), document.data(), document.size(), nullptr, nullptr, nullptr, {}, 0),
-            SMF_OK);
-  std::string name;
-  EXPECT_EQ(ManifestSignatureSubject(context.get(), &name), SMF_ERROR);
-}
-
-TEST(ManifestVerify, ExternalKey) {
-  const std::string document = SignedBy("lonely.pse");
-  const ManifestContextPtr context = Initialised("PKCS7");
-  EXPECT_EQ(Verify(context.get(), document, Pki().File("lonely.pse")), SMF_ESIGNATURE_EXTERNAL);
-  EXPECT_STREQ(ManifestSignatureName(context.get()), "External");
-  EXPECT_EQ(ManifestGetErrorCategory(context.get()), MANIFEST_CATEGORY_WARNING);
-  EXPECT_EQ(ManifestGetLastError(context.get()),
-            "The signature was verified with an external key\nThe signature was without time stamp");
-  // Only that key: what QELverify trusts is of no account.
-  const std::string productive = SignedBy("signer.pse");
-  EXPECT_EQ(Verify(context.get(), productive, Pki().File("lonely.pse")), SMF_ESIGNATURE);
-  EXPECT_EQ(ManifestGetErrorCategory(context.get()), MANIFEST_CATEGORY_ERROR);
-  EXPECT_EQ(ManifestLastDkvErrorCode(context.get()), DKV_ERR_SIGNER);
-  EXPECT_TRUE(ManifestGetLastError(context.get()).ends_with("Signature invalid\n"));
-  EXPECT_EQ(ManifestGetFileCounter(context.get()), 0u);
-  // Unless it is said that the key need not be the one.
-  EXPECT_EQ(Verify(context.get(), productive, Pki().File("lonely.pse"), kManifestKeyIsOptional), SMF_OK);
-  EXPECT_STREQ(ManifestSignatureName(context.get()), "QEL software");
-  EXPECT_EQ(Verify(context.get(), document, Pki().File("lonely.pse"), kManifestKeyIsOptional),
-            SMF_ESIGNATURE_EXTERNAL);
-}
-
-TEST(ManifestVerify, PseAndPasswordOfTheExternalKey) {
-  const std::string document = SignedBy("signer.pse");
-  const ManifestContextPtr context = Initialised("PKCS7");
-  const std::string pse = Pki().File("signer.p12");
-  EXPECT_EQ(ManifestVerify(context.get(), document.data(), document.size(), "somebody", pse.c_str(), "secret",
-                           {}, 0),
-            SMF_ESIGNATURE_EXTERNAL)
-      << ManifestGetLastError(context.get());
-  EXPECT_EQ(ManifestVerify(context.get(), document.data(), document.size(), "somebody", pse.c_str(), "wrong",
-                           {}, 0),
-            SMF_ESIGNATURE);
-  EXPECT_EQ(ManifestLastDkvErrorCode(context.get()), DKV_ERR_PASSWORD);
-}
-
 struct TrustCase {
   const char* what;
   const char* verify;      // content of QELverify.pse: a file of the PKI; null: none
@@ -133,25 +70,6 @@ TEST(ManifestVerify, ProductiveThenValidation) {
   }
 }
 
-TEST(ManifestVerify, WhatOpensslSigns) {
-  Scratch scratch;
-  const ManifestContextPtr context = Initialised("PKCS7");
-  const std::string document = test::OpensslSigned(scratch, kPlainDocument, "signer");
-  EXPECT_EQ(Verify(context.get(), document), SMF_OK) << ManifestGetLastError(context.get());
-  EXPECT_EQ(ManifestGetFileCounter(context.get()), 1u);
-  // The same signature promised a time stamp, which is not there.
-  const std::string stamped = test::OpensslSigned(scratch, test::kSmallDocument, "signer");
-  EXPECT_EQ(Verify(context.get(), stamped), SMF_ESIGNATURE);
-  EXPECT_EQ(ManifestGetErrorCategory(context.get()), MANIFEST_CATEGORY_ERROR);
-  for (const char* signer : {"mailer", "expired", "stranger", "weak"}) {
-    EXPECT_EQ(Verify(context.get(), test::OpensslSigned(scratch, kPlainDocument, signer)), SMF_ESIGNATURE)
-        << signer;
-  }
-  EXPECT_EQ(Verify(context.get(), test::OpensslSigned(scratch, kPlainDocument, "signer", "-cades -nodetach")),
-            SMF_ESIGNATURE)
-      << "content of its own";
-}
-
 TEST(ManifestVerify, NoFlippedByteOfTheSignedTextPasses) {
   const std::string document = SignedBy("signer.pse");
   const std::size_t covered = test::BodyOf(document).size();
@@ -169,58 +87,6 @@ TEST(ManifestVerify, NoFlippedByteOfTheSignedTextPasses) {
     EXPECT_NE(Verify(context.get(), std::string_view(document).substr(0, length)), SMF_OK) << length;
   }
   ASSERT_EQ(Verify(context.get(), document), SMF_OK) << "the context is as good as new";
-}
-
-TEST(ManifestVerify, ForgedBodyUnderAnOldSignature) {
-  const std::string good = SignedBy("signer.pse");
-  const std::string other = SignedBy("signer.pse", {{"a b", "evil"}});
-  const std::string forged = test::BodyOf(other) + good.substr(test::BodyOf(good).size());
-  const ManifestContextPtr context = Initialised("PKCS7");
-  EXPECT_EQ(Verify(context.get(), forged), SMF_ESIGNATURE);
-  EXPECT_EQ(ManifestGetErrorCategory(context.get()), MANIFEST_CATEGORY_ERROR);
-}
-
-struct CrlCase {
-  const char* signer;
-  const char* file;  // null: none
-  unsigned flags;
-  int code;
-  const char* text;  // the last line of the error text
-  int category;
-};
-
-TEST(ManifestVerify, CrlTable) {
-  Scratch scratch;
-  const char* location = "the issuer of the certificate (its CRL distribution point)";
-  const std::string outdated = std::string("CRL outdated. Download and use CRL from ") + location;
-  const std::string missing = std::string("CRL missing. Download and use CRL from ") + location;
-  const CrlCase rows[] = {
-      {"signer", nullptr, 0, SMF_OK, "", MANIFEST_CATEGORY_LOGGABLE_WARNING},
-      {"signer", "fresh.crl", 0, SMF_OK, "", MANIFEST_CATEGORY_LOGGABLE_WARNING},
-      {"signer", "fresh.der", 0, SMF_OK, "", MANIFEST_CATEGORY_LOGGABLE_WARNING},
-      {"signer", "both.crl", 0, SMF_OK, "", MANIFEST_CATEGORY_LOGGABLE_WARNING},
-      {"revoked", nullptr, 0, SMF_OK, "", MANIFEST_CATEGORY_LOGGABLE_WARNING},
-      {"revoked", "fresh.crl", 0, SMF_ECRL_REVOKED, "Revocation Reason Code = 1", MANIFEST_CATEGORY_ERROR},
-      {"revoked", "both.der", 0, SMF_ECRL_REVOKED, "Revocation Reason Code = 1", MANIFEST_CATEGORY_ERROR},
-      {"signer", "outdated.crl", 0, SMF_ECRL_OUTDATED, outdated.c_str(), MANIFEST_CATEGORY_WARNING},
-      {"signer", "foreign.crl", 0, SMF_ECRL_MISSING, missing.c_str(), MANIFEST_CATEGORY_WARNING},
-      {"signer", nullptr, kManifestRequireCrl, SMF_ECRL_MISSING, missing.c_str(), MANIFEST_CATEGORY_WARNING},
-      {"signer", "twin.crl", 0, SMF_ECRL, "Error in Signer DkvCheckCertWithCrlArray",
-       MANIFEST_CATEGORY_ERROR},
-      {"signer", "signer.crt", 0, SMF_ECRL, "Error in CRL Decode", MANIFEST_CATEGORY_ERROR}};
-  const ManifestContextPtr context = Initialised("PKCS7");
-  for (const CrlCase& row : rows) {
-    const std::string document = test::OpensslSigned(scratch, kPlainDocument, row.signer);
-    const std::string crl = row.file == nullptr ? "" : Pki().Read(row.file);
-    const std::span<const std::uint8_t> bytes(reinterpret_cast<const std::uint8_t*>(crl.data()), crl.size());
-    EXPECT_EQ(ManifestVerify(context.get(), document.data(), document.size(), nullptr, nullptr, nullptr,
-                             bytes, row.flags),
-              row.code)
-        << row.signer << ' ' << (row.file == nullptr ? "-" : row.file) << ManifestGetLastError(context.get());
-    EXPECT_TRUE(ManifestGetLastError(context.get()).ends_with(row.text))
-        << ManifestGetLastError(context.get());
-    EXPECT_EQ(ManifestGetErrorCategory(context.get()), row.category);
-  }
 }
 
 TEST(ManifestVerify, LocalFiles) {
