@@ -74,37 +74,6 @@ TEST(ArchiveWalk, SaysWhatIsThereAndWhatIsWrong) {
   }
 }
 
-TEST(ArchiveWalk, OtherFilesAreNotArchives) {
-  for (const std::string bytes : {"PK\3\4....", "orv 2.01", "F name 644"}) {
-    test::Run run;
-    EXPECT_FALSE(run.Open(bytes).IsValid());
-    EXPECT_EQ(run.ExitCode(), 0);
-  }
-}
-
-TEST(ArchiveWalk, NamesAreShownAsAsked) {
-  const std::string bytes = ArchiveBytes()
-                                .Entry("RG", "Dir/Sub/File.TXT", 0)
-                                .Entry("LK", "Dir/Link|../To/X", 0)
-                                .Entry("DR", "Dir/", 0, 040755)
-                                .Bytes();
-  const struct {
-    bool lower, flat;
-    const char* expected;
-  } rows[] = {
-      {false, false, "Dir/Sub/File.TXT;Dir/Link|../To/X;Dir/;"},
-      {true, false, "dir/sub/file.txt;dir/link|../to/x;dir/;"},
-      {false, true, "File.TXT;Link|../To/X;;"},
-      {true, true, "file.txt;link|../to/x;;"},
-  };
-  for (const auto& row : rows) {
-    test::Run run;
-    run.Options().lowerCase = row.lower;
-    run.Options().flat = row.flat;
-    EXPECT_EQ(Walk(run, bytes), row.expected);
-  }
-}
-
 TEST(ArchiveWalk, FirstStartsOverAndStoredNamesStay) {
   test::Run run;
   run.Options().flat = true;

@@ -4,7 +4,6 @@
 
 #include "archive/entry_data.h"
 #include "archive_bytes.h"
-#include "cslib/crc32.h"
 #include "cslib/cslib.h"
 #include "report/except.h"
 
@@ -86,51 +85,6 @@ TEST(EntryData, EndsAtItsEndBlockHoweverStreamsAndBlocksAreCut) {
     const std::string bytes = ArchiveBytes().Entry("RG", "f", 1).Raw(row.bytes).Crc(77).Bytes();
     const std::string data = Read(run, bytes);
     EXPECT_TRUE(data == row.expected) << row.situation << ": " << data.substr(0, 100);
-  }
-}
-
-TEST(EntryData, WhatIsWrittenReadsBack) {
-  for (const std::size_t size : {1U, 65535U, 65536U, 65537U, 131072U, 200001U}) {
-    test::Run run;
-    const std::string text = Text(size);
-    std::ofstream("f", std::ios::binary) << text;
-    test::Factory factory;
-    CArchive writer("out.vra", kOpenCreate, factory, run.Options());
-    writer.WriteHeader();
-    CFile entry("f", false);
-    EXPECT_TRUE(entry.AddToArchive(&writer));
-    writer.Close();
-    CArchive reader("out.vra", kOpenRead, factory, run.Options());
-    CDirEntry* read = reader.First();
-    ASSERT_NE(read, nullptr);
-    EXPECT_EQ(static_cast<std::size_t>(read->Header().size), size);
-    EXPECT_TRUE(read->AddToDir(&reader));
-    EXPECT_EQ(reader.Next(), nullptr);
-    CEntryDataReader blocks(reader, *CDirEntry::m_pTheCompressor, "f");
-    std::span<std::uint8_t> piece;
-    std::string data;
-    reader.Seek(8 + 34 + 2);
-    while (blocks.Next(piece)) data.append(piece.begin(), piece.end());
-    EXPECT_TRUE(data == text) << size;
-    EXPECT_EQ(blocks.StoredCrc(), CRC32Buf(0, reinterpret_cast<const std::uint8_t*>(text.data()), size));
-  }
-}
-
-TEST(EntryData, ChecksumsCountUnlessTheStoredOneIsZero) {
-  const struct {
-    std::uint32_t crc;
-    int exitCode;
-  } rows[] = {{CRC32Buf(0, reinterpret_cast<const std::uint8_t*>("abc"), 3), 0}, {0, 0}, {1, 12}};
-  for (const auto& row : rows) {
-    test::Run run;
-    CArchive& archive = run.Open(ArchiveBytes().Entry("RG", "f", 3).Block("UE", "abc").Crc(row.crc).Bytes());
-    CDirEntry* entry = archive.First();
-    if (row.exitCode == 0) {
-      EXPECT_TRUE(entry->AddToDir(&archive));
-    } else {
-      EXPECT_THROW(entry->AddToDir(&archive), CChecksumExcept);
-    }
-    EXPECT_EQ(run.ExitCode(), row.exitCode);
   }
 }
 

@@ -101,48 +101,5 @@ TEST(ExtractTarget, LinksOfThisRunAreNeverFollowed) {
   EXPECT_EQ(Listing("."), "real way->real ");
 }
 
-TEST(ExtractTarget, DirectoriesGetTheirDatesAndModesAtTheEnd) {
-  for (const bool change : {true, false}) {
-    test::Run run;
-    run.Options().changeDirPermissions = change;
-    fs::create_directory("there");
-    ASSERT_EQ(chmod("there", 0700), 0);
-    CExtractTarget::VerifiedFiles none;
-  CExtractTarget target(run.Options(), none);
-    target.AddDirectory("there", "there", 040511, 100);
-    target.AddDirectory("made", "made", 040511, 200);
-    target.AddDirectory("", "/", 040000, 300);
-    PutFile(target, "made/f", "x");
-    PutFile(target, "there/f", "x");
-    target.Finish();
-    struct stat there {};
-    struct stat made {};
-    ASSERT_EQ(stat("there", &there), 0);
-    ASSERT_EQ(stat("made", &made), 0);
-    EXPECT_EQ(there.st_mtime, 100);
-    EXPECT_EQ(made.st_mtime, 200);
-    EXPECT_EQ(there.st_mode & 07777, change ? 0511U : 0700U);
-    EXPECT_EQ(made.st_mode & 07777, 0511U);
-  }
-}
-
-TEST(ExtractTarget, SaysWhyAFileCannotBeMade) {
-  test::Run run;
-  fs::create_directory("dir");
-  std::ofstream("file") << "x";
-  CExtractTarget::VerifiedFiles none;
-  CExtractTarget target(run.Options(), none);
-  EXPECT_THROW(target.OpenFile("file/f", "file/f"), CCreateDirExcept);
-  EXPECT_THROW(PutFile(target, "dir", "x"), CExcept) << "a directory is not replaced";
-  run.Options().forceExtraction = true;
-  try {
-    target.OpenFile("dir", "dir");
-    ADD_FAILURE() << "a directory was deleted";
-  } catch (const CExcept& e) {
-    EXPECT_TRUE(e.GetMsg().starts_with("TOLVEN: force mode (option -j): could not delete dir (error 28). "));
-  }
-  EXPECT_EQ(Listing("."), "dir file ");
-}
-
 }  // namespace
 }  // namespace tolven

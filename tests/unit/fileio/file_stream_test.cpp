@@ -8,8 +8,6 @@
 #include <filesystem>
 #include <string>
 
-#include "report/log_man.h"
-#include "report/run_status.h"
 #include "support/temp_dir.h"
 
 namespace tolven {
@@ -56,63 +54,6 @@ TEST_F(FileStreamTest, ModesFirstMatchWins) {
   }
 }
 
-TEST_F(FileStreamTest, OpenFailures) {
-  CFileStream stream("missing", kOpenRead);
-  EXPECT_FALSE(stream.Open());
-  EXPECT_EQ(stream.GetLastError(), ENOENT);
-  test::WriteFile("file", "x");
-  stream.Open("file/below", kOpenRead, 0);
-  EXPECT_EQ(stream.GetLastError(), ENOTDIR);
-  stream.Open("file", 0x1, 0);
-  EXPECT_FALSE(stream.Open());
-  EXPECT_EQ(stream.GetLastError(), EINVAL);
-  stream.Open("file", kOpenRead, 7);
-  EXPECT_TRUE(stream.Open());
-  EXPECT_NE(fcntl(stream.Descriptor(), F_GETFD) & FD_CLOEXEC, 0);
-}
-
-TEST_F(FileStreamTest, ShortReadAtTheEndIsSuccess) {
-  test::WriteFile("file", "12345");
-  CFileStream stream("file", kOpenRead);
-  EXPECT_EQ(Get(stream, 3), "123");
-  EXPECT_EQ(Get(stream, 3), "45");
-  EXPECT_EQ(Get(stream, 3), "");
-  EXPECT_TRUE(stream.SetPos(1));
-  EXPECT_EQ(Get(stream, 2), "23");
-}
-
-TEST_F(FileStreamTest, ReadErrorIsKept) {
-  CFileStream stream(".", kOpenRead);
-  ASSERT_TRUE(stream.Open()) << "a directory opens, and only reading fails";
-  unsigned char byte = 0;
-  unsigned long done = 9;
-  EXPECT_FALSE(stream.Read(&byte, 1, &done));
-  EXPECT_EQ(done, 0U);
-  EXPECT_EQ(stream.GetLastError(), EISDIR);
-}
-
-TEST_F(FileStreamTest, ClosedStreamRefusesWithoutTouchingErrno) {
-  CFileStream stream;
-  long position = 5;
-  errno = 0;
-  EXPECT_FALSE(stream.GetPos(&position));
-  EXPECT_FALSE(stream.SetPos(0));
-  EXPECT_FALSE(stream.MoveFlPtr(1));
-  EXPECT_FALSE(stream.MoveToEnd());
-  EXPECT_FALSE(stream.Truncate());
-  EXPECT_FALSE(stream.Flush());
-  EXPECT_EQ(errno, 0);
-  EXPECT_EQ(position, 5);
-  EXPECT_EQ(stream.Descriptor(), -1);
-  errno = EIO;
-  EXPECT_FALSE(stream.Close());
-  EXPECT_EQ(stream.GetLastError(), EIO);
-  unsigned char byte = 0;
-  unsigned long done = 0;
-  EXPECT_FALSE(stream.Read(&byte, 1, &done));
-  EXPECT_FALSE(stream.Write(&byte, 1, &done));
-}
-
 TEST_F(FileStreamTest, PositionsBeyondFourGiB) {
   constexpr long kFar = 5L << 30;
   CFileStream stream("sparse", kOpenCreate);
@@ -154,13 +95,6 @@ TEST_F(FileStreamTest, TurnsBetweenReadingAndWriting) {
   EXPECT_EQ(test::ReadFile("file"), "aaabbbaaac");
 }
 
-TEST_F(FileStreamTest, FlushShowsBufferedBytes) {
-  CFileStream stream("file", kOpenCreate);
-  ASSERT_TRUE(Put(stream, "x"));
-  ASSERT_TRUE(stream.Flush());
-  EXPECT_EQ(test::ReadFile("file"), "x");
-}
-
 TEST_F(FileStreamTest, AttachedDescriptorWritesThrough) {
   CFileStream stream;
   ASSERT_TRUE(stream.Attach(open("file", O_CREAT | O_WRONLY, 0600)));
@@ -183,19 +117,6 @@ TEST_F(FileStreamTest, FullDiskIsSeenAtTheLatestByClose) {
 
   stream.Open("/dev/full", kOpenCreate, 0);
   EXPECT_FALSE(Put(stream, std::string(200000, 'x')));
-}
-
-TEST_F(FileStreamTest, DestructorPrintsAFailingClose) {
-  CAPILogMan log;
-  RunStatus status;
-  status.logManager = &log;
-  RunStatusScope scope(status);
-  {
-    CFileStream stream("/dev/full", kOpenCreate);
-    EXPECT_TRUE(Put(stream, "x"));
-  }
-  { CFileStream stream("fine", kOpenCreate); }
-  EXPECT_EQ(log.GetOutput(), "TOLVEN: error closing file! No space left on device\n");
 }
 
 }  // namespace

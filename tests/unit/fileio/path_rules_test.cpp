@@ -36,14 +36,6 @@ TEST(StringMatch, AgreesWithTheDefinition) {
   }
 }
 
-TEST(StringMatch, Examples) {
-  EXPECT_TRUE(CUtils::StringMatch(".profile", "*"));
-  EXPECT_FALSE(CUtils::StringMatch("A", "a"));
-  // A star in the name is an ordinary character.
-  EXPECT_TRUE(CUtils::StringMatch("*", "?"));
-  EXPECT_FALSE(CUtils::StringMatch("*", "a"));
-}
-
 TEST(StringMatch, HostilePatternEnds) {
   std::string pattern;
   for (int i = 0; i < 2000; ++i) pattern += "*a";

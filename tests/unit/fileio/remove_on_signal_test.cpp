@@ -32,26 +32,6 @@ class RemoveOnSignalTest : public test::TempDirTest {
   }
 };
 
-TEST_F(RemoveOnSignalTest, RemovesWhatIsGuardedAndDiesByTheSignal) {
-  fs::create_directory("sub");
-  for (const int signal : {SIGINT, SIGTERM}) {
-    for (const char* name : {"archive", "temp", "finished", "other"}) test::WriteFile(name, "x");
-    const int status = RunChild([signal] {
-      const CRemoveOnSignal archive("archive");
-      { const CRemoveOnSignal finished("finished"); }
-      const CRemoveOnSignal temp(fs::absolute("temp"));
-      fs::current_path("sub");
-      raise(signal);
-    });
-    ASSERT_TRUE(WIFSIGNALED(status));
-    EXPECT_EQ(WTERMSIG(status), signal);
-    EXPECT_FALSE(fs::exists("archive"));
-    EXPECT_FALSE(fs::exists("temp"));
-    EXPECT_TRUE(fs::exists("finished"));
-    EXPECT_TRUE(fs::exists("other"));
-  }
-}
-
 TEST_F(RemoveOnSignalTest, IgnoredSignalsStayIgnored) {
   test::WriteFile("archive", "x");
   const int status = RunChild([] {

@@ -8,8 +8,6 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "fileio/disk_probe.h"
-#include "fileio/path_formatter.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "support/temp_dir.h"
@@ -31,110 +29,6 @@ class UtilsTest : public test::TempDirTest {
   RunStatus m_status;
   RunStatusScope m_scope{m_status};
 };
-
-TEST_F(UtilsTest, TypesOfEveryKindOfObject) {
-  struct Case {
-    std::string path;
-    int target;      // links followed
-    int attributes;  // -1: no such object
-    int type;
-    bool isLink;
-  };
-  const Case cases[] = {
-      {"file", FT_REGULAR, 0x8000, FT_REGULAR, false},
-      {"dir", FT_DIRECTORY, 0x10, FT_DIRECTORY, false},
-      {"link", FT_REGULAR, 0xA000, FT_LINK, true},
-      {"dangling", FT_DANGLING_LINK, 0xA000, FT_LINK, true},
-      {"fifo", FT_OTHER, 0, FT_OTHER, false},
-      {"missing", FT_MISSING, -1, 0, false},
-      {"file/x", FT_MISSING, -1, 0, false},
-  };
-  for (const Case& test : cases) {
-    SCOPED_TRACE(test.path);
-    EXPECT_EQ(CUtils::TargetFileType(test.path), test.target);
-    strFileData data;
-    ASSERT_EQ(CUtils::SetFlAttr(test.path, data), test.attributes >= 0);
-    if (test.attributes < 0) continue;
-    EXPECT_EQ(data.attributes, static_cast<std::uint32_t>(test.attributes));
-    EXPECT_EQ(CUtils::DetermineFlType(data), test.type);
-    EXPECT_EQ(CUtils::IsLink(test.path), test.isLink);
-  }
-  EXPECT_EQ(m_status.exitCode, 0) << "queries construct no exceptions";
-  EXPECT_FALSE(CUtils::IsLink(""));
-  EXPECT_THROW((void)CUtils::IsLink("missing"), CAccessExcept);
-  EXPECT_EQ(m_status.exitCode, 102);
-}
-
-TEST_F(UtilsTest, Queries) {
-  double size = 0;
-  EXPECT_TRUE(CUtils::GetSizeOfFile("link", size));
-  EXPECT_EQ(size, 5.0);
-  EXPECT_FALSE(CUtils::GetSizeOfFile("missing", size));
-  EXPECT_TRUE(CUtils::ExistsFile("link"));
-  EXPECT_FALSE(CUtils::ExistsFile("dangling"));
-
-  strFileInformation info;
-  ASSERT_TRUE(CUtils::GetFileInformation("link", info, true));
-  EXPECT_EQ(info.mode & S_IFMT, static_cast<std::uint32_t>(S_IFREG));
-  EXPECT_EQ(info.size, 5U);
-  struct stat status;
-  ASSERT_EQ(stat("file", &status), 0);
-  EXPECT_EQ(info.mtime, status.st_mtime);
-  EXPECT_EQ(info.inode, status.st_ino);
-  EXPECT_EQ(info.device, status.st_dev);
-  ASSERT_TRUE(CUtils::GetFileInformationWithLongFileName("link", info, false));
-  EXPECT_EQ(info.mode & S_IFMT, static_cast<std::uint32_t>(S_IFLNK));
-  EXPECT_FALSE(CUtils::GetFileInformation("dangling", info, true));
-
-  EXPECT_GT(CUtils::GetDiskFreeSpace("."), 0.0);
-  EXPECT_EQ(CUtils::GetDiskFreeSpace("missing"), -1.0);
-  EXPECT_TRUE(CUtils::CmpFS(".", "dir"));
-  EXPECT_FALSE(CUtils::CmpFS(".", "/proc"));
-  EXPECT_THROW((void)CUtils::CmpFS(".", "missing"), CExcept);
-  EXPECT_EQ(m_status.exitCode, 100);
-
-  const CDiskProbe probe;
-  EXPECT_TRUE(probe.Exists("dir"));
-  EXPECT_FALSE(probe.Exists("missing"));
-  EXPECT_TRUE(probe.GetSizeOfFile("file", size));
-  EXPECT_GT(probe.GetDiskFreeSpace("."), 0.0);
-  EXPECT_TRUE(probe.CmpFS(".", "dir"));
-}
-
-TEST_F(UtilsTest, Changes) {
-  EXPECT_TRUE(CUtils::CreateDir("new"));
-  EXPECT_TRUE(CUtils::CreateDir("new")) << "already there";
-  EXPECT_FALSE(CUtils::CreateDir("missing/new"));
-  EXPECT_TRUE(CUtils::DeleteFile("link"));
-  EXPECT_FALSE(CUtils::DeleteFile("link"));
-  EXPECT_TRUE(CUtils::ExistsFile("file")) << "the link went, not its target";
-
-  CUtils::SetFileMode("file", S_IFREG | 06751);
-  CUtils::SetFileDateWrapper("file", S_IFREG, 5L << 31);
-  struct stat status;
-  ASSERT_EQ(stat("file", &status), 0);
-  EXPECT_EQ(status.st_mode & 07777, 06751U);
-  EXPECT_EQ(status.st_mtime, 5L << 31);
-  EXPECT_EQ(status.st_atime, 5L << 31);
-  CUtils::SetFileMode("missing", S_IFLNK);
-  CUtils::SetFileDateWrapper("missing", S_IFLNK, 0);
-  EXPECT_EQ(m_status.exitCode, 0);
-  EXPECT_THROW(CUtils::SetFileMode("missing", 0644), CChgModExcept);
-  EXPECT_THROW(CUtils::SetFileDateWrapper("missing", 0644, 0), CChgDateExcept);
-}
-
-TEST_F(UtilsTest, LastErrorIsNeverZero) {
-  errno = 0;
-  EXPECT_EQ(CUtils::LastError(), 18);
-  EXPECT_EQ(CUtils::GetErrorText(), "");
-  errno = ENOENT;
-  EXPECT_EQ(CUtils::LastError(), ENOENT);
-  EXPECT_EQ(CUtils::GetErrorText(), "No such file or directory");
-}
-
-TEST_F(UtilsTest, PathFormatter) {
-  EXPECT_EQ(CPathFormatter::ToAbsWinFormatLongName("/a/b\\c"), "\\a\\b\\c");
-}
 
 class ScanTest : public UtilsTest {
  protected:
@@ -190,18 +84,6 @@ TEST_F(ScanTest, Patterns) {
   for (const auto& [pattern, names] : cases) EXPECT_EQ(Scan(pattern), names) << pattern;
 }
 
-TEST_F(ScanTest, FailureTellsWhy) {
-  strFileData data;
-  const std::pair<std::string, int> cases[] = {
-      {"missing/x", ENOENT}, {"missing/*", ENOENT}, {"file/x", ENOTDIR}, {"dir/x", 0}, {"dir/x*", 0},
-  };
-  for (const auto& [pattern, error] : cases) {
-    errno = EIO;
-    EXPECT_EQ(CUtils::FileFindFirst(pattern, &data), nullptr);
-    EXPECT_EQ(errno, error) << pattern;
-  }
-}
-
 TEST_F(ScanTest, LongPathFailsWithStat) {
   // The directory can be opened, the name below it is too long for lstat.
   std::string deep = "dir";
@@ -212,37 +94,6 @@ TEST_F(ScanTest, LongPathFailsWithStat) {
   EXPECT_THROW((void)CUtils::FileFindFirst(deep + "/a.txt", &data), CStatExcept);
   EXPECT_THROW((void)CUtils::FileFindFirst(deep + "/*.txt", &data), CStatExcept);
   EXPECT_EQ(m_status.exitCode, 100 + ENAMETOOLONG);
-}
-
-TEST_F(ScanTest, AddNamesToContainer) {
-  using Names = std::vector<std::string>;
-  struct Case {
-    std::string pattern;
-    bool ignoreCase;
-    int result;
-    Names names;
-  };
-  const Case cases[] = {
-      {"dir/*.vra", false, 0, {"dir/b.vra"}},
-      {"dir/*.vra", true, 0, {"dir/A.VRA", "dir/b.vra"}},
-      {"dir/a.vra", true, 0, {"dir/A.VRA"}},
-      {"DIR/a.vra", true, ENOENT, {}},
-      {"FILE", true, 0, {"file"}},
-      {"f*", false, 0, {"fifo", "file"}},
-      {"*", false, 0, {"dangling", "dir", "fifo", "file", "link"}},
-      {"*", true, 0, {"dangling", "dir", "fifo", "file", "link"}},
-      {"/PRO?", true, 0, {"/proc"}},
-      {"dir/none*", false, 0, {}},
-      {"missing/*", false, ENOENT, {}},
-  };
-  for (const Case& test : cases) {
-    Names names = {"first"};
-    EXPECT_EQ(AddNamesToContainer(names, test.pattern, test.ignoreCase), test.result) << test.pattern;
-    std::sort(names.begin() + 1, names.end());
-    Names expected = test.names;
-    expected.insert(expected.begin(), "first");
-    EXPECT_EQ(names, expected) << test.pattern;
-  }
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <fstream>
 
 #include "oldarchive/old_messages.h"
@@ -37,27 +36,14 @@ TEST(OldOptions, Refused) {
   } cases[] = {
       {{}, 23, "first specify the command"},
       {{"-f", "a"}, 23, "first specify the command f"},
-      {{"v"}, 23, "first specify the command v"},
       {{"-xq"}, 22, "option unknown q"},
-      {{"-xt"}, 22, "option unknown t"},
-      {{"-x", "-Q"}, 22, "option unknown -Q"},
       {{"-xf"}, 21, "option without filename specified -f"},
       {{"-xf", "-flat"}, 21, "option without filename specified -f"},
-      {{"-x", "-A"}, 21, "option without filename specified -A"},
       {{"-x", "-R", ""}, 21, "option without filename specified -R"},
       {{"-xf", "a", "-f", "b"}, 20, "use option only once -f"},
-      {{"-x", "-R", "a", "-R", "b"}, 20, "use option only once -R"},
       {{"-c", "-C", "d", "-P", "a"}, 24, "don't use C-option together with P-option"},
-      {{"-x", "-C", "d"}, 25, "use C-option only with create"},
-      {{"-x", "-C", "d", "-P"}, 24, "don't use C-option together with P-option"},
-      {{"-d", "-T", "f"}, 26, "use T-option only with create"},
-      {{"-t", "-X", "f"}, 27, "use X-option only with create"},
-      {{"-x", "-p", "rw"}, 28, "p-options needs an octal value rw"},
       {{"-x", "-p", "648"}, 28, "p-options needs an octal value 648"},
-      {{"-x", "-p"}, 28, "p-options needs an octal value -p"},
       {{"-x", "-p", "10000"}, 7, "can't use permission 10000"},
-      {{"-t", "-R", "d"}, 33, "use R-option only with extract"},
-      {{"-ds"}, 35, "use s-option only with extract or list content"},
       {{"-c"}, 30, "no filename(s) specified"},
   };
   for (const auto& expected : cases) {
@@ -127,56 +113,6 @@ TEST_F(OldFiles, IncludeFile) {
     EXPECT_EQ(error, OLD_INCLUDE_FORMAT);
     EXPECT_EQ(text, "format error in include-file (A-option) list");
   }
-}
-
-TEST_F(OldFiles, ArchiveList) {
-  test::WriteFile("K1.orv", "");
-  test::WriteFile("k2.ORV", "");
-  const struct {
-    Arguments arguments;
-    std::vector<std::string> archives;
-  } cases[] = {
-      {{"orv", "-x"}, {}},
-      {{"orv", "-xf", "A B.ORV"}, {"A B.ORV"}},
-      {{"orv", "-xf", "A B.ORV,"}, {"A B.ORV"}},
-      {{"orv", "-xf", "A.ORV,, B.ORV"}, {"A.ORV", "B.ORV"}},
-      {{"orv", "-xf", "K*.orv"}, {"K1.orv"}},
-      {{"orv", "-xgf", "k1.ORV"}, {"K1.orv"}},
-      {{"orv", "-xf", "Z*"}, {"Z*"}},
-  };
-  for (const auto& expected : cases) {
-    std::vector<std::string> archives;
-    ASSERT_TRUE(ListArchives(static_cast<int>(expected.arguments.size()), expected.arguments.data(), archives,
-                             nullptr, nullptr));
-    EXPECT_EQ(archives, expected.archives);
-  }
-}
-
-TEST(OldMessages, TextArgumentAndReason) {
-  int error = 0;
-  std::string text;
-  errno = EACCES;
-  EXPECT_FALSE(SetErrorMessage(&error, &text, OLD_MKDIR, "dir"));
-  EXPECT_EQ(text, "can't create directory dir: Permission denied");
-  errno = 0;
-  SetErrorMessage(&error, &text, OLD_MKDIR, "dir");
-  EXPECT_EQ(text, "can't create directory dir");
-  SetErrorMessage(&error, &text, OLD_SYSTEM, "file");
-  EXPECT_EQ(text, "Input/output error file");
-  errno = EACCES;
-  SetErrorMessage(&error, &text, OLD_CUT_ARCHIVE, "a.orv");
-  EXPECT_EQ(error, 37);
-  EXPECT_EQ(text,
-            "Archive seems to be corrupt (more bytes requested for decompress than are left in the archive); "
-            "archive is a.orv");
-}
-
-TEST(OldMessages, ExhaustedMemoryIsAMessage) {
-  int error = 0;
-  std::string text;
-  EXPECT_EQ(WithoutExceptions(&error, &text, []() -> bool { throw std::bad_alloc(); }), 0);
-  EXPECT_EQ(error, 5);
-  EXPECT_EQ(text, "can't allocate memory");
 }
 
 }  // namespace

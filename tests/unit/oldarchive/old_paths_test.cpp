@@ -13,32 +13,6 @@ TEST(OldPaths, Normalize) {
   for (const auto& [path, expected] : cases) EXPECT_EQ(NormalizePath(path), expected) << path;
 }
 
-TEST(OldPaths, Split) {
-  const char* cases[][3] = {
-      {"a", "", "a"}, {"d/a", "d", "a"}, {"/a", "/", "a"}, {"x/y/a", "x/y", "a"}, {"d/", "d", ""}};
-  for (const auto& [path, expectedDirectory, expectedFile] : cases) {
-    std::string directory;
-    std::string file;
-    SplitPath(path, directory, file);
-    EXPECT_EQ(directory, expectedDirectory) << path;
-    EXPECT_EQ(file, expectedFile) << path;
-  }
-}
-
-TEST(OldPaths, Transform) {
-  const PathSettings flat{.flat = true};
-  const PathSettings lower{.lowerCase = true};
-  EXPECT_EQ(TransformPath({}, "Dir/File"), "Dir/File");
-  EXPECT_EQ(TransformPath(flat, "Dir/Sub/File"), "File");
-  EXPECT_EQ(TransformPath(flat, "Dir/Sub/"), "Sub");
-  EXPECT_EQ(TransformPath(lower,
-                          "Dir/\xC3\x84"
-                          "B"),
-            "dir/\xC3\x84"
-            "b");
-  EXPECT_EQ(TransformPath({.flat = true, .lowerCase = true}, "Dir/File"), "file");
-}
-
 TEST(OldPaths, FilenameOnDisk) {
   const PathSettings safe;
   const PathSettings raw{.validate = false};

@@ -86,12 +86,6 @@ TEST_F(OldReader, SeveralArchives) {
   EXPECT_EQ(m_names.size(), std::string("d;d/a;b;w;").size());
 }
 
-TEST_F(OldReader, SpaceIsReportedInsteadOfExtracting) {
-  EXPECT_EQ(Call({"-xsf", "a.orv"}), 1) << m_text;
-  EXPECT_NE(m_log.GetOutput().find("The extraction requires approximately..."), std::string::npos);
-  EXPECT_FALSE(std::filesystem::exists("b"));
-}
-
 TEST_F(OldReader, ExtractionEntryPoints) {
   const char* list[] = {"orv", "-tf", "a.orv"};
   EXPECT_EQ(iaxxorvl_ORV_Extract(3, list, &m_error, &m_text), 0);

@@ -6,13 +6,12 @@
 #include <cstdio>
 #include <map>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 // An independent writer of archives of the older format: nothing in it comes from the reader or the engine.
-// The coders are the plainest that make such streams; the checksums are zlib's.
+// The coder is the plainest that makes such streams; the checksums are zlib's.
 namespace tolven::test {
 
 inline std::string StreamHeader(std::uint32_t length, int algorithm, int parameter) {
@@ -42,8 +41,7 @@ class BitWriter {
   std::size_t m_count = 0;
 };
 
-// One final block with the fixed codes, matched greedily against the last place with the same three bytes. (A
-// block of zlib's can be a stored one, which the format does not have, whatever strategy it is told.)
+// One final block with the fixed codes, matched greedily against the last place with the same three bytes.
 class FixedBlock {
  public:
   static void Write(const std::string& content, BitWriter& out) {
@@ -102,83 +100,6 @@ inline std::string LzhStream(const std::string& content) {
   FixedBlock::Write(content, out);
   return StreamHeader(static_cast<std::uint32_t>(content.size()), 0x12, 2) + out.Take() + '\0';
 }
-
-// The same around zlib's blocks, which have codes of their own: for content that compresses well.
-inline std::string LzhStreamByZlib(const std::string& content) {
-  z_stream stream{};
-  if (deflateInit2(&stream, 6, Z_DEFLATED, -14, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
-    throw std::runtime_error("deflateInit2");
-  }
-  std::string blocks(deflateBound(&stream, content.size()), '\0');
-  std::string in = content;
-  stream.next_in = reinterpret_cast<Bytef*>(in.data());
-  stream.avail_in = static_cast<uInt>(in.size());
-  stream.next_out = reinterpret_cast<Bytef*>(blocks.data());
-  stream.avail_out = static_cast<uInt>(blocks.size());
-  const int result = deflate(&stream, Z_FINISH);
-  blocks.resize(stream.total_out);
-  deflateEnd(&stream);
-  if (result != Z_STREAM_END) throw std::runtime_error("deflate");
-  BitWriter out;
-  out.Bits(0, 2);
-  for (const char c : blocks) out.Bits(static_cast<unsigned char>(c), 8);
-  return StreamHeader(static_cast<std::uint32_t>(content.size()), 0x12, 2) + out.Take() + '\0';
-}
-
-// LZW as the classic compress with 13 bits writes it, as long as the table never has to be cleared.
-class LzcCoder {
- public:
-  static std::string Stream(const std::string& content) {
-    LzcCoder coder;
-    coder.m_out = StreamHeader(static_cast<std::uint32_t>(content.size()), 0x11, 0x8D);
-    if (content.empty()) return coder.m_out;
-    int entry = static_cast<unsigned char>(content[0]);
-    for (std::size_t i = 1; i < content.size(); ++i) {
-      const int byte = static_cast<unsigned char>(content[i]);
-      const auto known = coder.m_table.find({entry, byte});
-      if (known != coder.m_table.end()) {
-        entry = known->second;
-        continue;
-      }
-      coder.Put(entry);
-      if (coder.m_free < kMaxCodes) coder.m_table[{entry, byte}] = coder.m_free++;
-      entry = byte;
-    }
-    coder.Put(entry);
-    coder.m_group.resize((coder.m_bits + 7) / 8);
-    return coder.m_out + coder.m_group;
-  }
-
- private:
-  static constexpr int kMaxBits = 13;
-  static constexpr int kMaxCodes = 1 << kMaxBits;
-
-  // Eight codes make a group of m_width bytes. When the width grows, the rest of a group is written as it is.
-  void Put(int code) {
-    m_group.resize(static_cast<std::size_t>(m_width), '\0');
-    for (int i = 0; i < m_width; ++i, ++m_bits) {
-      const int bit = code >> i & 1;
-      m_group[m_bits / 8] = static_cast<char>(m_group[m_bits / 8] | bit << m_bits % 8);
-    }
-    const bool wider = m_free > m_maxCode;
-    if (wider || m_bits == m_group.size() * 8) {
-      m_out += m_group;
-      m_group.clear();
-      m_bits = 0;
-    }
-    if (!wider) return;
-    ++m_width;
-    m_maxCode = m_width == kMaxBits ? kMaxCodes : (1 << m_width) - 1;
-  }
-
-  std::map<std::pair<int, int>, int> m_table;
-  int m_free = 257;
-  int m_width = 9;
-  int m_maxCode = 511;
-  std::string m_group;
-  std::size_t m_bits = 0;
-  std::string m_out;
-};
 
 // The register over `content`, started at 0 and not inverted.
 inline std::uint32_t OldChecksum(const std::string& content) {
