@@ -129,12 +129,5 @@ TEST(Crc32Handle, SegmentLengthZeroFromAFileTracksNothing) {
   EXPECT_EQ(handle->total, 25U);
 }
 
-TEST(Crc32Handle, AbsentAndFresh) {
-  const std::uint8_t byte = 1;
-  EXPECT_EQ(CRC32HBuffer(nullptr, &byte, 1, true), 0U);
-  EXPECT_EQ(CRC32FreeHandle(nullptr), 0U);
-  EXPECT_EQ(CRC32FreeHandle(CRC32NewHandle(1024)), 0U);
-}
-
 }  // namespace
 }  // namespace tolven

@@ -58,15 +58,6 @@ TEST(StreamHeader, KeepsItsEightBytes) {
   EXPECT_EQ(untouched, Bytes(CS_HEAD_SIZE, 7));
 }
 
-TEST(StreamHeader, DefaultLevelIsTwo) {
-  const TestHandle handle;
-  for (const int options : {3, 35}) {
-    Bytes header(CS_HEAD_SIZE);
-    EXPECT_EQ(CsRInitCompress(handle, header.data(), 100, options), 0);
-    EXPECT_EQ(header, (Bytes{100, 0, 0, 0, 0x12, 0x1F, 0x9D, 2}));
-  }
-}
-
 struct RefusedStart {
   const char* what;
   bool compress;
@@ -251,14 +242,6 @@ TEST(HandleTable, GivesOut998HandlesAndThenNone) {
   EXPECT_EQ(CsTestValidHandle(CS_COMPR_HANDLE), 1) << "the fixed handles stay open";
 }
 
-TEST(HandleTable, FixedHandlesOpenOnce) {
-  ASSERT_EQ(CsRCloseHandle(CS_COMPR_HANDLE), 0);
-  EXPECT_EQ(CsTestValidHandle(CS_COMPR_HANDLE), 0);
-  EXPECT_EQ(CsOpenHandle(CS_COMPR_HANDLE), 1);
-  EXPECT_EQ(CsOpenHandle(CS_COMPR_HANDLE), 0);
-  EXPECT_EQ(CsOpenHandle(CS_FIRST_HANDLE + CS_MAX_HANDLES), -81);
-}
-
 // Whether the slot's context outlived its last handle: opening the slot by its number says 1 for a new
 // context.
 bool ContextKept(int handle) {
@@ -324,27 +307,7 @@ TEST(HandleTable, ThreadsWorkSideBySide) {
   EXPECT_EQ(good, std::vector<int>(4, 40));
 }
 
-TEST(HandleTable, LockFailuresHaveTheirCodes) {
-  std::mutex mutex;
-  std::unique_lock<std::mutex> lock(mutex, std::defer_lock);
-  EXPECT_EQ(ThrCSUnlock(lock), -84);
-  EXPECT_EQ(ThrCSLock(lock), 0);
-  EXPECT_EQ(ThrCSLock(lock), -83);
-  EXPECT_EQ(ThrCSUnlock(lock), 0);
-}
-
 // --- Entry points and trace
-
-std::string g_trace;
-
-class Trace : public ::testing::Test {
- protected:
-  ~Trace() override { CsSetTrace(0, nullptr); }
-  static void Set(int level) {
-    g_trace.clear();
-    CsSetTrace(level, [](const char* text) { g_trace += text; });
-  }
-};
 
 TEST(EntryPoints, MakeAndReadAStream) {
   const Bytes data = MakeData(Kind::kText, 20000);
@@ -373,56 +336,6 @@ TEST(EntryPoints, MakeAndReadAStream) {
   EXPECT_EQ(_CsInitCompr(header.data(), -1, 3), -13);
   header[5] = 0;
   EXPECT_EQ(_CsInitDecompr(header.data()), -21);
-}
-
-TEST_F(Trace, NamesTheCallersPlace) {
-  Set(16);
-  Bytes header(CS_HEAD_SIZE);
-  std::int32_t read = 0, written = 0;
-  EXPECT_EQ(_CsInitComprEx(header.data(), 77, 3, "here.cpp", 12), 0);
-  EXPECT_EQ(_CsInitDecomprEx(header.data(), "there.cpp", 7), 0);
-  EXPECT_EQ(_CsComprEx(-1, nullptr, 0, header.data(), 8, 3, &read, &written, "a", 1), -13);
-  EXPECT_EQ(_CsDecomprEx(header.data(), 8, nullptr, 0, 1, &read, &written, "b", 2), 3);
-  EXPECT_EQ(g_trace,
-            "CS: here.cpp(12): CsInitCompr:  rc = 0\n"
-            "CS: there.cpp(7): CsInitDecompr:  rc = 0\n"
-            "CS: a(1): CsCompr:  option = 3ERROR: CsRCompress: return value = -13\n"
-            "  rc = -13\n"
-            "CS: b(2): CsDecompr:  option = 1  rc = 3\n");
-}
-
-TEST_F(Trace, ShowsCallsChecksumsAndBytes) {
-  const Bytes data = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
-  const TestHandle handle;
-  Bytes out(100);
-  Set(1 | 4);
-  const Step step = Compress(handle, 9, data, out, 3);
-  ASSERT_EQ(step.result, 1);
-  const std::string number = std::to_string(static_cast<int>(handle));
-  EXPECT_EQ(g_trace.find(">>CsRCompress: handle = " + number +
-                         "   options = 3\n    user: inlen = 9    outlen = 100\n"),
-            0U);
-  // The register is not inverted: ~0xCBF43926.
-  EXPECT_NE(g_trace.find("    data: position = 9    CRC = 340bc6d9\n"), std::string::npos) << g_trace;
-  EXPECT_NE(g_trace.find("    uncompressed: 9 bytes\n    00000000: 31 32 33 34 35 36 37 38 39\n"),
-            std::string::npos);
-  EXPECT_NE(g_trace.find("    00000000: 09 00 00 00 12 1f 9d 02"), std::string::npos);
-  EXPECT_EQ(g_trace.substr(g_trace.rfind("<<")), "<<CsRCompress: rc = 1\n");
-  EXPECT_EQ(out[8] & 3, 0) << "the preamble is plain while tracing";
-}
-
-TEST_F(Trace, SaysWhatWentWrong) {
-  Set(1);
-  Bytes out(100);
-  const TestHandle handle;
-  Compress(299, 1, {1}, out, 3);
-  Compress(handle, 1, {1}, out, 5);
-  Decompress(handle, {1, 2, 3}, out, 1);
-  for (const char* line :
-       {"ERROR: CsRCompress: invalid handle\n", "ERROR: CsRCompress: Unknow Algorithmus.\n",
-        "ERROR: CsRDecompress(init): inlen = 3\n"}) {
-    EXPECT_NE(g_trace.find(line), std::string::npos) << line;
-  }
 }
 
 }  // namespace

@@ -61,12 +61,6 @@ Bytes Zeroish(std::size_t size, std::uint32_t seed) {
   return data;
 }
 
-TEST(Lzc, TheHeaderOfFiveBytes) {
-  const Bytes stream = Pack({'h', 'e', 'l', 'l', 'o'});
-  EXPECT_EQ(Bytes(stream.begin(), stream.begin() + CS_HEAD_SIZE),
-            (Bytes{5, 0, 0, 0, 0x11, 0x1F, 0x9D, 0x8D}));
-}
-
 TEST(Lzc, FollowsTheClassicTable) {
   int clears = 0;
   int zerosLost = 0;

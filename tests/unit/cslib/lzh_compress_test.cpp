@@ -70,26 +70,6 @@ TEST_F(LzhCompress, PiecesGiveTheSameBits) {
   }
 }
 
-TEST_F(LzhCompress, StreamOfNothingIsOneFixedBlock) {
-  EXPECT_EQ(CompressWhole(*state_, {}, 2), (Bytes{0, 0, 0, 0, 0x12, 0x1F, 0x9D, 2, 0x0C, 0x00, 0x00}));
-}
-
-TEST_F(LzhCompress, IdenticalBytesBecomeFullMatchesAtDistanceOne) {
-  const Bytes data(100000, 'x');
-  const Bytes stream = CompressWhole(*state_, data, 2);
-  EXPECT_TRUE(InflateBlocks(stream, data.size()) == data);
-  // One literal and 387 matches of 258 of about two bits each, and a dynamic header.
-  EXPECT_LT(stream.size(), 8U + 20U + 388U * 2U / 8U + 10U);
-}
-
-TEST_F(LzhCompress, NoiseIsNeverStored) {
-  const Bytes data = MakeData(Kind::kRandom, 65536);
-  const Bytes stream = CompressWhole(*state_, data, 2);
-  EXPECT_TRUE(InflateBlocks(stream, data.size()) == data);
-  EXPECT_GT(stream.size(), data.size());
-  EXPECT_NE((stream[8] >> 3) & 3, 0);  // the type of the first block, behind a preamble of two bits
-}
-
 TEST_F(LzhCompress, LevelsOutOfRangeMeanTwo) {
   const Bytes data = MakeData(Kind::kText, 50000);
   const Bytes expected = CompressWhole(*state_, data, 2);
@@ -129,21 +109,6 @@ TEST_F(LzhCompress, InputBeyondTheDeclaredLengthIsLeft) {
   EXPECT_EQ(Call(4, {5, 6}, 100, LzhOptions(2) & ~CS_INIT), CS_END_OF_STREAM)
       << "and still when called again";
   EXPECT_EQ(read_ + written_, 0);
-}
-
-TEST_F(LzhCompress, NothingIsWrittenWhileTheBlockIsPending) {
-  const Bytes data = MakeData(Kind::kText, 10000);
-  EXPECT_EQ(Call(20000, data, 30000, LzhOptions(2)), CS_END_INBUFFER);
-  EXPECT_EQ(read_, 10000);
-  EXPECT_EQ(written_, 8);
-}
-
-// The writer hands out bytes in pairs and keeps 1 to 16 bits; a stream's call boundaries show it.
-TEST_F(LzhCompress, BytesOfAFlushedBlockComeInPairs) {
-  const Bytes data = MakeData(Kind::kRandom, 40000);
-  EXPECT_EQ(Call(80000, data, 100000, LzhOptions(2)), CS_END_INBUFFER);
-  EXPECT_GT(written_, 16384);
-  EXPECT_EQ(written_ % 2, 0);
 }
 
 TEST_F(LzhCompress, FullOutputStopsTheCallBehindTheFlush) {

@@ -115,31 +115,6 @@ TEST(LzhDecompress, OutputCutAtEveryPosition) {
   }
 }
 
-TEST(LzhDecompress, OneByteOfRoomAsksForMoreUntilTheEnd) {
-  const Bytes data = Text(1000);
-  const Bytes stream = *ZlibStream(data);
-  Driver driver;
-  std::size_t at = 0;
-  for (std::size_t i = 1; i <= data.size(); ++i) {
-    ASSERT_EQ(driver.Call(stream.data() + at, stream.size() - at, 1),
-              i < data.size() ? CS_END_OUTBUFFER : CS_END_OF_STREAM)
-        << i;
-    at += static_cast<std::size_t>(driver.read);
-  }
-  EXPECT_EQ(at, stream.size());
-  EXPECT_TRUE(driver.out == data);
-}
-
-TEST(LzhDecompress, EveryPreambleIsSkipped) {
-  Driver driver;
-  const Bytes data = Text(5000);
-  for (unsigned bits = 0; bits < 4; ++bits) {
-    const Outcome outcome = driver.Decode(*ZlibStream(data, 6, Z_DEFAULT_STRATEGY, bits), 4096, 8192);
-    EXPECT_EQ(outcome.rc, CS_END_OF_STREAM) << bits;
-    EXPECT_TRUE(outcome.out == data) << bits;
-  }
-}
-
 TEST(LzhDecompress, StartCallMaySeeTheHeaderAlone) {
   const Bytes data = Text(100);
   const Bytes stream = *ZlibStream(data);

@@ -5,7 +5,6 @@
 #include <sstream>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <utility>
 
 #include "signing/hash/hash.h"
@@ -148,21 +147,6 @@ TEST(AlgorithmNames, AcceptedForms) {
   for (const auto& [name, id] : rows) EXPECT_EQ(haGetAlgorithm(name.data(), name.size()), id) << name;
   EXPECT_EQ(haGetAlgorithm(nullptr, 6), 0);
   EXPECT_EQ(haGetAlgorithm("SHA2567", 6), 0xA503) << "the length counts, not the zero byte";
-}
-
-TEST(AlgorithmNames, TableOfLengths) {
-  const std::tuple<int, const char*, std::size_t, std::size_t> rows[] = {
-      {0xA501, "MD5", 64, 16},     {0xA502, "SHA1", 64, 20},    {0xA503, "SHA256", 64, 32},
-      {0xA504, "SHA512", 128, 64}, {0xA505, "SHA384", 128, 48}, {0xC320, "CRC32", 4, 4}};
-  for (const auto& [id, name, block, digest] : rows) {
-    HaContext context;
-    ASSERT_EQ(haInit(&context, id), HA_OK);
-    EXPECT_STREQ(haGetAlgorithmName(id), name);
-    EXPECT_EQ(context.blockLength, block);
-    EXPECT_EQ(context.digestLength, digest);
-  }
-  EXPECT_EQ(haGetAlgorithmName(0), nullptr);
-  EXPECT_EQ(haGetAlgorithmName(0xA506), nullptr);
 }
 
 }  // namespace

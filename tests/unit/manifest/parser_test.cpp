@@ -209,15 +209,5 @@ TEST(ManifestParser, ForgedFormatsLeaveNoLoggableWarning) {
   }
 }
 
-TEST(ManifestParser, VerifyWithoutText) {
-  const ManifestContextPtr context = ManifestMakeContext();
-  EXPECT_EQ(ManifestVerify(context.get(), nullptr, 5, nullptr, nullptr, nullptr, {}, 0), SMF_EINVARG);
-  EXPECT_EQ(ManifestGetLastError(context.get()), "No signed manifest file passed");
-  EXPECT_STREQ(ManifestSignatureName(context.get()), "NULL");
-  const std::string text = kSmallDocument + Block("AAAA");
-  EXPECT_EQ(ManifestVerify(context.get(), text.data(), text.size(), nullptr, nullptr, nullptr, {}, 4),
-            SMF_EINVARG);
-}
-
 }  // namespace
 }  // namespace tolven

@@ -57,29 +57,5 @@ TEST(ManifestWriter, MisuseIsRefusedAndRecorded) {
   EXPECT_NE(ManifestGetLastError(context.get()).find("\nError in haUpdate 1"), std::string::npos);
 }
 
-TEST(ManifestWriter, AbandonedFileLeavesNoLine) {
-  const ManifestContextPtr context = ManifestMakeContext();
-  AddFiles(context.get(), {{"a b", "abc"}});
-  ASSERT_EQ(ManifestOpenFile(context.get(), "gone", 4), SMF_OK);
-  ManifestAbandonFile(context.get());
-  EXPECT_EQ(ManifestGetText(context.get()), test::kHeader + test::kAbcLine);
-  EXPECT_EQ(ManifestGetFileCounter(context.get()), 1u);
-}
-
-TEST(ManifestWriter, NullHandleIsTheProcessWideContext) {
-  AddFiles(nullptr, {{"a b", "abc"}});
-  EXPECT_EQ(ManifestGetFileCounter(nullptr), 1u);
-  EXPECT_EQ(ManifestGetText(nullptr), test::kHeader + test::kAbcLine);
-  ManifestClose(nullptr);
-  EXPECT_EQ(ManifestGetText(nullptr), "");
-}
-
-TEST(ManifestWriter, SigningNeedsALibrary) {
-  const ManifestContextPtr context = ManifestMakeContext();
-  AddFiles(context.get(), {{"a b", "abc"}});
-  EXPECT_EQ(ManifestLocalSign(context.get(), nullptr, nullptr, nullptr, nullptr, nullptr), SMF_EINIT);
-  EXPECT_EQ(ManifestGetErrorCategory(context.get()), MANIFEST_CATEGORY_ERROR);
-}
-
 }  // namespace
 }  // namespace tolven
