@@ -1,5 +1,5 @@
 // Archives of the older format: the text header in pieces, then a test of the whole archive. Seeds: what
-// tests/support/make_old_archive.py writes.
+// tests/e2e/make_old_archive.py writes.
 #include <sys/mman.h>
 #include <unistd.h>
 

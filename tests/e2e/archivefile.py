@@ -11,9 +11,9 @@ STREAM_HEADER = struct.Struct("<IBBBB")
 assert HEADER.size == 34
 
 
-def crc(data, register=0):
+def crc(data):
     """The register of the reflected CRC-32, started at 0 and inverted neither before nor after."""
-    return zlib.crc32(data, register ^ 0xFFFFFFFF) ^ 0xFFFFFFFF
+    return zlib.crc32(data, 0xFFFFFFFF) ^ 0xFFFFFFFF
 
 
 # --- Writing.
@@ -42,10 +42,10 @@ def raw_blocks(data, zero_crc=False):
     return blocks_of(chunks, b"UD", b"UE") + end(data, zero_crc)
 
 
-def lzh_blocks(data, zero_crc=False, strategy=zlib.Z_FIXED):
+def lzh_blocks(data, strategy=zlib.Z_FIXED):
     """As version 2.01 has them: every block a stream of its own."""
     chunks = [lzh(data[i:i + BLOCK], strategy=strategy) for i in range(0, len(data), BLOCK)]
-    return blocks_of(chunks, b"DA", b"ED") + end(data, zero_crc)
+    return blocks_of(chunks, b"DA", b"ED") + end(data)
 
 
 def one_stream_blocks(data, piece, strategy=zlib.Z_DEFAULT_STRATEGY):

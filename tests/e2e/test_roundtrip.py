@@ -61,12 +61,6 @@ class Blocks(harness.TolvenTest):
         target = self.extracted("A", count=len(self.files))
         self.assertEqual(harness.snapshot(target), harness.snapshot(self.path("t")))
 
-    def test_preambles_differ_and_nothing_else(self):
-        self.create("../B", ".", cwd="t")
-        pairs = zip(archivefile.read(self.path("A"))[1], archivefile.read(self.path("B"))[1])
-        for first, second in pairs:
-            self.assertEqual((first.name, first.kinds, first.data()), (second.name, second.kinds, second.data()))
-
 
 class Attributes(harness.TolvenTest):
     def test_modes_dates_and_names(self):
@@ -106,19 +100,6 @@ class Attributes(harness.TolvenTest):
     def stored_name(path, what):
         return os.fsencode(path) + (b"|" + os.fsencode(what[1]) if what[0] == "link" else b"")
 
-    def test_links_are_followed_by_default(self):
-        harness.build_tree(self.path("t"), {"d/a": File(b"text", 0o640, 99), "l": Link("d/a"), "dl": Link("d")})
-        self.create("../A", ".", cwd="t")
-        found = harness.snapshot(self.extracted("A", count=5))
-        self.assertEqual(found["l"], found["d/a"])
-        self.assertEqual(found["dl/a"], found["d/a"])
-        self.assertEqual(found["dl"][0], "directory")
-
-    def test_hard_limits_of_the_permission_option(self):
-        harness.build_tree(self.path("t"), {"d/a": File(b"a", 0o640)})
-        self.create("../A", "-p", "4711", "d", cwd="t")
-        found = harness.snapshot(self.extracted("A"))
-        self.assertEqual([found["d"][1], found["d/a"][1]], ["0o4711", "0o4711"])
 
 
 class Changing(harness.TolvenTest):
