@@ -4,7 +4,7 @@ was taken apart and changes it.
 import archivefile
 import signing_support as support
 from archivefile import directory, entry, link, regular
-from signing_support import body_line, pki, signed_document
+from signing_support import body_line
 
 EVIL = b"what nobody signed"
 BIG = b"".join(b"line %d\n" % number for number in range(20000))
@@ -75,11 +75,6 @@ def one_bit_of_many(scene):
     support.put_data(scene.find("d/b"), bytes(changed))
 
 
-def other_data_without_checksum(scene):
-    support.put_data(scene.find("a"), EVIL)
-    scene.find("a").crc = 0
-
-
 def other_data_with_old_checksum(scene):
     old = scene.find("a").crc
     support.put_data(scene.find("a"), EVIL)
@@ -94,17 +89,6 @@ def data_for_an_empty_file(scene):
     support.put_data(scene.find("empty"), EVIL)
 
 
-def without_data(scene):
-    item = scene.find("a")
-    item.size, item.blocks, item.crc = 0, [], None
-
-
-def block_in_front(scene):
-    item = scene.find("a")
-    item.blocks.insert(0, (b"UD", EVIL))
-    item.crc = archivefile.crc(EVIL + b"first")
-
-
 def block_behind(scene):
     """Another end block: the data ends with the first one."""
     place = scene.place("a")
@@ -116,33 +100,28 @@ def swap_equal_names(scene):
     scene.entries[one], scene.entries[two] = scene.entries[two], scene.entries[one]
 
 
-def remove(*names):
+def remove(name, number=0):
     def change(scene):
-        for name, number in names:
-            del scene.entries[scene.place(name, number)]
+        del scene.entries[scene.place(name, number)]
     return change
 
 
-def insert(*items, at=0):
-    def change(scene):
-        scene.entries[at:at] = items
-    return change
+def insert(item, at=0):
+    return lambda scene: scene.entries.insert(at, item)
 
 
-def before_manifest(*items):
-    return insert(*items, at=-1)
+def before_manifest(item):
+    return insert(item, at=-1)
 
 
 def rename(scene):
     scene.find("a").name = b"b"
 
 
-def turn_into_link(scene):
-    scene.entries[scene.place("a")] = link("a", "/etc/passwd")
-
-
-def turn_into_directory(scene):
-    scene.entries[scene.place("a")] = directory("a")
+def turn_into(item):
+    def change(scene):
+        scene.entries[scene.place("a")] = item
+    return change
 
 
 # --- The place of the manifest.
@@ -161,18 +140,8 @@ def behind(content):
     return change
 
 
-def manifest_mode(mode):
-    def change(scene):
-        scene.manifest.mode = mode
-    return change
-
-
-def manifest_name(scene):
-    scene.manifest.name = b"signature.smf"
-
-
-def manifest_without_size(scene):
-    scene.manifest.size = 0
+def manifest_field(field, value):
+    return lambda scene: setattr(scene.manifest, field, value)
 
 
 def empty_manifest_by_type(scene):
@@ -227,11 +196,6 @@ def empty_signature(scene):
     scene.put_document(support.document(scene.document()[0], b""))
 
 
-def crlf_block(scene):
-    signed, _ = scene.document()
-    scene.put_document(signed + scene.manifest.data()[len(signed):].replace(b"\n", b"\r\n"))
-
-
 def crlf_everywhere(scene):
     scene.put_document(scene.manifest.data().replace(b"\n", b"\r\n"))
 
@@ -245,15 +209,6 @@ def signed_anew(*changes, lines=LINES, signature="PKCS7"):
             signed = signed.replace(old, new)
         scene.put_document(support.document(signed, support.openssl_sign(signed)))
     return change
-
-
-def signer(name, **how):
-    return lambda scene: scene.put_document(signed_document(LINES, signer=name, **how))
-
-
-def self_signed(scene):
-    # Without -certfile: the signer's certificate is in the signature anyway.
-    scene.put_document(signed_document(LINES, signer="lonely"))
 
 
 # --- The time stamp.
@@ -300,65 +255,48 @@ NOTHING = frozenset()
 FILE_ATTACKS = [
     Attack("data changed, checksum right", other_data, 57, DIGEST, without("a")),
     Attack("one bit far inside", one_bit_of_many, 57, DIGEST, without("d/b")),
-    Attack("data changed, no checksum", other_data_without_checksum, 57, DIGEST, without("a")),
     Attack("data changed, checksum wrong", other_data_with_old_checksum, 12, "", NOTHING),
     Attack("size 0 over data", size_of_zero, 57, DIGEST, without("a")),
     Attack("data for an empty file", data_for_an_empty_file, 57, DIGEST, without("empty")),
-    Attack("data taken away", without_data, 57, DIGEST, without("a")),
-    Attack("block put in front", block_in_front, 57, DIGEST, without("a")),
     Attack("equal names swapped", swap_equal_names, 57, DIGEST, without("dup")),
-    Attack("first of equal names removed", remove(("dup", 0)), 57, "", without("dup")),
-    Attack("second of equal names removed", remove(("dup", 1)), 58, UNLISTED, ALL),
+    Attack("first of equal names removed", remove("dup"), 57, "", without("dup")),
+    Attack("second of equal names removed", remove("dup", 1), 58, UNLISTED, ALL),
     Attack("third of equal names added", before_manifest(regular("dup", EVIL)), 58, UNLISTED, ALL),
-    Attack("listed file removed", remove(("a", 0)), 58, UNLISTED, without("a")),
-    Attack("listed empty file removed", remove(("empty", 0)), 58, UNLISTED, without("empty")),
+    Attack("listed file removed", remove("a"), 58, UNLISTED, without("a")),
     Attack("file added", before_manifest(regular("more", EVIL)), 58, UNLISTED, ALL),
-    Attack("file added in front", insert(regular("more", EVIL)), 58, UNLISTED, ALL),
     Attack("empty file added", before_manifest(regular("more", b"")), 58, UNLISTED, ALL),
     Attack("file renamed", rename, 58, UNLISTED, without("a")),
     Attack("another spelling of a path", before_manifest(regular("./a", EVIL)), 58, UNLISTED, ALL),
-    Attack("another way to a path", before_manifest(regular("d/../a", EVIL)), 58, UNLISTED, ALL),
-    Attack("absolute path", before_manifest(regular("/a", EVIL)), 58, UNLISTED, ALL),
-    Attack("trailing part of a name", before_manifest(regular("b", EVIL)), 58, UNLISTED, ALL),
     Attack("zero byte in a name", before_manifest(regular(b"a\0more", EVIL)), 58, UNLISTED, ALL),
     Attack("same file with -flat", before_manifest(regular("x/a", EVIL)), 58, UNLISTED,
            frozenset({"a", "b", "dup", "empty", "z"}), ["-flat"]),
     Attack("same file with -lower", before_manifest(regular("A", EVIL)), 58, UNLISTED, ALL, ["-lower"]),
-    Attack("file turned into a link", turn_into_link, 58, UNLISTED, without("a")),
-    Attack("file turned into a directory", turn_into_directory, 58, UNLISTED, without("a")),
+    Attack("file turned into a link", turn_into(link("a", "/etc/passwd")), 58, UNLISTED, without("a")),
+    Attack("file turned into a directory", turn_into(directory("a")), 58, UNLISTED, without("a")),
     Attack("second file of the manifest's name", before_manifest(regular(support.MANIFEST_NAME, EVIL)), 58, UNLISTED,
            ALL),
 ]
 
 PLACE_ATTACKS = [
     Attack("entry behind the manifest", behind(regular("more", EVIL)), 54, MODIFIED),
-    Attack("listed entry behind the manifest", behind(regular("a", b"first")), 54, MODIFIED),
-    Attack("directory behind the manifest", behind(directory("more")), 54, MODIFIED),
     Attack("two manifests", twice, 54, MODIFIED),
     Attack("another manifest by type", behind(entry(b"SM", "X", 0o600, 4, 1, archivefile.raw_blocks(EVIL))), 54,
            MODIFIED),
     Attack("manifest first", manifest_first, 54, MODIFIED),
     Attack("junk behind the manifest", behind(b"\0"), 54, MODIFIED),
-    Attack("blocks behind the manifest", behind(archivefile.raw_blocks(EVIL)), 54, MODIFIED),
     Attack("empty manifest", empty_manifest_by_type, 5),
     Attack("archive cut", cut(1), 5),
-    Attack("manifest with another mode", manifest_mode(0o100600), 59, UNSIGNED),
-    Attack("manifest with one bit more", manifest_mode(0o40601), 59, UNSIGNED),
-    Attack("manifest of another name", manifest_name, 59, UNSIGNED),
-    Attack("manifest without size", manifest_without_size, 59, UNSIGNED),
+    Attack("manifest with another mode", manifest_field("mode", 0o100600), 59, UNSIGNED),
+    Attack("manifest of another name", manifest_field("name", b"signature.smf"), 59, UNSIGNED),
+    Attack("manifest without size", manifest_field("size", 0), 59, UNSIGNED),
     Attack("manifest removed", lambda scene: scene.entries.pop(), 59, UNSIGNED),
 ]
 
 DOCUMENT_ATTACKS = [
     Attack("digest changed", listed_digest, 60, INVALID),
     Attack("name changed", text(b" 0001 a\n", b" 0001 b\n"), 60, INVALID),
-    Attack("version changed", text(b"Version: 1.0", b"Version: 1.1"), 60, INVALID),
     Attack("upper-case digest", lambda scene: scene.replace(LINES[0][:64], LINES[0][:64].upper()), 60, INVALID),
-    Attack("upper-case length", text(b" 0001 a\n", b" 000B a2345678901\n"), 60, INVALID),
-    Attack("three digits of length", text(b" 0001 a\n", b" 001 a\n"), 54, PARSER),
-    Attack("zero byte in a listed name", text(b" 0001 a\n", b" 0002 a\0\n"), 54, PARSER),
     Attack("line added", text(b"| Name\n\n", b"| Name\n\n" + body_line("more", EVIL)), 60, INVALID),
-    Attack("line removed", text(LINES[0], b""), 60, INVALID),
     Attack("forged list under PKCS7", forged_list("PKCS7"), 60, INVALID),
     Attack("forged list under PKCS7-TSTAMP", forged_list("PKCS7-TSTAMP"), 60, INVALID),
     Attack("forged list under no format", forged_list("NONE"), 60, "The signature format is invalid"),
@@ -368,33 +306,19 @@ DOCUMENT_ATTACKS = [
     Attack("no signature block", no_signature, 54, DECODER),
     Attack("empty signature block", empty_signature, 54, DECODER),
     Attack("no base64", text(b"SIGNATURE-----\nM", b"SIGNATURE-----\n*"), 54, DECODER),
-    Attack("CR LF in the block", crlf_block, 54, DECODER),
     Attack("CR LF everywhere", crlf_everywhere, 54, PARSER),
-    Attack("blank behind the magic", text(b"QEL-MANIFEST\n", b"QEL-MANIFEST \n"), 54, PARSER),
-    Attack("blank line in front", text(b"QEL-MANIFEST\n", b"\nQEL-MANIFEST\n"), 54, PARSER),
 ]
 
 SIGNER_ATTACKS = [
     Attack("list of another archive", signed_anew(lines=[body_line("other", b"other")]), 58, "", NOTHING),
-    Attack("list of nothing", signed_anew(lines=[]), 58, "", NOTHING),
     Attack("list of more", signed_anew(lines=LINES + [body_line("more", EVIL)]), 58, UNLISTED, ALL),
     Attack("list of less", signed_anew(lines=LINES[1:]), 58, UNLISTED, without("a")),
     Attack("signed: three digits of length", signed_anew((b" 0001 a\n", b" 001 a\n")), 54, PARSER),
     Attack("signed: zero byte in a name", signed_anew((b" 0001 a\n", b" 0002 a\0\n")), 54, PARSER),
     Attack("signed: length beyond the line", signed_anew((b" 0001 a\n", b" 7fff a\n")), 54, PARSER),
-    Attack("signed: negative length", signed_anew((b" 0001 a\n", b" ffff a\n")), 54, PARSER),
-    Attack("signed: no length", signed_anew((b" 0001 a\n", b" 0000 \n")), 54, PARSER),
     Attack("signed: unknown digest", signed_anew((b"Hash: SHA256", b"Hash: SHA255")), 54, PARSER),
     Attack("signed: two digests", signed_anew((b"Hash: SHA256", b"Hash: SHA256\nHash: MD5")), 54, PARSER),
-    Attack("signed: no title", signed_anew((b"Body:", b"Bodx:")), 54, PARSER),
     Attack("promised time stamp is missing", signed_anew(signature="PKCS7-TSTAMP"), 60, INVALID),
-    Attack("self-signed, certificate brought along", self_signed, 60, INVALID),
-    Attack("signer of another authority", signer("stranger", certificates="foreign.crt"), 60, INVALID),
-    Attack("signer for mail", signer("mailer"), 60, INVALID),
-    Attack("signer for time stamps", signer("tsa"), 60, INVALID),
-    Attack("expired signer", signer("expired"), 60, INVALID),
-    Attack("signer of tomorrow", signer("future"), 60, INVALID),
-    Attack("revoked signer", signer("revoked"), 61, "Signer Certificate revoked", None, ["-crl", pki("fresh.crl")]),
     Attack("token stripped", strip_token, 60, INVALID, stamped=True),
     Attack("token stripped, format changed", strip_token_and_say_so, 60, INVALID, stamped=True),
     Attack("format changed", text(b"PKCS7-TSTAMP", b"PKCS7"), 60, INVALID, stamped=True),

@@ -2,19 +2,15 @@
 list, test and extract, and extraction must leave nothing but files that are what was signed.
 """
 import os
-import sys
 
 import archivefile
 import harness
 import signing_support as support
 from archivefile import directory, link
 from attack_table import (DOCUMENT_ATTACKS, ENTRIES, FILE_ATTACKS, FILES, PLACE_ATTACKS, SIGNER_ATTACKS, UNSIGNED, Scene,
-                          before_manifest, block_behind, insert, signed_anew)
+                          block_behind, insert, signed_anew)
 from harness import Directory
 from signing_support import pki
-
-sys.path.insert(0, os.path.join(support.SOURCE, "tests", "support"))
-import make_old_archive
 
 _made = {}  # "plain" and "stamped": the archive of ENTRIES; "other": the manifest of another one
 
@@ -129,12 +125,6 @@ class Extraction(AttackTest):
                     # A link in front of the file it is named like gives way without a word.
                     self.assertIn(run.code, (36, 0) if at == 0 else (36,), run)
 
-    def test_links_of_an_older_extraction(self):
-        run, found = self.extract(before_manifest(link("l", "a")))
-        self.assertEqual((run.code, found), (0, FILES), run)
-        run = self.run_tolven("-xVf", "A", "-R", "out")
-        self.assertEqual((run.code, os.readlink(self.path("out/l"))), (0, "a"), run)
-
     def test_a_link_for_a_directory(self):
         os.mkdir(self.path("outside"))
 
@@ -156,25 +146,6 @@ class Extraction(AttackTest):
 
 
 class Disguise(AttackTest):
-    def test_old_format(self):
-        """An archive of the older format has no signature, whatever it is called."""
-        for data, crc in ((b"first", None), (b"first", 1)):
-            item = make_old_archive.file_entry("a", 0o644, 1000000000, data)
-            if crc is not None:
-                item.line = make_old_archive.entry_line("F", "a", 0o644, len(item.stream), len(data), 1000000000, crc)
-            self.write("A", make_old_archive.build([item]))
-            if crc is None:  # it is a good one
-                self.assertEqual(self.run_tolven("-xf", "A", "-R", self.fresh("out")).code, 0)
-                self.assertEqual(harness.contents(self.path("out")), {"a": b"first"})
-            for command in ("-tVf", "-dVf", "-xVf"):
-                where = ["-R", self.fresh("out")] if command == "-xVf" else []
-                run = self.run_tolven(command, "A", *where)
-                if crc is None or command == "-tVf":
-                    self.assertEqual(run.code, 59, run)
-                    self.assertEqual(run.lines[-1], "TOLVEN: A is not digitally signed (error 59). ")
-                else:
-                    self.assertNotIn(run.code, (0, 59), run)
-            self.assertEqual(os.listdir(self.path("out")), [])
 
     def test_nothing(self):
         for content in (archivefile.archive(), b"ORV 2.00", archivefile.archive(b"XY" + bytes(40))):
