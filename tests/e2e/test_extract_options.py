@@ -103,13 +103,6 @@ class Target(harness.TolvenTest):
         self.expect("-xvf A -R out", [LINE % "A"] + ["x " + name for name in names] + ["TOLVEN: 3 file(s) extracted"])
         self.expect("-dvf A", [LINE % "A"] + ["t " + name for name in names] + ["TOLVEN: 3 file(s) tested"])
 
-    def test_testing_touches_nothing(self):
-        self.write("A", archive(directory("d"), regular("d/a", b"1"), link("l", "d"), regular("A", b"2"),
-                                regular("B/c", b"")))
-        before = harness.snapshot(self.dir)
-        self.expect("-df A", [LINE % "A", "TOLVEN: 5 file(s) tested"])
-        self.assertEqual(harness.snapshot(self.dir), before)
-
     def test_directories(self):
         self.write("A", archive(
             directory("d", 0o40711, 1000), regular("d/s/a", b"1"), directory("d/s", 0o40555, 2000),
@@ -124,15 +117,11 @@ class Target(harness.TolvenTest):
     def test_modes_of_directories_that_were_there(self):
         self.write("A", archive(directory("old", 0o40711, 1000), directory("new", 0o40711, 1000),
                                 regular("old/a", b"1")))
-        for options, old in (("", "0o711"), ("-h", "0o750"), ("-j", "0o750"), ("-v -h", "0o750")):
-            harness.build_tree(self.fresh("out"), {"old": Directory(0o750)})
-            self.assertEqual(self.run_tolven("-xf", "A", "-R", "out", *options.split()).code, 0)
-            found = harness.snapshot(self.path("out"))
-            self.assertEqual((found["old"][1:], found["new"][1:]), ((old, 1000), ("0o711", 1000)), options)
-        for letters in ("-xhf", "-xjf"):
+        for letters, old in (("-xf", "0o711"), ("-xhf", "0o750"), ("-xjf", "0o750")):
             harness.build_tree(self.fresh("out"), {"old": Directory(0o750)})
             self.assertEqual(self.run_tolven(letters, "A", "-R", "out").code, 0)
-            self.assertEqual(harness.snapshot(self.path("out"))["old"][1], "0o750")
+            found = harness.snapshot(self.path("out"))
+            self.assertEqual((found["old"][1:], found["new"][1:]), ((old, 1000), ("0o711", 1000)), letters)
 
     def test_what_is_replaced(self):
         self.write("A", archive(regular("a", b"new", 0o100640, 1000)))
@@ -178,13 +167,6 @@ class Target(harness.TolvenTest):
                                          "TOLVEN: can not create directory f (error 3). Not a directory"], 3)
             self.assertEqual(harness.contents(self.path("out")), {"f": b"old"})
 
-    def test_links_are_replaced(self):
-        self.write("A", archive(link("l", "target")))
-        for before in (Link("old"), Link("dir"), "a file", Link("l")):
-            harness.build_tree(self.fresh("out"), {"dir": Directory(), "l": before})
-            self.expect("-xf A -R out", [LINE % "A", "TOLVEN: 1 file(s) extracted"])
-            self.assertEqual(os.readlink(self.path("out/l")), "target")
-
     def test_names_too_long_for_the_disk(self):
         self.write("A", archive(regular("n" * 255, b"1"), regular("\u20ac" * 85, b"2"), regular("n" * 256, b"3")))
         run = self.run_tolven("-xf", "A", "-R", self.fresh("out"))
@@ -212,13 +194,14 @@ class Failures(harness.TolvenTest):
         self.expect(["-df", "A B"], lines, 12)
 
     def test_a_failing_link_does_not_end_it(self):
-        self.write("A", archive(entry(b"LK", "nobar", 0o120777), regular("a", b"1")))
         self.write("B", archive(regular("b", b"3")))
-        self.fresh("out")
-        self.expect(["-xf", "A B", "-R", "out"], [
-            LINE % "A", "TOLVEN: could not create symbolic link (error 36). nobar",
-            "TOLVEN: not all files could be extracted", LINE % "B", "TOLVEN: 1 file(s) extracted"], 36)
-        self.assertEqual(harness.contents(self.path("out")), {"a": b"1", "b": b"3"})
+        for name in ("nobar", "l|", "|t"):
+            self.write("A", archive(entry(b"LK", name, 0o120777), regular("a", b"1")))
+            self.fresh("out")
+            self.expect(["-xf", "A B", "-R", "out"], [
+                LINE % "A", "TOLVEN: could not create symbolic link (error 36). " + name.split("|")[0],
+                "TOLVEN: not all files could be extracted", LINE % "B", "TOLVEN: 1 file(s) extracted"], 36)
+            self.assertEqual(harness.contents(self.path("out")), {"a": b"1", "b": b"3"})
 
     @staticmethod
     def small_files():
@@ -244,16 +227,6 @@ class Failures(harness.TolvenTest):
                 run = self.run_tolven(command, "A", "noise", preexec=self.small_files)
                 self.assertEqual((run.code, run.lines), (4, ["TOLVEN: error writing to A (error 4). File too large"]))
                 self.assertFalse(os.path.exists(self.path("A")))
-
-    def test_a_full_device(self):
-        self.write("a", "text")
-        if not os.path.exists("/dev/full"):
-            self.skipTest("no /dev/full")
-        os.symlink("/dev/full", self.path("A"))
-        # The device itself is not removed, only the name that was given for it.
-        self.expect("-cf A a", ["TOLVEN: error writing to A (error 4). No space left on device"], 4)
-        self.assertTrue(os.path.exists("/dev/full"))
-        self.assertFalse(os.path.lexists(self.path("A")))
 
     @harness.not_as_root
     def test_directories_that_must_not_be_written(self):

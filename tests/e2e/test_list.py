@@ -2,7 +2,6 @@
 import os
 import re
 
-import archivefile
 import harness
 from archivefile import archive, directory, entry, link, regular
 
@@ -63,21 +62,9 @@ class Lines(harness.TolvenTest):
         self.assertEqual(self.listed(regular(b"short\0rest", b""))[0][44:], "short")
         self.assertEqual(self.listed(entry(b"RG", "cut", 0o644, name_length=2, data=b"")[:36])[0][44:], "cu")
 
-    def test_version(self):
-        self.assertEqual(len(self.listed(directory("d"), version=b"2.00")), 1)
-
     def test_flat_changes_the_shown_names(self):
         self.assertEqual([line[44:] for line in self.listed(directory("a/b"), link("a/l", "x/y"), args=["-flat"])],
                          ["b", "l|x/y"])
-
-    def test_a_listing_of_the_program_itself(self):
-        harness.build_tree(self.path("t"), {"d/f": harness.File(b"x" * 70000, 0o751, 0), "l": harness.Link("d")})
-        self.expect(["-crf", self.path("A"), "d/f", "l"], [], cwd="t")
-        lines = self.run_tolven("-tf", "A").lines
-        self.assertEqual(lines[1], "-rwxr-x--x       70000    01 Jan 1970 00:00 d/f")
-        self.assertRegex(lines[2], r"^lrwxrwxrwx           0    \d\d \w{3} \d{4} \d\d:\d\d l\|d$")
-        self.expect(["-cf", "B", "-p", "600", "t/d"], [])
-        self.assertEqual([line[:10] for line in self.run_tolven("-tf", "B").lines[1:]], ["drw-------", "-rw-------"])
 
 
 class SpaceReport(harness.TolvenTest):

@@ -262,19 +262,6 @@ class Letters(TrustTest):
             self.expect([*command, "A", "-key", pki("signer.pse"), *DATA], [])
             self.accepted("A")
 
-    def test_merge(self):
-        self.create("B", "a")
-        for args in ("signed B", "B signed"):
-            before = {name: harness.read_file(self.path(name)) for name in ("signed", "B")}
-            self.refused(["-mf", args], 53, "TOLVEN: signed archives must not be merged")
-            for name, content in before.items():
-                self.assertEqual(harness.read_file(self.path(name)), content)
-        for letters in ("-mVf", "-mSf"):
-            self.refused([letters, "plain B"], 53, "TOLVEN: no signatures supported for merging")
-
-    def test_sign_takes_no_names(self):
-        self.refused("-Sf plain a", 20, "TOLVEN: additionally files are not allowed for signing an archive")
-
     def test_sign_needs_an_archive(self):
         self.write("text", "no archive at all")
         self.assertNotEqual(self.run_tolven("-Sf", "text", "-key", pki("signer.pse")).code, 0)
