@@ -86,7 +86,6 @@ class Run {
   CmdOptions& Options() { return CProcessor::GetTheProcessor()->CmdLine().MutableOptions(); }
   const std::string& Output() const { return m_log->GetOutput(); }
   int ExitCode() const { return CProcessor::GetTheProcessor()->ExitCode(); }
-  const std::string& Directory() const { return m_directory; }
   // Opens an archive of these bytes.
   CArchive& Open(const std::string& bytes) {
     m_archive.reset();

@@ -82,13 +82,7 @@ Verdict Verify(const std::string& content, const std::string& signature, const s
   EXPECT_EQ(list->count, 1U);
   const SigRcpDkvInfo& info = *list->entries[0];
   verdict.result = info.result;
-  verdict.detail = info.detail;
-  verdict.id = info.id;
   verdict.subject = info.subject;
-  verdict.issuer = info.issuer;
-  verdict.certificate = Copy(info.certificate);
-  verdict.issuerCertificate = Copy(info.issuerCertificate);
-  verdict.signingTime = info.signingTime;
   verdict.tokenPresent = info.tokenPresent;
   verdict.tokenResult = info.tokenResult;
   verdict.tokenTime = info.tokenTime;

@@ -33,9 +33,7 @@ SignerEntry Entry(const std::string& profile, const char* password = nullptr);
 struct Verdict {
   int rc = -1;
   int result = -1;
-  int detail = -1;
-  std::string id, subject, issuer, certificate, issuerCertificate;
-  std::int64_t signingTime = -1;
+  std::string subject;
   int tokenPresent = -1;
   int tokenResult = -1;
   std::int64_t tokenTime = -1;

@@ -40,10 +40,9 @@ class Loader : public ::testing::Test {
   }
   void TearDown() override {
     DkvSupEnd(&m_table);
-    DkvSupConfigureFips(false);
   }
-  int Load(const char* name, unsigned level = kDkvLevelAll) {
-    return DkvSupInitEx(name, &m_table, OnError, OnMessage, level);
+  int Load(const char* name) {
+    return DkvSupInitEx(name, &m_table, OnError, OnMessage, kDkvLevelAll);
   }
   static bool Said(const std::string& text) {
     return std::find(messages.begin(), messages.end(), text) != messages.end();
@@ -62,23 +61,6 @@ TEST_F(Loader, MissingLibrary) {
   EXPECT_EQ(Load(nullptr), 10);
   // A failed load may be tried again with another name.
   EXPECT_EQ(Load(tiny_own_FILE), 5);
-}
-
-TEST_F(Loader, LackingFunctionsLeaveTheRestUsable) {
-  EXPECT_EQ(Load(tiny_own_FILE), 5);
-  EXPECT_EQ(messages[0], "= found SECUDIR environment variable\n");
-  EXPECT_EQ(messages[1], "\n===...DKV library " tiny_own_FILE " loaded successfully.\n");
-  EXPECT_EQ(messages[2], "===...DkvVersion loaded successfully.\n");
-  EXPECT_EQ(messages[3], "===... could not load function DkvEncode from DKV library.\n");
-  EXPECT_EQ(messages.size(), 2 + kDkvRowCount);
-  for (std::size_t i = 0; i < kDkvRowCount; ++i) {
-    EXPECT_EQ(m_table.loaded[i], m_table.functions[i] != nullptr) << kDkvRows[i].name;
-  }
-  EXPECT_TRUE(m_table.loaded[static_cast<std::size_t>(DkvRow::DkvRcName)]);
-  EXPECT_FALSE(m_table.loaded[static_cast<std::size_t>(DkvRow::DkvSign)]);
-  EXPECT_EQ(errors.front(), "5 DkvEncode");
-  EXPECT_EQ(DkvSupToolkitVersionString(&m_table), "tiny");
-  EXPECT_EQ(DkvSupGetVantaCryptoLibVersionString(&m_table), "QELCRYPTOLIB tiny");
 }
 
 TEST_F(Loader, RefusingLibrary) {

@@ -25,7 +25,6 @@ class Args {
 
   int Count() const { return static_cast<int>(m_texts.size()); }
   char** Vector() { return m_pointers.data(); }
-  const std::string& Text(std::size_t i) const { return m_texts[i]; }
 
  private:
   std::vector<std::string> m_texts;
