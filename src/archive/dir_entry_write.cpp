@@ -1,5 +1,6 @@
 // Entries on their way into an archive.
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
@@ -58,9 +59,21 @@ bool CDirEntry::ProcessOptions() {
   return false;
 }
 
-// The object could not be examined: a link without a target, or something that vanished or is out of reach.
+bool CDirEntry::OpenSource() {
+  const SourceKind kind = GetSourceKind();
+  if (kind.type == 0) return true;
+  const int follow = m_pTheProcessor->Options().resolveLinks ? 0 : O_NOFOLLOW;
+  errno = 0;
+  m_source = UniqueFd(open(m_path.c_str(), kind.flags | follow | O_CLOEXEC));
+  return static_cast<bool>(m_source);
+}
+
+// The object could not be opened: a link without a target, or something that vanished or is out of reach.
 void CDirEntry::ReportUnknown(int systemError) {
-  if (!m_pTheProcessor->Options().resolveLinks || !CheckIfIsSymlink(m_path)) {
+  strFileInformation target;
+  const bool isBrokenLink = m_pTheProcessor->Options().resolveLinks && CheckIfIsSymlink(m_path) &&
+                            !CUtils::GetFileInformation(m_path, target, true);
+  if (!isBrokenLink) {
     ReportUnreadable(systemError);
     return;
   }
@@ -78,11 +91,18 @@ bool CDirEntry::AddToArchive(CArchive* archive) {
   if (ProcessOptions()) return false;
   // A bar in a link's own path would be taken for the one in front of the target.
   const bool ambiguous = IsLink() && m_storedName.find('|') != std::string::npos;
-  ResolveLink();
+  const std::uint32_t type = GetSourceKind().type;
   EntryHeader header;
-  if (!FillEntryHeader(header)) {
+  if (!OpenSource() || !FillEntryHeader(header)) {
     ReportUnknown(errno);
-  } else if (m_storedName.size() + 1 > kMaxNameLength) {
+    return false;
+  }
+  if (type != 0 && (header.mode & kModeTypeMask) != type) {
+    m_pTheProcessor->FileNotAvail(m_path, "replaced while being archived");
+    return false;
+  }
+  ResolveLink();
+  if (m_storedName.size() + 1 > kMaxNameLength) {
     m_pTheProcessor->FileNotAvail(m_path, "name too long");
   } else if (ambiguous) {
     m_pTheProcessor->FileNotAvail(m_path, "link name contains \"|\"");
@@ -97,8 +117,7 @@ bool CDirEntry::AddToArchive(CArchive* archive) {
 void CDirEntry::WriteFile(CArchive* archive, EntryHeader& header) {
   CFileStream file;
   errno = 0;
-  file.Open(m_path, kOpenRead, 0);
-  if (!file.Open()) {
+  if (!file.Attach(m_source.Release(), kOpenRead)) {
     ReportUnreadable(errno);
     return;
   }

@@ -66,8 +66,9 @@ bool CFileStream::Open() const {
   return m_file != nullptr;
 }
 
-bool CFileStream::Attach(int descriptor) {
-  m_file.reset(fdopen(descriptor, "w"));
+bool CFileStream::Attach(int descriptor, unsigned int mode) {
+  const bool reading = mode == kOpenRead;
+  m_file.reset(fdopen(descriptor, reading ? "r" : "w"));
   m_direction = Direction::kNone;
   if (m_file == nullptr) {
     m_lastError = errno;
@@ -75,7 +76,7 @@ bool CFileStream::Attach(int descriptor) {
     errno = m_lastError;
     return false;
   }
-  std::setvbuf(m_file.get(), nullptr, _IONBF, 0);
+  if (!reading) std::setvbuf(m_file.get(), nullptr, _IONBF, 0);
   return true;
 }
 

@@ -33,9 +33,10 @@ class CFileStream {
   // True iff a file is open.
   [[nodiscard]] virtual bool Open() const;
 
-  // Takes over an open descriptor for writing; the stream closes it. False (and the descriptor closed) on
-  // failure. Such a stream writes through: each Write is one system call, so write large pieces.
-  [[nodiscard]] bool Attach(int descriptor);
+  // Takes over an open descriptor, for writing or (kOpenRead) for reading; the stream closes it. False (and
+  // the descriptor closed) on failure. Such a stream writes through: each Write is one system call, so write
+  // large pieces.
+  [[nodiscard]] bool Attach(int descriptor, unsigned int mode = kOpenCreate);
   // The descriptor of the open file, -1 when closed.
   [[nodiscard]] int Descriptor() const;
   // Pushes buffered bytes to the file. False when closed or on failure.

@@ -19,6 +19,14 @@ bool IsLinkMode(std::uint32_t mode) {
   return (mode & S_IFMT) == S_IFLNK;
 }
 
+strFileInformation Information(const struct stat& status) {
+  return {.mode = status.st_mode,
+          .size = static_cast<std::uint64_t>(status.st_size),
+          .mtime = status.st_mtime,
+          .device = status.st_dev,
+          .inode = status.st_ino};
+}
+
 static_assert(S_IFLNK == kAttrLink && S_IFREG == kAttrRegular,
               "the scan's attributes are the system's types");
 
@@ -89,12 +97,14 @@ bool CUtils::IsLink(const std::string& path) {
 bool CUtils::GetFileInformation(const std::string& path, strFileInformation& info, bool followLinks) {
   struct stat status;
   const int result = followLinks ? stat(path.c_str(), &status) : lstat(path.c_str(), &status);
-  if (result != 0) return false;
-  info.mode = status.st_mode;
-  info.size = static_cast<std::uint64_t>(status.st_size);
-  info.mtime = status.st_mtime;
-  info.device = status.st_dev;
-  info.inode = status.st_ino;
+  if (result == 0) info = Information(status);
+  return result == 0;
+}
+
+bool CUtils::GetFileInformation(int descriptor, strFileInformation& info) {
+  struct stat status;
+  if (fstat(descriptor, &status) != 0) return false;
+  info = Information(status);
   return true;
 }
 
