@@ -94,7 +94,11 @@ void CExtractTarget::AddDirectory(const std::string& path, const std::string& na
   // A link that was there before stands for a directory of somebody else: its date and mode are not ours.
   struct stat status {};
   if (!created && m_root.Status(path, status) && S_ISLNK(status.st_mode)) return;
-  m_directories.push_back({path, name, mode, mtime, created});
+  const auto earlier = m_directories.find(path);
+  const bool setMode = created || m_options.changeDirPermissions ||
+                       (earlier != m_directories.end() && earlier->second.setMode);
+  if (setMode && !created) m_root.OpenToOwner(path);
+  m_directories.insert_or_assign(path, DirectoryRecord{name, mode, mtime, setMode});
 }
 
 void CExtractTarget::AddLink(const std::string& path, const std::string& target, const std::string& name) {
@@ -145,19 +149,13 @@ void CExtractTarget::DropLinks() {
 }
 
 void CExtractTarget::FinishDirectories() {
-  std::optional<CExcept> failure;
-  const std::vector<DirectoryRecord> records = std::move(m_directories);
-  m_directories.clear();
-  for (auto record = records.rbegin(); record != records.rend(); ++record) {
-    if (!m_root.SetDirectoryDate(record->path, record->mtime)) {
-      CChgDateExcept error(record->name);
-      if (!failure) failure = error;
-    }
-    const bool setMode = m_options.changeDirPermissions || record->created;
-    if (setMode && !m_root.SetDirectoryMode(record->path, record->mode)) {
-      CChgModExcept error(record->name);
-      if (!failure) failure = error;
-    }
+  std::optional<CExcept> failure;  // the first; making another one would change the exit code
+  const auto records = std::exchange(m_directories, {});
+  for (auto place = records.rbegin(); place != records.rend(); ++place) {
+    const auto& [path, record] = *place;
+    if (!m_root.SetDirectoryDate(path, record.mtime) && !failure) failure = CChgDateExcept(record.name);
+    if (!record.setMode || m_root.SetDirectoryMode(path, record.mode) || failure) continue;
+    failure = CChgModExcept(record.name);
   }
   if (failure) throw CExcept(*failure);
 }

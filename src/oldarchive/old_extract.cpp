@@ -72,6 +72,7 @@ bool Extraction::ExtractDirectory(const FileInfo& info, const std::string& path,
   std::string failed;
   errno = 0;
   if (!m_root.MakeDirectory(path, created, failed)) return DirectoryFailure(failed, error, text);
+  if (!created && m_app.changeDirModes) m_root.OpenToOwner(path);
   m_directories.push_back(
       {path, info.mtime, info.mode & kOldModePermissions, created || m_app.changeDirModes});
   return true;
