@@ -2,7 +2,7 @@ add_library(tolven_static STATIC embedded.cpp)
 tolven_options(tolven_static)
 target_include_directories(tolven_static PUBLIC
   "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>" "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
-foreach(floor IN ITEMS cslib hash smf_names report fileio dkv cmdline manifest run archive oldarchive signing commands app)
+foreach(floor IN ITEMS cslib hash report fileio dkv cmdline manifest run archive oldarchive signing commands app)
   get_target_property(type tolven_${floor} TYPE)
   if(type STREQUAL "STATIC_LIBRARY")
     target_sources(tolven_static PRIVATE "$<TARGET_OBJECTS:tolven_${floor}>")

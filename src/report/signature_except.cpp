@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "report/except.h"
-#include "signing/names/smf_names.h"
+#include "report/code_names.h"
 
 // The two exceptions of signed archives: their texts are chosen by the codes of two libraries.
 namespace tolven {
