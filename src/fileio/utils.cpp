@@ -117,8 +117,9 @@ void CUtils::SetFileDateWrapper(const std::string& path, std::uint32_t mode, std
 double CUtils::GetDiskFreeSpace(const std::string& path) {
   struct statvfs status;
   if (statvfs(path.c_str(), &status) != 0) return -1.0;
+  // f_bsize is what the file system likes to be given at once; it counts in f_frsize.
   return static_cast<double>(std::uint64_t{status.f_bavail}) *
-         static_cast<double>(std::uint64_t{status.f_bsize});
+         static_cast<double>(std::uint64_t{status.f_frsize});
 }
 
 bool CUtils::CmpFS(const std::string& pathA, const std::string& pathB) {
