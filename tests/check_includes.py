@@ -15,7 +15,7 @@ ALLOWED = {
     "fileio": ["report"],
     "signing/crypto": ["signing/names"],
     "cmdline": ["fileio", "report"],
-    "signing/manifest": ["signing/crypto", "signing/hash", "signing/names"],
+    "signing/manifest": ["report", "signing/crypto", "signing/hash", "signing/names"],
     "main/run": ["cmdline", "fileio", "report"],
     "archive": ["main/run", "cmdline", "fileio", "report", "cslib", "signing/manifest", "signing/names"],
     "oldarchive": ["main/run", "cmdline", "fileio", "report", "cslib"],

@@ -10,6 +10,7 @@
 
 #include "fileio/disk_probe.h"
 #include "report/except.h"
+#include "report/show_text.h"
 #include "report/system_error.h"
 
 namespace tolven {
@@ -125,8 +126,8 @@ double CUtils::GetDiskFreeSpace(const std::string& path) {
 bool CUtils::CmpFS(const std::string& pathA, const std::string& pathB) {
   struct statvfs a;
   struct statvfs b;
-  if (statvfs(pathA.c_str(), &a) != 0) throw CExcept("TOLVEN: statvfs returned error for " + pathA);
-  if (statvfs(pathB.c_str(), &b) != 0) throw CExcept("TOLVEN: statvfs returned error for " + pathB);
+  if (statvfs(pathA.c_str(), &a) != 0) throw CExcept("TOLVEN: statvfs returned error for " + ShowText(pathA));
+  if (statvfs(pathB.c_str(), &b) != 0) throw CExcept("TOLVEN: statvfs returned error for " + ShowText(pathB));
   return a.f_fsid == b.f_fsid;
 }
 
