@@ -11,6 +11,7 @@
 #include "fileio/utils.h"
 #include "report/except.h"
 #include "report/run_status.h"
+#include "report/show_text.h"
 #include "report/system_error.h"
 
 namespace tolven {
@@ -55,7 +56,7 @@ bool CDirEntry::ProcessOptions() {
   std::string newName;
   if (m_pTheProcessor->CmdLine().FindNewName(m_storedName, newName)) m_storedName = newName;
   if (options.printStatistics) m_pTheProcessor->Statistics().CountFile();
-  if (options.verbose) PrintLine((m_pTheProcessor->ScanOnly() ? "t " : "a ") + m_path);
+  if (options.verbose) PrintLine((m_pTheProcessor->ScanOnly() ? "t " : "a ") + ShowText(m_path));
   return false;
 }
 
@@ -127,13 +128,14 @@ void CDirEntry::WriteFile(CArchive* archive, EntryHeader& header) {
   ManifestContext* manifest = archive->Manifest();
   if (DoManifestAPI()) {
     CheckManifest(manifest, ManifestOpenFile(manifest, m_storedName.data(), m_storedName.size()),
-                  "TOLVEN: Cannot hash file " + m_path);
+                  "TOLVEN: Cannot hash file " + ShowText(m_path));
   }
   if (!header.IsEmpty()) {
     m_pCompressStrategy->SetDirectoryEntry(this);
     m_pCompressStrategy->execute(archive);
   } else if (DoManifestAPI()) {
-    CheckManifest(manifest, ManifestUpdateFile(manifest, nullptr, 0), "TOLVEN: Cannot hash file " + m_path);
+    CheckManifest(manifest, ManifestUpdateFile(manifest, nullptr, 0),
+                  "TOLVEN: Cannot hash file " + ShowText(m_path));
   }
   m_pStream = nullptr;
   if (DoManifestAPI()) CloseManifestFile(manifest);
@@ -141,7 +143,7 @@ void CDirEntry::WriteFile(CArchive* archive, EntryHeader& header) {
 
 void CDirEntry::CloseManifestFile(ManifestContext* manifest) {
   const int code = ManifestCloseFile(manifest);
-  std::string detail = "TOLVEN: Manifest file hash creation invalid for " + m_path;
+  std::string detail = "TOLVEN: Manifest file hash creation invalid for " + ShowText(m_path);
   if (m_pTheProcessor->Options().verbose) detail += " Error \n" + ManifestGetLastError(manifest);
   CheckManifest(manifest, code, detail);
   m_signed = true;

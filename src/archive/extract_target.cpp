@@ -10,6 +10,7 @@
 #include "fileio/utils.h"
 #include "report/except.h"
 #include "report/run_status.h"
+#include "report/show_text.h"
 
 namespace tolven {
 
@@ -41,7 +42,8 @@ std::string CExtractTarget::PathFor(const std::string& shownName) const {
   if (m_options.noPathValidation) return path;
   CUtils::ValidateFilePath(path);
   // Two names may become one path this way: nobody should have to find out from a missing file.
-  if (LosesComponents(shownName)) PrintLine("TOLVEN: " + shownName + " is extracted as " + path);
+  if (LosesComponents(shownName))
+    PrintLine("TOLVEN: " + ShowText(shownName) + " is extracted as " + ShowText(path));
   return path;
 }
 
@@ -49,7 +51,8 @@ std::unique_ptr<CPendingFile> CExtractTarget::OpenFile(const std::string& path, 
   DropLink(path);
   struct stat status {};
   if (m_options.forceExtraction && m_root.Status(path, status) && !m_root.Remove(path)) {
-    throw CExcept("TOLVEN: force mode (option -j): could not delete " + name, kErrorTemporaryFile, true);
+    throw CExcept("TOLVEN: force mode (option -j): could not delete " + ShowText(name), kErrorTemporaryFile,
+                  true);
   }
   auto file = std::make_unique<CPendingFile>(m_root, path);
   std::string failed;
@@ -59,7 +62,8 @@ std::unique_ptr<CPendingFile> CExtractTarget::OpenFile(const std::string& path, 
     case CPendingFile::Step::kParents:
       throw CCreateDirExcept(failed);
     default:
-      throw CExcept("TOLVEN: could not create a temporary file for " + name, kErrorTemporaryFile, true);
+      throw CExcept("TOLVEN: could not create a temporary file for " + ShowText(name), kErrorTemporaryFile,
+                    true);
   }
 }
 
@@ -77,7 +81,7 @@ void CExtractTarget::CommitFile(CPendingFile& file, std::uint32_t mode, std::int
     case CPendingFile::Step::kDate:
       throw CChgDateExcept(name);
     case CPendingFile::Step::kRename:
-      throw CExcept("TOLVEN: could not open for writing " + name);
+      throw CExcept("TOLVEN: could not open for writing " + ShowText(name));
     default:
       throw CWriteExcept(name);
   }
@@ -161,7 +165,7 @@ void CExtractTarget::FinishDirectories() {
 }
 
 void ReportLinkFailure(const std::string& name) {
-  PrintLine("TOLVEN: could not create symbolic link (error 36). " + name);
+  PrintLine("TOLVEN: could not create symbolic link (error 36). " + ShowText(name));
   CExcept::NotifyProcessor(kErrorLink);
 }
 

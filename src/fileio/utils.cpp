@@ -10,6 +10,7 @@
 
 #include "fileio/disk_probe.h"
 #include "report/except.h"
+#include "report/show_text.h"
 #include "report/system_error.h"
 
 namespace tolven {
@@ -127,15 +128,16 @@ void CUtils::SetFileDateWrapper(const std::string& path, std::uint32_t mode, std
 double CUtils::GetDiskFreeSpace(const std::string& path) {
   struct statvfs status;
   if (statvfs(path.c_str(), &status) != 0) return -1.0;
+  // f_bsize is what the file system likes to be given at once; it counts in f_frsize.
   return static_cast<double>(std::uint64_t{status.f_bavail}) *
-         static_cast<double>(std::uint64_t{status.f_bsize});
+         static_cast<double>(std::uint64_t{status.f_frsize});
 }
 
 bool CUtils::CmpFS(const std::string& pathA, const std::string& pathB) {
   struct statvfs a;
   struct statvfs b;
-  if (statvfs(pathA.c_str(), &a) != 0) throw CExcept("TOLVEN: statvfs returned error for " + pathA);
-  if (statvfs(pathB.c_str(), &b) != 0) throw CExcept("TOLVEN: statvfs returned error for " + pathB);
+  if (statvfs(pathA.c_str(), &a) != 0) throw CExcept("TOLVEN: statvfs returned error for " + ShowText(pathA));
+  if (statvfs(pathB.c_str(), &b) != 0) throw CExcept("TOLVEN: statvfs returned error for " + ShowText(pathB));
   return a.f_fsid == b.f_fsid;
 }
 

@@ -9,6 +9,7 @@
 #include "oldarchive/old_paths.h"
 #include "oldarchive/old_target.h"
 #include "report/run_status.h"
+#include "report/show_text.h"
 
 namespace tolven {
 namespace {
@@ -20,7 +21,7 @@ bool CompareChecksum(const FileInfo& info, std::uint64_t checksum, int* error, s
 }
 
 bool TestEntry(AppData& app, const FileInfo& info, int* error, std::string* text) {
-  if (app.verbose) PrintLine("t " + info.target);
+  if (app.verbose) PrintLine("t " + ShowText(info.target));
   if (info.IsDirectory()) return true;
   std::uint64_t checksum = 0;
   return Decompress(app, info, nullptr, std::string(), checksum, error, text) &&
@@ -60,7 +61,7 @@ bool Extraction::Start(int* error, std::string* text) const {
 bool Extraction::ExtractEntry(const FileInfo& info, int* error, std::string* text) {
   std::string path;
   if (!CreateFilename(m_app.paths, info, path)) return SetErrorMessage(error, text, OLD_FILENAME, info.name);
-  if (m_app.verbose) PrintLine("x " + path);
+  if (m_app.verbose) PrintLine("x " + ShowText(path));
   return info.IsDirectory() ? ExtractDirectory(info, path, error, text)
                             : ExtractFile(info, path, error, text);
 }

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "report/show_text.h"
+
 namespace tolven {
 namespace {
 
@@ -36,7 +38,8 @@ std::string OldPermissionString(const FileInfo& info) {
 std::string OldListingLine(const FileInfo& info) {
   std::array<char, 32> size{};
   std::snprintf(size.data(), size.size(), "%9llu", static_cast<unsigned long long>(info.size));
-  return OldPermissionString(info) + "  " + size.data() + "  " + ShortDate(info.mtime) + "   " + info.target;
+  return OldPermissionString(info) + "  " + size.data() + "  " + ShortDate(info.mtime) + "   " +
+         ShowText(info.target);
 }
 
 }  // namespace tolven

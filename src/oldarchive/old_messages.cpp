@@ -6,6 +6,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "report/show_text.h"
 #include "report/system_error.h"
 
 namespace tolven {
@@ -82,7 +83,7 @@ bool SetErrorMessage(int* error, std::string* text, int code, const std::string&
   if (text == nullptr || row == kMessages.end()) return false;
 
   *text = row->code == OLD_SYSTEM ? SystemReason(errorNumber) : std::string(row->text);
-  if (!argument.empty()) *text += " " + argument;
+  if (!argument.empty()) (*text += ' ') += ShowText(argument);
   if (row->reason == Reason::kSystem && errorNumber != 0) *text += ": " + SystemReason(errorNumber);
   return false;
 }

@@ -1,5 +1,7 @@
 #include "oldarchive/old_settings.h"
 
+#include "report/show_text.h"
+
 namespace tolven {
 namespace {
 
@@ -30,7 +32,7 @@ CExcept MakeOldExcept(int error, const std::string& text) {
 }
 
 CExcept MakeNotSignedExcept(const std::string& archive) {
-  return CExcept("TOLVEN: " + archive + " is not digitally signed", kNotSigned, false);
+  return CExcept("TOLVEN: " + ShowText(archive) + " is not digitally signed", kNotSigned, false);
 }
 
 }  // namespace tolven

@@ -11,6 +11,7 @@
 #include "fileio/remove_on_signal.h"
 #include "fileio/working_directory.h"
 #include "report/except.h"
+#include "report/show_text.h"
 #include "report/system_error.h"
 #include "signing/signed_manifest.h"
 
@@ -81,7 +82,7 @@ unsigned int CCreate::OpenMode(bool& needsHeader) const {
   CArchive existing(name, kOpenRead, m_factory, m_pProcessor->Options());
   errno = 0;
   if (size < static_cast<double>(kArchiveHeaderSize) || !existing.IsValid()) {
-    throw CUnsupportedArchiveException(name);
+    throw CUnsupportedArchiveException(ShowText(name));
   }
   return signing ? kOpenReadWrite : kOpenAppend | kOpenCreate;
 }
@@ -123,7 +124,7 @@ void CCreate::PushLevel(const FindHandle& directory, strFileData& data, const st
   }
   if (errno != 0) {
     const int error = errno;
-    PrintLine("TOLVEN: error reading directory " + data.directory);
+    PrintLine("TOLVEN: error reading directory " + ShowText(data.directory));
     errno = error;
     throw CExcept("TOLVEN: error in CCreate::ProcessDirectory");
   }
@@ -140,7 +141,7 @@ void CCreate::AddObject(const std::string& path, CArchive& archive) {
   const bool resolve = m_pProcessor->Options().resolveLinks;
   int type = CUtils::DetermineFlType(data);
   if (type == FT_LINK && resolve) type = CUtils::TargetFileType(path);
-  if (type < FT_DIRECTORY) throw CExcept("TOLVEN: error in determining type of " + path);
+  if (type < FT_DIRECTORY) throw CExcept("TOLVEN: error in determining type of " + ShowText(path));
   if (type > kLastArchivableType) {
     m_pProcessor->FileNotAvail(path, "not a file, directory or link");
     return;
@@ -182,7 +183,7 @@ std::unique_ptr<CDirEntry> CCreate::CreateFileObject(const std::string& name, in
       return std::make_unique<CLink>(name);
     default:
       errno = 0;
-      throw CExcept("TOLVEN: error creating file object for " + name);
+      throw CExcept("TOLVEN: error creating file object for " + ShowText(name));
   }
 }
 

@@ -7,6 +7,7 @@
 #include "archive/dir_entry.h"
 #include "fileio/utils.h"
 #include "report/except.h"
+#include "report/show_text.h"
 #include "signing/signed_manifest.h"
 
 namespace tolven {
@@ -18,7 +19,7 @@ constexpr int kErrorSigned = 53;
 // Nothing is written before both archives passed.
 void CheckMergeable(CArchive& archive) {
   errno = 0;
-  if (!archive.IsValid()) throw CUnsupportedArchiveException(archive.Name());
+  if (!archive.IsValid()) throw CUnsupportedArchiveException(ShowText(archive.Name()));
   CSignedManifest::CheckArchiveSigned(&archive, false, "TOLVEN: signed archives must not be merged",
                                       kErrorSigned);
 }
@@ -45,10 +46,10 @@ void CMerge::Copy(CArchive& source, CArchive& target) const {
   // Taken once: a source that is the target grows while it is read, and the copy still ends.
   double remaining = 0;
   if (!CUtils::GetSizeOfFile(source.Name(), remaining)) {
-    throw CExcept("TOLVEN: can't get size of file " + source.Name());
+    throw CExcept("TOLVEN: can't get size of file " + ShowText(source.Name()));
   }
   if (!source.Stream().SetPos(kArchiveHeaderSize)) {
-    throw CExcept("TOLVEN: can't move file pointer in " + source.Name());
+    throw CExcept("TOLVEN: can't move file pointer in " + ShowText(source.Name()));
   }
   remaining -= static_cast<double>(kArchiveHeaderSize);
   unsigned char* buffer = CDirEntry::m_pTheCompressor->Input().data();

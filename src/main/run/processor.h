@@ -29,6 +29,8 @@ class CProcessor {
   CProcessor(const CProcessor&) = delete;
   CProcessor& operator=(const CProcessor&) = delete;
 
+  // `logManager` must outlive the processor, or the next call.
+  void SetLogManager(CLogMan& logManager);
   void SetLogManager(std::unique_ptr<CLogMan> logManager);
   // `factory` must outlive every Run.
   void SetCommandFactory(const ICommandFactory& factory) { m_pFactory = &factory; }
@@ -46,7 +48,7 @@ class CProcessor {
   // Removes the archive named in the name buffer, from here or from the start directory.
   void deleteArchive(const std::string& startDir);
 
-  CLogMan& LogManager() { return *m_logManager; }
+  CLogMan& LogManager() { return *m_status.logManager; }
   CCmdLine& CmdLine() { return *m_pCmdLine; }
   const CmdOptions& Options() const { return m_pCmdLine->Options(); }
   CStatistics& Statistics() { return m_statistics; }
@@ -72,7 +74,7 @@ class CProcessor {
 
   RunStatus m_status;
   RunStatusScope m_statusScope;
-  std::unique_ptr<CLogMan> m_logManager;
+  std::unique_ptr<CLogMan> m_logManager;  // null: the caller's
   CCmdLine* m_pCmdLine;
   const ICommandFactory* m_pFactory = nullptr;
   int m_command = CMD_NONE;
