@@ -30,8 +30,11 @@ void CheckHeader(std::span<const std::uint8_t> bytes) {
   pieces.Feed(bytes.first(split));
   Require(pieces.Feed(bytes.subspan(split)) == state);
   if (state != HeaderParser::State::kDone) return;
-  Require(pieces.DataStart() == whole.DataStart() && pieces.Files().size() == whole.Files().size());
-  for (tolven::FileInfo& info : whole.Files()) {
+  Require(pieces.Entries().DataStart() == whole.Entries().DataStart());
+  tolven::EntryWalk other(pieces.Entries());
+  for (tolven::EntryWalk walk(whole.Entries()); walk.Next();) {
+    tolven::FileInfo& info = walk.Info();
+    Require(other.Next() && other.Info().name == info.name && other.Info().position == info.position);
     info.target = tolven::TransformPath({}, info.name);
     Require(tolven::OldListingLine(info).size() >= info.target.size());
     std::string path;

@@ -1,12 +1,8 @@
 #include "oldarchive/app_data.h"
 
-#include "cslib/cslib.h"
+#include "oldarchive/old_paths.h"
 
 namespace tolven {
-
-bool FileInfo::HasData() const {
-  return !IsDirectory() && compressedLength >= CS_HEAD_SIZE;
-}
 
 std::unique_ptr<AppData> InitAppData() {
   return std::make_unique<AppData>();
@@ -14,6 +10,16 @@ std::unique_ptr<AppData> InitAppData() {
 
 void FreeAppData(std::unique_ptr<AppData>& app) {
   app.reset();
+}
+
+bool ForEachSelected(const AppData& app, const std::function<bool(const FileInfo&)>& handle) {
+  const NameSelection selection(app.names);
+  for (EntryWalk walk(app.entries); walk.Next();) {
+    FileInfo& info = walk.Info();
+    info.target = TransformPath(app.paths, info.name);
+    if (DoesFilenameMatch(selection, info) && !handle(info)) return false;
+  }
+  return true;
 }
 
 void ReportEntry(AppData& app, const FileInfo& info) {

@@ -1,37 +1,18 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "fileio/file_stream.h"
+#include "oldarchive/old_header.h"
 
 namespace tolven {
 
 // Called after each entry that was listed, tested or extracted, with its name. Must not throw.
 using OrvCallback = void (*)(const char* name, void* userData);
-
-inline constexpr char kOldTypeFile = 'F';
-inline constexpr char kOldTypeDirectory = 'D';
-inline constexpr std::uint32_t kOldModeDirectory = 0x4000;  // added to the mode of a 'D' entry
-inline constexpr std::uint32_t kOldModePermissions = 0777;  // all that is ever set on disk
-
-// One entry line of the text header.
-struct FileInfo {
-  char type = kOldTypeFile;
-  std::string name;    // as stored
-  std::string target;  // after the path settings of the run
-  std::uint32_t mode = 0;
-  std::uint64_t compressedLength = 0;  // stream header included; below 8: the entry has no data
-  std::uint64_t size = 0;              // uncompressed, as the line says; the stream has its own idea
-  std::int64_t mtime = 0;              // seconds since 1970-01-01 UTC
-  std::uint64_t checksum = 0;          // 0: none stored
-  std::uint64_t position = 0;          // of the data in the archive file
-
-  [[nodiscard]] bool IsDirectory() const { return type == kOldTypeDirectory; }
-  [[nodiscard]] bool HasData() const;
-};
 
 // How stored names become names on disk.
 struct PathSettings {
@@ -64,7 +45,7 @@ struct AppData {
   // What ReadHeader finds.
   CFileStream archive;
   std::uint64_t archiveSize = 0;
-  std::vector<FileInfo> files;
+  EntryLines entries;
   Scramble scramble = Scramble::kUndecided;
 
   std::uint64_t processed = 0;  // entries that succeeded
@@ -73,6 +54,9 @@ struct AppData {
 std::unique_ptr<AppData> InitAppData();
 // Closes the archive and forgets every record.
 void FreeAppData(std::unique_ptr<AppData>& app);
+
+// Hands the selected entries to `handle` in their order; false as soon as it answers false.
+bool ForEachSelected(const AppData& app, const std::function<bool(const FileInfo&)>& handle);
 
 // Counts an entry as done and tells the callback.
 void ReportEntry(AppData& app, const FileInfo& info);

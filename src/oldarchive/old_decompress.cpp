@@ -127,16 +127,19 @@ std::span<const std::uint8_t> EntryDecoder::Next(int& failure) {
 void DecideScramble(AppData& app) {
   if (app.scramble != Scramble::kUndecided) return;
   app.scramble = Scramble::kOff;
-  const auto first =
-      std::find_if(app.files.begin(), app.files.end(), [](const FileInfo& info) { return info.HasData(); });
-  if (first == app.files.end() || !LiesInFile(app, *first)) return;
+  EntryWalk walk(app.entries);
+  const FileInfo& first = walk.Info();
+  do {
+    if (!walk.Next()) return;
+  } while (!first.HasData());
+  if (!LiesInFile(app, first)) return;
 
   StreamHeader header;
-  if (!EntryDecoder(app, *first).ReadStreamHeader(*first, header)) return;
+  if (!EntryDecoder(app, first).ReadStreamHeader(first, header)) return;
   // A length is negative for bad magic bytes and for what no entry of ours can have: it equals no size.
   const auto declaresSize = [&] {
     const std::int32_t declared = CsGetLen(header.data());
-    return declared >= 0 && static_cast<std::uint64_t>(declared) == first->size;
+    return declared >= 0 && static_cast<std::uint64_t>(declared) == first.size;
   };
   if (declaresSize()) return;
   Unscramble(header, 0);

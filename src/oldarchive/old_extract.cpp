@@ -38,10 +38,9 @@ class Extraction {
   [[nodiscard]] bool FinishDirectories(int* error, std::string* text);
 
  private:
+  // An archive may be nothing but directories: what their lines say is read again.
   struct DirectoryRecord {
-    std::string path;
-    std::int64_t mtime;
-    std::uint32_t mode;
+    std::size_t line;
     bool setMode;
   };
 
@@ -72,8 +71,7 @@ bool Extraction::ExtractDirectory(const FileInfo& info, const std::string& path,
   std::string failed;
   errno = 0;
   if (!m_root.MakeDirectory(path, created, failed)) return DirectoryFailure(failed, error, text);
-  m_directories.push_back(
-      {path, info.mtime, info.mode & kOldModePermissions, created || m_app.changeDirModes});
+  m_directories.push_back({info.line, created || m_app.changeDirModes});
   return true;
 }
 
@@ -95,23 +93,25 @@ bool Extraction::FinishDirectories(int* error, std::string* text) {
     complete = false;
   };
   for (auto record = m_directories.rbegin(); record != m_directories.rend(); ++record) {
+    FileInfo info = m_app.entries.At(record->line);
+    info.target = TransformPath(m_app.paths, info.name);
+    std::string path;
+    if (!CreateFilename(m_app.paths, info, path)) continue;  // it was made, so it can be made again
     errno = 0;
-    if (!m_root.SetDirectoryDate(record->path, record->mtime)) fail(OLD_DIR_DATE, record->path);
-    if (record->setMode && !m_root.SetDirectoryMode(record->path, record->mode)) {
-      fail(OLD_DIR_MODE, record->path);
+    if (!m_root.SetDirectoryDate(path, info.mtime)) fail(OLD_DIR_DATE, path);
+    if (record->setMode && !m_root.SetDirectoryMode(path, info.mode & kOldModePermissions)) {
+      fail(OLD_DIR_MODE, path);
     }
   }
   return complete;
 }
 
-template <typename Handle>
-bool WalkSelected(AppData& app, Handle handle) {
-  for (const FileInfo& info : app.files) {
-    if (!DoesFilenameMatch(app.names, info)) continue;
+bool WalkSelected(AppData& app, const std::function<bool(const FileInfo&)>& handle) {
+  return ForEachSelected(app, [&](const FileInfo& info) {
     if (!handle(info)) return false;
     ReportEntry(app, info);
-  }
-  return true;
+    return true;
+  });
 }
 
 bool ExtractAll(AppData& app, int* error, std::string* text) {

@@ -6,12 +6,17 @@
 #include <limits>
 #include <system_error>
 
+#include "cslib/cslib.h"
+
 namespace tolven {
 namespace {
 
 constexpr std::string_view kBlanks = " \t\v\f\r";
 constexpr std::size_t kNameColumn = 2;  // behind the type letter and one blank
 constexpr std::size_t kNumbers = 5;     // mode, compressed length, size, time, checksum
+
+constexpr std::size_t kChunk = 64 * 1024;  // of entry lines
+static_assert(kChunk > kOldMaxLine, "a chunk holds any line and its newline");
 
 // Where a data position must stay: it is given to a seek.
 constexpr auto kMaxPosition = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
@@ -88,6 +93,10 @@ OldLine ScanFromRight(std::string_view line, FileInfo& info) {
 
 }  // namespace
 
+bool FileInfo::HasData() const {
+  return !IsDirectory() && compressedLength >= CS_HEAD_SIZE;
+}
+
 OldLine ParseEntryLine(std::string_view line, FileInfo& info) {
   if (line.size() <= kNameColumn || kBlanks.find(line[1]) == std::string_view::npos) {
     return OldLine::kFormatError;
@@ -113,28 +122,62 @@ HeaderParser::State HeaderParser::Feed(std::span<const std::uint8_t> bytes) {
 }
 
 HeaderParser::State HeaderParser::TakeLine() {
-  if (m_line.starts_with('#')) return m_files.empty() ? State::kReading : PlaceEntries();
-  switch (ParseEntryLine(m_line, m_files.emplace_back())) {
+  if (m_line.starts_with('#')) return m_entries.Empty() ? State::kReading : Close();
+  switch (ParseEntryLine(m_line, m_info)) {
     case OldLine::kEntry:
-      return State::kReading;
+      break;
     case OldLine::kTimeError:
       return State::kTimeError;
     case OldLine::kFormatError:
-      break;
+      return State::kFormatError;
   }
-  return State::kFormatError;
+  // A sum that no file could hold is a damaged header. Lengths below 8 hold no stream, but they take up their
+  // bytes all the same.
+  if (m_info.compressedLength > kMaxPosition - m_dataLength) return State::kFormatError;
+  m_dataLength += m_info.compressedLength;
+  m_entries.Add(m_line);
+  return State::kReading;
 }
 
-// The data of the entries lies back to back in the order of the lines. Lengths below 8 hold no stream, but
-// they take up their bytes all the same. A sum that no file could hold is a damaged header.
-HeaderParser::State HeaderParser::PlaceEntries() {
-  std::uint64_t position = m_consumed;
-  for (FileInfo& info : m_files) {
-    info.position = position;
-    if (info.compressedLength > kMaxPosition - position) return State::kFormatError;
-    position += info.compressedLength;
-  }
+HeaderParser::State HeaderParser::Close() {
+  if (m_dataLength > kMaxPosition - m_consumed) return State::kFormatError;
+  m_entries.SetDataStart(m_consumed);
   return State::kDone;
+}
+
+void EntryLines::Add(std::string_view line) {
+  if (m_chunks.empty() || m_chunks.back().size() + line.size() + 1 > kChunk) {
+    m_chunks.emplace_back().reserve(kChunk);
+  }
+  m_chunks.back().append(line).push_back('\n');
+}
+
+std::string_view EntryLines::LineAt(std::size_t line) const {
+  const std::string_view rest = std::string_view(m_chunks[line / kChunk]).substr(line % kChunk);
+  return rest.substr(0, rest.find('\n'));
+}
+
+FileInfo EntryLines::At(std::size_t line) const {
+  FileInfo info;
+  // It was accepted when it came in.
+  static_cast<void>(ParseEntryLine(LineAt(line), info));
+  info.line = line;
+  return info;
+}
+
+bool EntryWalk::Next() {
+  const std::vector<std::string>& chunks = m_entries.m_chunks;
+  if (m_next / kChunk < chunks.size() && m_next % kChunk == chunks[m_next / kChunk].size()) {
+    m_next = (m_next / kChunk + 1) * kChunk;
+  }
+  if (m_next / kChunk == chunks.size()) return false;
+  const std::string_view line = m_entries.LineAt(m_next);
+  static_cast<void>(ParseEntryLine(line, m_info));
+  m_info.line = m_next;
+  m_info.position = m_dataEnd;
+  m_dataEnd += m_info.compressedLength;
+  m_next += line.size() + 1;
+  return true;
 }
 
 }  // namespace tolven

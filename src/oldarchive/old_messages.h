@@ -9,7 +9,7 @@ enum OldCode : int {
   OLD_MKDIR = 1,
   OLD_DIR_TOO_LONG = 2,
   OLD_FILENAME = 3,
-  OLD_SYSTEM = 4,  // the text is the system's
+  OLD_SYSTEM = 4,  // the text is the argument and the system's reason
   OLD_MEMORY = 5,
   OLD_NULL_PARAMETER = 6,
   OLD_PERMISSION_VALUE = 7,

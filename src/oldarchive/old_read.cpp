@@ -50,7 +50,7 @@ bool ReadEntries(AppData& app, int* error, std::string* text) {
   if (state != HeaderParser::State::kDone) {
     return SetErrorMessage(error, text, OLD_HEADER_FORMAT, app.archiveName);
   }
-  app.files = std::move(parser.Files());
+  app.entries = std::move(parser.Entries());
   return true;
 }
 
@@ -59,15 +59,14 @@ bool ReadEntries(AppData& app, int* error, std::string* text) {
 int ReadHeader(AppData& app, LocationInfo* location, int* error, std::string* text) {
   return WithoutExceptions(error, text, [&] {
     if (!ReadEntries(app, error, text)) return false;
-    for (FileInfo& info : app.files) info.target = TransformPath(app.paths, info.name);
-    for (const FileInfo& info : app.files) {
-      if (!DoesFilenameMatch(app.names, info)) continue;
+    if (location == nullptr && app.command != 't') return true;
+    return ForEachSelected(app, [&](const FileInfo& info) {
       if (location != nullptr && !AddLocation(*location, info, error, text)) return false;
-      if (app.command != 't') continue;
+      if (app.command != 't') return true;
       PrintLine(OldListingLine(info));
       ReportEntry(app, info);
-    }
-    return true;
+      return true;
+    });
   });
 }
 

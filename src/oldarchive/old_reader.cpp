@@ -101,7 +101,8 @@ int iaxxorvl_UncomprArchiveBytes(const char* archiveName, std::uint64_t* size, i
     app.archiveName = NormalizePath(archiveName);
     if (ReadHeader(app, nullptr, error, text) == 0) return false;
     std::uint64_t sum = 0;
-    for (const FileInfo& info : app.files) {
+    for (EntryWalk walk(app.entries); walk.Next();) {
+      const FileInfo& info = walk.Info();
       if (info.size > std::numeric_limits<std::uint64_t>::max() - sum) {
         return SetErrorMessage(error, text, OLD_HEADER_FORMAT, app.archiveName);
       }

@@ -1,5 +1,7 @@
 """Archives of the older format through the program: the fallback of list, test and extract."""
 import os
+import resource
+import signal
 
 import harness
 import make_old_archive as old
@@ -27,6 +29,12 @@ KINDS = {
     "LZC, every tenth byte inverted": packed(coder=old.lzc_stream, invert=True),
     "mixed": packed(text_coder=old.lzc_stream),
 }
+
+
+def small_files():
+    """Run in the child: no file may grow beyond 200 000 bytes, as on a disk that is full."""
+    signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+    resource.setrlimit(resource.RLIMIT_FSIZE, (200000, 200000))
 
 
 class OldArchives(harness.TolvenTest):
@@ -96,6 +104,23 @@ class OldArchives(harness.TolvenTest):
                     run = self.run_tolven("-xf", self.path("old"), cwd="out")
                     self.assertEqual(run.code, code, run)
                     self.assertEqual(set(harness.contents(target)) - {"dir/text file.txt"}, set(), situation)
+
+    def test_many_entries_cost_little(self):
+        lines = [b"F dir%d/f%d 644 0 0 1 0\n" % (number % 100, number) for number in range(80000)]
+        self.write("old", b"".join(lines) + b"#\n")
+        self.write("names", b"".join(b"dir%d/f%d\n" % (number % 100, number) for number in range(0, 80000, 2)))
+        self.expect("-df old -A names", ["TOLVEN: 40000 file(s) tested"])
+        if not harness.instrumented():
+            self.write("old", b"F a 0 0 0 0\n" * 1000000 + b"#\n")
+            self.expect("-df old", ["TOLVEN: 1000000 file(s) tested"], preexec=harness.little_memory)
+
+    def test_no_room_while_extracting(self):
+        self.write("old", KINDS["LZH"])
+        self.fresh("out")
+        run = self.run_tolven("-xf", "old", "-R", "out", preexec=small_files)
+        self.assertEqual((run.code, run.lines), (4, [
+            "TOLVEN: not all files could be extracted", "TOLVEN: dir/text file.txt: File too large (error 4). "]))
+        self.assertEqual(harness.contents(self.path("out")), {})
 
     def test_paths_stay_inside(self):
         os.mkdir(self.path("outside"))

@@ -101,7 +101,7 @@ TEST_F(OldFiles, IncludeFile) {
   app.includeFile = "list";
   EXPECT_FALSE(DoAOption(app, &error, &text));
   EXPECT_EQ(error, OLD_SYSTEM);
-  EXPECT_EQ(text, "No such file or directory list");
+  EXPECT_EQ(text, "list: No such file or directory");
 
   test::WriteFile("list", "# comment\n\n  two words \r\n./a//b\n #literal\n*.c");
   EXPECT_TRUE(DoAOption(app, &error, &text));

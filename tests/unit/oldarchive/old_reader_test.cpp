@@ -63,7 +63,7 @@ TEST_F(OldReader, Commands) {
   EXPECT_EQ(m_error, 11);
   EXPECT_EQ(m_text, "can't compress new.orv");
   EXPECT_EQ(Call({"-xf", "a.orv", "-R", "none"}), 0);
-  EXPECT_EQ(m_text, "No such file or directory none");
+  EXPECT_EQ(m_text, "none: No such file or directory");
   EXPECT_EQ(m_status.exitCode, 0) << "the numbers go to the caller alone";
 }
 
@@ -95,7 +95,7 @@ TEST_F(OldReader, ExtractionEntryPoints) {
   EXPECT_EQ(ReadFile("b"), "second");
   EXPECT_EQ(iaxxorvl_ORV(3, extract, &m_error, &m_text), 1);
   EXPECT_EQ(iaxxorvl_ORV_Callback2(3, extract, nullptr, nullptr, "./none.orv", &m_error, &m_text), 0);
-  EXPECT_EQ(m_text, "No such file or directory none.orv");
+  EXPECT_EQ(m_text, "none.orv: No such file or directory");
 }
 
 TEST_F(OldReader, UncompressedBytes) {
