@@ -7,8 +7,6 @@
 #include <string_view>
 #include <vector>
 
-#include "oldarchive/old_lines.h"
-
 namespace tolven {
 
 inline constexpr char kOldTypeFile = 'F';
@@ -39,6 +37,10 @@ struct FileInfo {
 //   F NAME MODE COMPRESSED SIZE MTIME CHECKSUM     one line an entry, 'F' file or 'D' directory
 //   #                                              ends the header; the data starts behind its newline
 //
+// Nothing marks such a file: it is one when every line up to the closing one is. That is why one bad line
+// refuses the whole, and why the closing line counts only with its newline: a file cut there has lost its
+// data too.
+//
 // MODE is octal, the others decimal, MTIME may be negative, CHECKSUM may be missing. A writer pads the fields
 // to 5, 10, 9, 10 and 10 columns; these are minimum widths, so a wider number only makes the line longer.
 enum class OldLine { kEntry, kFormatError, kTimeError };
@@ -46,6 +48,29 @@ enum class OldLine { kEntry, kFormatError, kTimeError };
 // Reads one entry line (no newline in it) into `info`, position and target excepted. kTimeError: MTIME is a
 // number, but not one of the system's time type.
 OldLine ParseEntryLine(std::string_view line, FileInfo& info);
+
+// Longest line of a header or of an include file, its newline not counted. A longer one is no line of ours,
+// and a binary file would otherwise be read to its end for one.
+inline constexpr std::size_t kOldMaxLine = 4096;
+
+// Cuts a byte stream that arrives in pieces into lines.
+class LineCutter {
+ public:
+  enum class Result {
+    kLine,  // a line is complete
+    kMore,  // the piece is used up
+    kBad,   // too long, or with a NUL in it: not text
+  };
+
+  // Takes bytes from the front of `bytes`, up to and including the next newline. On kLine, `line` is the text
+  // without it.
+  Result Next(std::span<const std::uint8_t>& bytes, std::string& line);
+  // What stands behind the last newline.
+  [[nodiscard]] const std::string& Rest() const { return m_partial; }
+
+ private:
+  std::string m_partial;
+};
 
 // The entry lines of a header. They are kept as text and parsed again on every walk: a line may be as short
 // as 12 bytes, and a record for each would let a small archive take many times its size in memory.

@@ -11,7 +11,7 @@ namespace {
 
 enum class Reason {
   kNone,
-  kKnown,   // raised right after a system call, which may have left no number
+  kKnown,   // the system's, when the failure left one
   kAlways,  // nothing but a reason: a short read or write without a number is an input/output error to the
             // user
 };
@@ -22,6 +22,7 @@ struct MessageRow {
   Reason reason;
 };
 
+// Scripts read these texts: they stay as they are. Numbers without a row were never given out.
 constexpr std::string_view kCutArchive =
     "Archive seems to be corrupt (more bytes requested for decompress than are left in the archive); archive "
     "is";
@@ -62,6 +63,7 @@ constexpr std::array kMessages = {
     MessageRow{OLD_TOO_LARGE, "file is larger than 2 GB", Reason::kNone},
     MessageRow{OLD_CUT_ARCHIVE, kCutArchive, Reason::kNone},
     MessageRow{OLD_TIMESTAMP, "timestamp conversion failed!", Reason::kNone},
+    MessageRow{OLD_TARGET_DIR, "can't change to directory", Reason::kKnown},
 };
 
 static_assert(std::is_sorted(kMessages.begin(), kMessages.end(),
@@ -69,8 +71,7 @@ static_assert(std::is_sorted(kMessages.begin(), kMessages.end(),
 
 }  // namespace
 
-bool SetErrorMessage(int* error, std::string* text, int code, const std::string& argument) {
-  int errorNumber = errno;
+bool SetErrorMessage(int* error, std::string* text, int code, const std::string& argument, int systemError) {
   const auto row = std::find_if(kMessages.begin(), kMessages.end(),
                                 [code](const MessageRow& candidate) { return candidate.code == code; });
   if (error != nullptr) *error = code;
@@ -78,9 +79,9 @@ bool SetErrorMessage(int* error, std::string* text, int code, const std::string&
 
   *text = row->text;
   if (!argument.empty()) *text += (text->empty() ? "" : " ") + argument;
-  if (row->reason == Reason::kAlways && errorNumber == 0) errorNumber = EIO;
-  if (row->reason != Reason::kNone && errorNumber != 0) {
-    *text += (text->empty() ? "" : ": ") + std::string(std::strerror(errorNumber));
+  if (row->reason == Reason::kAlways && systemError == 0) systemError = EIO;
+  if (row->reason != Reason::kNone && systemError != 0) {
+    *text += (text->empty() ? "" : ": ") + std::string(std::strerror(systemError));
   }
   return false;
 }

@@ -35,6 +35,8 @@ void SplitPath(const std::string& path, std::string& directory, std::string& fil
   file = path.substr(nameStart);
 }
 
+// Text only, the disk is not asked. So ".." stays: behind a link it means something else than the path
+// without it.
 std::string NormalizePath(const std::string& path) {
   std::string result = path.starts_with('/') ? "/" : "";
   const std::string_view whole = path;
@@ -66,6 +68,7 @@ bool CreateFilename(const PathSettings& settings, const FileInfo& info, std::str
   if (settings.validate) CUtils::ValidateFilePath(path);
   // A directory "." or "/" stands for the place that is extracted to; a file without a name is nothing.
   if (path.empty() && info.IsDirectory() && settings.validate) path.assign(1, '.');
+  // The length is that of the program's buffers for a name; longer ones no system call takes anyway.
   return !path.empty() && path.size() < kNameBufferSize && (info.IsDirectory() || path.back() != '/');
 }
 
@@ -97,6 +100,8 @@ bool NameSelection::Selects(const std::string& name) const {
   });
 }
 
+// A user knows an entry by the listing, which shows the name on disk, or by the header, where "./" may stand
+// in front of it: each of them selects.
 bool DoesFilenameMatch(const NameSelection& names, const FileInfo& info) {
   return names.Selects(NormalizePath(info.name)) || names.Selects(info.name) || names.Selects(info.target);
 }

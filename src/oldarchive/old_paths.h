@@ -3,9 +3,19 @@
 #include <string>
 #include <vector>
 
-#include "oldarchive/app_data.h"
+#include "oldarchive/old_header.h"
 
 namespace tolven {
+
+// An archive's names are nobody's word: whoever made it chose them. They are transformed first and made safe
+// last, so that no transformation can undo the safety.
+
+// How stored names become names on disk.
+struct PathSettings {
+  bool flat = false;       // only the last component
+  bool lowerCase = false;  // ASCII letters
+  bool validate = true;    // keep every name below the extraction directory
+};
 
 // Divides at the last "/": `directory` without it ("/" itself for a name in the root), `file` behind it.
 void SplitPath(const std::string& path, std::string& directory, std::string& file);
