@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "fileio/run_signals.h"
 #include "report/except.h"
 
 namespace tolven {
@@ -25,6 +26,7 @@ void Fail(CProcessor& processor, const std::string& message, int code) {
 void RunGuarded(CProcessor& processor, const std::function<void()>& body) {
   // Made before anything can fail for lack of memory.
   const std::string noMemory = "TOLVEN: can not allocate new memory";
+  const CRunSignals signals;
   try {
     body();
   } catch (const CExcept& e) {

@@ -1,8 +1,12 @@
 #include "report/log_man.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstddef>
-#include <cstdio>
 #include <utility>
+
+#include "report/run_files.h"
 
 namespace tolven {
 
@@ -11,22 +15,31 @@ bool CLogMan::IsValidHandle(std::int32_t handle) const {
 }
 
 std::int32_t CLogMan::OpenLogFile(const std::string& name) {
-  std::ofstream stream(name, std::ios::out | std::ios::trunc);
-  if (!stream) return -1;
-  m_logFiles.push_back({std::move(stream), name});
+  const int descriptor = OpenRunFile(name, O_WRONLY | O_TRUNC);
+  if (descriptor < 0) return -1;
+  LogFile file;
+  file.stream.reset(fdopen(descriptor, "w"));
+  if (file.stream == nullptr) {
+    close(descriptor);
+    return -1;
+  }
+  file.name = name;
+  m_logFiles.push_back(std::move(file));
   return m_nLogFiles++;
 }
 
 int CLogMan::WriteToLog(std::int32_t handle, const std::string& text) {
   if (!IsValidHandle(handle)) return 0;
-  m_logFiles[static_cast<std::size_t>(handle)].stream << text << std::endl;
+  std::FILE* stream = m_logFiles[static_cast<std::size_t>(handle)].stream.get();
+  std::fputs((text + "\n").c_str(), stream);
+  std::fflush(stream);
   return 1;
 }
 
 bool CLogMan::DeleteLogFile(std::int32_t handle) {
   if (!IsValidHandle(handle)) return false;
   LogFile& file = m_logFiles[static_cast<std::size_t>(handle)];
-  file.stream.close();  // sets failbit itself when closing fails
+  file.stream.reset();
   return std::remove(file.name.c_str()) == 0;
 }
 

@@ -1,7 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
+#include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,8 @@ class CLogMan {
   virtual void PrintInfo(const CUserInfo& info) = 0;
   virtual ~CLogMan() = default;
 
-  // Creates or truncates `name` and returns its handle, counted from 0; -1 when it cannot be opened.
+  // Creates or truncates `name`, never through a link, and returns its handle, counted from 0; -1 when it
+  // cannot be opened.
   [[nodiscard]] std::int32_t OpenLogFile(const std::string& name);
   // Writes one line and flushes it. 1 when written, 0 for an invalid handle.
   int WriteToLog(std::int32_t handle, const std::string& text);
@@ -24,8 +26,11 @@ class CLogMan {
   bool DeleteLogFile(std::int32_t handle);
 
  private:
+  struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+  };
   struct LogFile {
-    std::ofstream stream;
+    std::unique_ptr<std::FILE, FileCloser> stream;
     std::string name;
   };
   [[nodiscard]] bool IsValidHandle(std::int32_t handle) const;

@@ -33,9 +33,12 @@ class CCreate : public CCommand {
     std::uint32_t attributes;
   };
 
-  // The flags for opening the archive; `needsHeader` when it holds nothing yet.
-  unsigned int OpenMode(bool& needsHeader) const;
-  void WriteArchive(CArchive& archive, bool needsHeader);
+  // How open(2) has to open the archive; nothing is cut by that.
+  int OpenFlags() const;
+  // Refuses what is there unless entries may follow it.
+  void JudgeExisting(CArchive& archive) const;
+  void WriteArchive(CArchive& archive, bool isNew);
+  void WriteEntries(CArchive& archive);
   void AddName(const std::string& name, CArchive& archive);
   // What a pattern matches, "." and ".." left out, in the order the file system tells.
   std::vector<Hit> Scan(const std::string& pattern) const;
@@ -47,7 +50,6 @@ class CCreate : public CCommand {
 
   CProcessor* m_pProcessor;
   const IEntryFactory& m_factory;
-  Identity m_archiveIdentity{};
   std::vector<Identity> m_ancestors;  // directories being descended into
 };
 
