@@ -15,6 +15,11 @@ constexpr mode_t kNewFileMode = 0666;
 // Writers that make and remove the file all the time; nobody else gets this far.
 constexpr int kOpenAttempts = 100;
 
+// A file system without locks is no error: there is nothing to wait for.
+bool HasNoLocks(int error) {
+  return error == EOPNOTSUPP || error == ENOTSUP || error == ENOLCK || error == EINVAL || error == ENOSYS;
+}
+
 }  // namespace
 
 bool COutputFile::Open(const std::string& path, int flags) {
@@ -89,8 +94,11 @@ COutputFile::Attempt COutputFile::Lock(const std::string& path) {
   m_identity = FileIdentity::Of(status);
   m_regular = S_ISREG(status.st_mode);
   if (m_regular) {
-    // A file system without locks is no error: then there is none.
-    if (flock(m_file.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) return Attempt::kFailed;
+    while (flock(m_file.Get(), LOCK_EX | LOCK_NB) != 0) {
+      if (errno == EINTR) continue;
+      if (HasNoLocks(errno)) break;
+      return Attempt::kFailed;
+    }
     struct stat named {};
     const bool isNamed = stat(path.c_str(), &named) == 0;
     if (!isNamed && errno != ENOENT) return Attempt::kFailed;
@@ -111,9 +119,12 @@ bool COutputFile::Cut() {
   if (!m_regular) return true;
   m_removes = true;
   Arm();
-  if (ftruncate(m_file.Get(), 0) == 0) return true;
-  Disarm();
-  return false;
+  while (ftruncate(m_file.Get(), 0) != 0) {
+    if (errno == EINTR) continue;
+    Disarm();
+    return false;
+  }
+  return true;
 }
 
 bool COutputFile::KeepFrom(std::int64_t from) {

@@ -82,7 +82,10 @@ void CCreate::WriteArchive(CArchive& archive, bool isNew) {
   COutputFile& file = m_pProcessor->ArchiveFile();
   std::optional<std::int64_t> start;  // where this run began to write
   try {
-    if (isNew) archive.WriteHeader();
+    if (isNew) {
+      if (!file.KeepFrom(0)) throw COpenExcept(archive.Name());  // empty, perhaps, but it was there
+      archive.WriteHeader();
+    }
     CSignedManifest::VerifyArchiveSignature(true, &archive, m_pProcessor);
     if (!isNew) {
       if (!CSignedManifest::IsSigning(*m_pProcessor)) archive.SeekToEnd();
