@@ -9,6 +9,7 @@
 #include "archive/bytes.h"
 #include "archive/dir_entry.h"
 #include "cmdline/cmd_line.h"
+#include "fileio/output_file.h"
 #include "report/except.h"
 #include "report/show_text.h"
 
@@ -52,11 +53,22 @@ CArchive::CArchive(const std::string& fileName, unsigned int mode, const IEntryF
                    const CmdOptions& options)
     : m_factory(factory), m_options(options) {
   Open(fileName, mode);
-  if ((mode & kOpenCreate) != 0) {
-    std::copy(kMagic.begin(), kMagic.end(), m_magic.begin());
-    std::copy(kVersion201.begin(), kVersion201.end(), m_version.begin());
-    m_checked = m_valid = true;
-  }
+  if ((mode & kOpenCreate) != 0) SetNewHeader();
+}
+
+CArchive::CArchive(const std::string& fileName, const COutputFile& file, bool isNew,
+                   const IEntryFactory& factory, const CmdOptions& options)
+    : m_factory(factory), m_options(options), m_name(fileName) {
+  errno = 0;
+  if (!m_stream.Attach(file.Share(), CFileStream::Writes::kBuffered)) throw COpenExcept(fileName);
+  TakeSize();
+  if (isNew) SetNewHeader();
+}
+
+void CArchive::SetNewHeader() {
+  std::copy(kMagic.begin(), kMagic.end(), m_magic.begin());
+  std::copy(kVersion201.begin(), kVersion201.end(), m_version.begin());
+  m_checked = m_valid = true;
 }
 
 CArchive::~CArchive() = default;
@@ -66,8 +78,13 @@ void CArchive::Open(const std::string& fileName, unsigned int mode) {
   errno = 0;
   m_stream.Open(fileName, mode, 0);
   if (!m_stream.Open()) throw COpenExcept(fileName);
+  TakeSize();
+}
+
+void CArchive::TakeSize() {
   struct stat status {};
-  m_fileSize = fstat(m_stream.Descriptor(), &status) == 0 ? status.st_size : 0;
+  if (fstat(m_stream.Descriptor(), &status) != 0) throw COpenExcept(m_name);
+  m_fileSize = status.st_size;
 }
 
 void CArchive::Reset() {
@@ -132,6 +149,53 @@ bool CArchive::IsValid() {
         "only");
   }
   return true;
+}
+
+bool CArchive::IsWhole() {
+  Seek(kArchiveHeaderSize);
+  while (Position() != m_fileSize) {
+    if (!PassEntry()) return false;
+  }
+  return true;
+}
+
+bool CArchive::PassEntry() {
+  if (!TryRead(m_headerBytes.data(), m_headerBytes.size())) return false;
+  const EntryHeader header = DecodeEntryHeader(m_headerBytes);
+  if (!IsKnownFirstType(header.type) || header.type == kTypeSv) return false;
+  if (header.nameLength > kMaxNameLength) return false;
+  if (!Pass(std::int64_t{header.nameLength} + header.accessInfoLength)) return false;
+  bool any = false;
+  bool ended = false;
+  if (!PassBlocks(any, ended)) return false;
+  const bool needsData = (header.type == kTypeRegular || header.type == kTypeManifest) && !header.IsEmpty();
+  return any ? ended : !needsData;
+}
+
+// Readers pass over every block that follows, whatever the header says; so does this.
+bool CArchive::PassBlocks(bool& any, bool& ended) {
+  while (Position() != m_fileSize) {
+    std::array<unsigned char, kBlockHeaderSize> bytes{};
+    if (!TryRead(bytes.data(), 2)) return false;
+    const BlockType type = DecodeBlockType(static_cast<char>(bytes[0]), static_cast<char>(bytes[1]));
+    if (type == BlockType::kNone) return m_stream.MoveFlPtr(-2);
+    if (!TryRead(bytes.data() + 2, bytes.size() - 2)) return false;
+    const std::uint32_t length = LoadLittle<std::uint32_t>(bytes.data() + BlockField::length);
+    any = true;
+    ended = IsLastBlock(type);
+    if (length > kMaxPayload || !Pass(length + (ended ? std::int64_t{kCrcSize} : 0))) return false;
+  }
+  return true;
+}
+
+bool CArchive::Pass(std::int64_t count) {
+  return count <= m_fileSize - Position() && m_stream.MoveFlPtr(count);
+}
+
+bool CArchive::TryRead(unsigned char* to, unsigned long count) {
+  unsigned long done = 0;
+  if (!m_stream.Read(to, count, &done)) throw CReadExcept(m_name);
+  return done == count;
 }
 
 CDirEntry* CArchive::First() {

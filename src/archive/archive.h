@@ -16,6 +16,7 @@ namespace tolven {
 
 class CDirEntry;
 class CExtractTarget;
+class COutputFile;
 struct CmdOptions;
 
 // An open archive file: its header, and the walk over its entries. There is no index and no trailer; the walk
@@ -26,6 +27,10 @@ class CArchive {
   // Opens the file (`mode`: the flags of file_stream.h); COpenExcept. With kOpenCreate alone the header is
   // taken as checked and valid. `factory` and `options` must outlive the archive.
   CArchive(const std::string& fileName, unsigned int mode, const IEntryFactory& factory,
+           const CmdOptions& options);
+  // The same for a file that this run has open for writing. With `isNew` the header is taken as checked and
+  // valid.
+  CArchive(const std::string& fileName, const COutputFile& file, bool isNew, const IEntryFactory& factory,
            const CmdOptions& options);
   ~CArchive();
   CArchive(const CArchive&) = delete;
@@ -46,6 +51,10 @@ class CArchive {
   const std::array<char, 4>& getVersion() const { return m_version; }
   std::string getVersionString() const { return std::string(m_version.data(), m_version.size()); }
 
+  // True iff the file is entries and nothing else, up to its end: walks the headers and the lengths of the
+  // blocks. What is written behind anything else would not be read again. CReadExcept only when reading
+  // fails.
+  bool IsWhole();
   // The first entry, or null: an archive of another format, without entries, or with an unknown first type.
   CDirEntry* First();
   // The next entry, or null at the end. Blocks of the entry before that were not read are skipped. An entry
@@ -65,6 +74,8 @@ class CArchive {
   bool AtEnd();
   // True iff the file was empty when it was opened: there is no entry to read, nor is it open for reading.
   bool IsNew() const { return m_fileSize == 0; }
+  // True iff the file is the archive header alone.
+  bool IsWithoutEntries() const { return m_fileSize == std::int64_t{kArchiveHeaderSize}; }
   // CSetFilePointerExcept.
   void Seek(std::int64_t position);
   void SeekToEnd();
@@ -93,6 +104,13 @@ class CArchive {
   CExtractTarget* Target() const { return m_pTarget; }
 
  private:
+  void TakeSize();
+  void SetNewHeader();
+  // One step of IsWhole; false when what is there is no whole entry.
+  bool PassEntry();
+  bool PassBlocks(bool& any, bool& ended);
+  bool Pass(std::int64_t count);
+  bool TryRead(unsigned char* to, unsigned long count);
   CDirEntry* ReadEntry();
   void ReadEntryName();
   void ReadEntryAccessInfo();

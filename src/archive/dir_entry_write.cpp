@@ -118,7 +118,7 @@ bool CDirEntry::AddToArchive(CArchive* archive) {
 void CDirEntry::WriteFile(CArchive* archive, EntryHeader& header) {
   CFileStream file;
   errno = 0;
-  if (!file.Attach(m_source.Release(), kOpenRead)) {
+  if (!file.Attach(m_source.Release())) {
     ReportUnreadable(errno);
     return;
   }

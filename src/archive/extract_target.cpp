@@ -17,6 +17,7 @@ namespace tolven {
 namespace {
 
 constexpr int kErrorTemporaryFile = 28;
+constexpr int kErrorForce = 28;
 constexpr int kErrorLink = 36;
 constexpr std::uint32_t kModeSettable = 0xFFF;  // without the file type
 
@@ -49,11 +50,6 @@ std::string CExtractTarget::PathFor(const std::string& shownName) const {
 
 std::unique_ptr<CPendingFile> CExtractTarget::OpenFile(const std::string& path, const std::string& name) {
   DropLink(path);
-  struct stat status {};
-  if (m_options.forceExtraction && m_root.Status(path, status) && !m_root.Remove(path)) {
-    throw CExcept("TOLVEN: force mode (option -j): could not delete " + ShowText(name), kErrorTemporaryFile,
-                  true);
-  }
   auto file = std::make_unique<CPendingFile>(m_root, path);
   std::string failed;
   switch (file->Create(failed)) {
@@ -81,6 +77,11 @@ void CExtractTarget::CommitFile(CPendingFile& file, std::uint32_t mode, std::int
     case CPendingFile::Step::kDate:
       throw CChgDateExcept(name);
     case CPendingFile::Step::kRename:
+      // The rename takes away what is there, at the moment at which the new file is good.
+      if (m_options.forceExtraction) {
+        throw CExcept("TOLVEN: force mode (option -j): could not delete " + ShowText(name), kErrorForce,
+                      true);
+      }
       throw CExcept("TOLVEN: could not open for writing " + ShowText(name));
     default:
       throw CWriteExcept(name);

@@ -33,11 +33,11 @@ class CExtractTarget {
   // Where an entry of that name goes: made safe by ValidateFilePath, unless -xnopvalid is given. Prints a
   // line when that takes a drive prefix or ".." away.
   std::string PathFor(const std::string& shownName) const;
-  // Makes missing parents, removes an existing file in force mode, and opens the temporary file. `name` is
-  // what messages say. CCreateDirExcept, or 28.
+  // Makes missing parents and opens the temporary file. `name` is what messages say. CCreateDirExcept, or 28.
   std::unique_ptr<CPendingFile> OpenFile(const std::string& path, const std::string& name);
   // Gives the file its mode, date and name. CWriteExcept, CChgModExcept, CChgDateExcept, or that it could not
-  // be opened for writing: something stands in its place. `verified`: its digest was found right.
+  // be opened for writing (in force mode: that it could not be deleted, 28): something stands in its place.
+  // `verified`: its digest was found right.
   void CommitFile(CPendingFile& file, std::uint32_t mode, std::int64_t mtime, const std::string& name,
                   bool verified);
   // Makes the directory now, closed to others, or opens one that is there to its owner; date and mode follow

@@ -63,17 +63,17 @@ UniqueFd OpenChain(int root, const std::vector<std::string>& components) {
 }  // namespace
 
 int CExtractRoot::OpenParent(const std::string& path) {
-  if (path.empty()) return m_root.Get();
-  if (m_parent && m_parentPath == path) return m_parent.Get();
+  if (path.empty()) return m_root->Get();
+  if (m_parent != nullptr && m_parentPath == path) return m_parent->Get();
   bool throughLink = false;
   UniqueFd fd = OpenDirectory(path, throughLink);
   if (!fd) return -1;
   KeepParent(path, std::move(fd), throughLink);
-  return m_parent.Get();
+  return m_parent->Get();
 }
 
 void CExtractRoot::KeepParent(const std::string& path, UniqueFd fd, bool throughLink) {
-  m_parent = std::move(fd);
+  m_parent = fd ? std::make_shared<const UniqueFd>(std::move(fd)) : nullptr;
   m_parentPath = path;
   m_parentThroughLink = throughLink;
 }
@@ -86,7 +86,7 @@ void CExtractRoot::ForgetParentThroughLink() {
 UniqueFd CExtractRoot::OpenDirectory(const std::string& path, bool& throughLink) {
   if (!m_confined) {
     throughLink = true;  // nobody looked
-    return UniqueFd(openat(m_root.Get(), path.empty() ? "." : path.c_str(), kPathDirectory));
+    return UniqueFd(openat(m_root->Get(), path.empty() ? "." : path.c_str(), kPathDirectory));
   }
   UniqueFd fd = OpenBeneath(path);
   // On any failure the walk has the last word: it may follow an old link, and it names the error.
@@ -98,7 +98,7 @@ UniqueFd CExtractRoot::OpenBeneath(const std::string& path) {
   open_how how = {};
   how.flags = kPathDirectory;
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
-  const long fd = syscall(SYS_openat2, m_root.Get(), path.empty() ? "." : path.c_str(), &how, sizeof how);
+  const long fd = syscall(SYS_openat2, m_root->Get(), path.empty() ? "." : path.c_str(), &how, sizeof how);
   // No such call here, or a sandbox forbids it: do not ask again.
   if (fd < 0 && (errno == ENOSYS || errno == EPERM)) m_useOpenat2 = false;
   return UniqueFd(static_cast<int>(fd));
@@ -112,7 +112,7 @@ UniqueFd CExtractRoot::WalkBeneath(std::string_view path, bool& throughLink) con
     return UniqueFd();
   }
   PushComponents(path, rest);
-  UniqueFd fd = OpenChain(m_root.Get(), done);
+  UniqueFd fd = OpenChain(m_root->Get(), done);
   bool stale = false;  // `done` was shortened: `fd` is not its end any more
   int links = 0;
   while (fd && !rest.empty()) {
@@ -128,7 +128,7 @@ UniqueFd CExtractRoot::WalkBeneath(std::string_view path, bool& throughLink) con
       stale = true;
       continue;
     }
-    if (std::exchange(stale, false)) fd = OpenChain(m_root.Get(), done);
+    if (std::exchange(stale, false)) fd = OpenChain(m_root->Get(), done);
     if (!fd) break;
     UniqueFd next(openat(fd.Get(), component.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status;
@@ -149,7 +149,7 @@ UniqueFd CExtractRoot::WalkBeneath(std::string_view path, bool& throughLink) con
     throughLink = true;
     if (!PushLinkTarget(next.Get(), rest)) return UniqueFd();
   }
-  return stale && fd ? OpenChain(m_root.Get(), done) : std::move(fd);
+  return stale && fd ? OpenChain(m_root->Get(), done) : std::move(fd);
 }
 
 }  // namespace tolven

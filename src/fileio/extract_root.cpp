@@ -53,7 +53,9 @@ std::array<char, 32> DescriptorPath(int fd) {
 std::set<std::pair<dev_t, ino_t>> CExtractRoot::m_ownLinks;
 
 CExtractRoot::CExtractRoot(bool confined, bool useOpenat2)
-    : m_confined(confined), m_useOpenat2(useOpenat2), m_root(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
+    : m_confined(confined),
+      m_useOpenat2(useOpenat2),
+      m_root(std::make_shared<const UniqueFd>(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC))) {}
 
 CExtractRoot::Split CExtractRoot::SplitPath(const std::string& path) {
   const bool absolute = path.starts_with('/');
@@ -103,7 +105,7 @@ bool CExtractRoot::MakeParents(const std::string& path, std::string& failed) {
   if (OpenParent(parent) >= 0) return true;
 
   const bool absolute = parent.starts_with('/');
-  UniqueFd fd(openat(m_root.Get(), absolute && !m_confined ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  UniqueFd fd(openat(m_root->Get(), absolute && !m_confined ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   failed = parent;
   if (!fd) return false;
   if (absolute && m_confined) {
@@ -180,12 +182,19 @@ UniqueFd CExtractRoot::CreateTemp(const std::string& path, std::string& tempPath
   for (int attempt = 0; attempt < kTempAttempts; ++attempt) {
     if (!MakeRandomSuffix(suffix)) return UniqueFd();
     const std::string name = stem + suffix;
+    std::string full = prefix + name;  // before the file is there: a failure must not leave it
     UniqueFd fd(
         openat(parent, name.c_str(), O_CREAT | O_EXCL | O_NOFOLLOW | O_WRONLY | O_CLOEXEC, kTempMode));
-    if (fd) tempPath = prefix + name;
+    if (fd) tempPath = std::move(full);
     if (fd || errno != EEXIST) return fd;
   }
   return UniqueFd();
+}
+
+std::shared_ptr<const UniqueFd> CExtractRoot::ShareParent(const std::string& path) {
+  const std::string parent = SplitPath(path).parent;
+  if (OpenParent(parent) < 0) return nullptr;
+  return parent.empty() ? m_root : m_parent;
 }
 
 bool CExtractRoot::Rename(const std::string& tempPath, const std::string& path) {

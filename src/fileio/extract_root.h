@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
@@ -29,7 +30,7 @@ class CExtractRoot {
   // Forgets the links made so far. They are known to every root of a run: an archive must not write through
   // the links of the one before it.
   static void BeginRun() { m_ownLinks.clear(); }
-  [[nodiscard]] bool IsOpen() const { return static_cast<bool>(m_root); }
+  [[nodiscard]] bool IsOpen() const { return static_cast<bool>(*m_root); }
 
   // Makes every missing directory on the way to `path`'s last component, 0755. On failure `failed` names the
   // directory that could not be made or entered.
@@ -45,6 +46,9 @@ class CExtractRoot {
   // Creates an exclusive temporary file (0600) beside `path`, named by `path` and six characters; a long last
   // component is shortened in the template only. Returns the descriptor, open for writing, and its path.
   [[nodiscard]] UniqueFd CreateTemp(const std::string& path, std::string& tempPath);
+  // The directory that `path`'s last component belongs in; it stays open as long as somebody has it. Null on
+  // failure.
+  [[nodiscard]] std::shared_ptr<const UniqueFd> ShareParent(const std::string& path);
   // Moves the temporary file onto `path`. A directory in its place is a failure.
   [[nodiscard]] bool Rename(const std::string& tempPath, const std::string& path);
   // Removes a non-directory, never following it.
@@ -88,8 +92,8 @@ class CExtractRoot {
 
   bool m_confined;
   bool m_useOpenat2;
-  UniqueFd m_root;
-  UniqueFd m_parent;
+  std::shared_ptr<const UniqueFd> m_root;
+  std::shared_ptr<const UniqueFd> m_parent;
   std::string m_parentPath;
   bool m_parentThroughLink = false;
   std::set<std::pair<dev_t, ino_t>> m_madeParents;

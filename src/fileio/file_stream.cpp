@@ -3,9 +3,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstddef>
+#include <cstring>
+#include <new>
+#include <utility>
 
 #include "report/run_status.h"
 #include "report/system_error.h"
@@ -14,24 +17,32 @@ namespace tolven {
 namespace {
 
 // An archive being written receives headers of some 50 bytes and blocks of up to 64 KiB: with room for one
-// block, small entries share a system call. Files opened for reading keep the library's own small buffer: a
-// create opens thousands of them, and a seek over a block refills the whole buffer.
+// block, small entries share a system call. What is read ahead stays small: a walk over an archive seeks from
+// header to header, and every seek out of the buffer fills it anew.
 constexpr std::size_t kWriteBufferSize = 64 * 1024;
+constexpr std::size_t kReadBufferSize = 4 * 1024;
 
-// "e": a child of an embedding program must not inherit the archive.
 struct ModeRow {
   unsigned int flag;
-  const char* mode;
-  bool largeBuffer;
+  int openFlags;
+  std::size_t writeRoom;
 };
 constexpr std::array kModes = {
-    ModeRow{kOpenAppend, "ae", true},
-    ModeRow{kOpenCreate, "we", true},
-    ModeRow{kOpenRead, "re", false},
-    ModeRow{kOpenReadWrite, "r+e", false},
+    ModeRow{kOpenAppend, O_WRONLY | O_CREAT | O_APPEND, kWriteBufferSize},
+    ModeRow{kOpenCreate, O_WRONLY | O_CREAT | O_TRUNC, kWriteBufferSize},
+    ModeRow{kOpenRead, O_RDONLY, 0},
+    ModeRow{kOpenReadWrite, O_RDWR, kWriteBufferSize},
 };
+constexpr mode_t kNewFileMode = 0666;
 
 static_assert(sizeof(long) == 8 && sizeof(off_t) == 8, "positions are 64-bit");
+
+template <typename Call>
+auto Repeat(Call call) {
+  auto result = call();
+  while (result < 0 && errno == EINTR) result = call();
+  return result;
+}
 
 }  // namespace
 
@@ -40,106 +51,210 @@ CFileStream::CFileStream(const std::string& name, unsigned int mode) {
 }
 
 CFileStream::~CFileStream() {
-  if (m_file == nullptr) return;
-  if (std::fclose(m_file.release()) != 0) PrintLine("TOLVEN: error closing file! " + SystemErrorText());
+  if (m_file && !CFileStream::Close()) PrintLine("TOLVEN: error closing file! " + SystemErrorText());
+}
+
+bool CFileStream::Fail() {
+  m_lastError = errno;
+  return false;
+}
+
+void CFileStream::Forget() {
+  m_readAt = m_readEnd = m_pending = 0;
+  m_position = 0;
+  m_ended = false;
 }
 
 void CFileStream::Open(const std::string& name, unsigned int mode, unsigned int /*share*/) {
-  m_file.reset();
-  m_direction = Direction::kNone;
+  m_file = UniqueFd();
+  Forget();
   for (const ModeRow& row : kModes) {
     if ((mode & row.flag) == 0) continue;
-    m_file.reset(std::fopen(name.c_str(), row.mode));
-    if (m_file == nullptr) {
-      m_lastError = errno;
-    } else if (row.largeBuffer) {
-      if (m_buffer == nullptr) m_buffer = std::make_unique<char[]>(kWriteBufferSize);
-      std::setvbuf(m_file.get(), m_buffer.get(), _IOFBF, kWriteBufferSize);
+    // A child of an embedding program must not inherit the archive.
+    const int flags = row.openFlags | O_CLOEXEC;
+    m_file = UniqueFd(Repeat([&] { return open(name.c_str(), flags, kNewFileMode); }));
+    if (!m_file) {
+      Fail();
+      return;
     }
+    m_writeRoom = row.writeRoom;
+    if ((flags & O_APPEND) != 0) m_position = std::max<off_t>(lseek(m_file.Get(), 0, SEEK_END), 0);
     return;
   }
   errno = EINVAL;
-  m_lastError = EINVAL;
+  Fail();
 }
 
 bool CFileStream::Open() const {
-  return m_file != nullptr;
+  return static_cast<bool>(m_file);
 }
 
-bool CFileStream::Attach(int descriptor, unsigned int mode) {
-  const bool reading = mode == kOpenRead;
-  m_file.reset(fdopen(descriptor, reading ? "r" : "w"));
-  m_direction = Direction::kNone;
-  if (m_file == nullptr) {
-    m_lastError = errno;
-    if (descriptor >= 0) close(descriptor);
-    errno = m_lastError;
-    return false;
+bool CFileStream::Attach(int descriptor, Writes writes) {
+  Forget();
+  m_file = UniqueFd(descriptor);
+  if (!m_file) {
+    errno = EBADF;
+    return Fail();
   }
-  if (!reading) std::setvbuf(m_file.get(), nullptr, _IONBF, 0);
+  m_writeRoom = writes == Writes::kBuffered ? kWriteBufferSize : 0;
+  // A pipe has no position; it is counted from here.
+  m_position = std::max<off_t>(lseek(descriptor, 0, SEEK_CUR), 0);
   return true;
 }
 
-int CFileStream::Descriptor() const {
-  return m_file == nullptr ? -1 : fileno(m_file.get());
+bool CFileStream::Reserve(std::size_t size) {
+  if (m_capacity >= size) return true;
+  m_buffer.reset(new (std::nothrow) unsigned char[size]);
+  m_capacity = m_buffer == nullptr ? 0 : size;
+  if (m_buffer != nullptr) return true;
+  errno = ENOMEM;
+  return false;
 }
 
-void CFileStream::Turn(Direction direction) {
-  if (m_direction != Direction::kNone && m_direction != direction) std::fseek(m_file.get(), 0, SEEK_CUR);
-  m_direction = direction;
+bool CFileStream::TurnToReading() {
+  return Drain();
+}
+
+// What was read ahead is not where the writer stands.
+bool CFileStream::TurnToWriting() {
+  m_ended = false;
+  const long ahead = static_cast<long>(m_readEnd - m_readAt);
+  m_readAt = m_readEnd = 0;
+  if (ahead == 0) return true;
+  if (lseek(m_file.Get(), m_position - ahead, SEEK_SET) < 0) return false;
+  m_position -= ahead;
+  return true;
+}
+
+bool CFileStream::Fill(std::size_t& got) {
+  got = 0;
+  if (!Reserve(kReadBufferSize)) return false;
+  const ssize_t count = Repeat([&] { return read(m_file.Get(), m_buffer.get(), kReadBufferSize); });
+  if (count < 0) return false;
+  got = static_cast<std::size_t>(count);
+  m_readAt = 0;
+  m_readEnd = got;
+  m_position += count;
+  return true;
 }
 
 bool CFileStream::Read(unsigned char* buf, unsigned long n, unsigned long* done) {
   *done = 0;
-  if (m_file == nullptr) {
-    errno = m_lastError = EBADF;
-    return false;
+  if (!m_file) {
+    errno = EBADF;
+    return Fail();
   }
-  Turn(Direction::kRead);
-  *done = std::fread(buf, 1, n, m_file.get());
-  if (*done == n || std::ferror(m_file.get()) == 0) return true;
-  m_lastError = errno;
-  return false;
+  if (!TurnToReading()) return Fail();
+  while (*done < n) {
+    const std::size_t wanted = n - *done;
+    if (m_readAt < m_readEnd) {
+      const std::size_t count = std::min(wanted, m_readEnd - m_readAt);
+      std::memcpy(buf + *done, m_buffer.get() + m_readAt, count);
+      m_readAt += count;
+      *done += count;
+      continue;
+    }
+    if (m_ended) return true;
+    std::size_t got = 0;
+    if (wanted >= kReadBufferSize) {
+      m_readAt = m_readEnd = 0;
+      const ssize_t count = Repeat([&] { return read(m_file.Get(), buf + *done, wanted); });
+      if (count < 0) return Fail();
+      got = static_cast<std::size_t>(count);
+      m_position += count;
+      *done += got;
+    } else if (!Fill(got)) {
+      return Fail();
+    }
+    m_ended = got == 0;
+  }
+  return true;
+}
+
+std::size_t CFileStream::Put(const unsigned char* from, std::size_t n) {
+  std::size_t done = 0;
+  while (done < n) {
+    const ssize_t count = Repeat([&] { return write(m_file.Get(), from + done, n - done); });
+    if (count == 0) errno = EIO;  // no progress, and no reason given
+    if (count <= 0) break;
+    done += static_cast<std::size_t>(count);
+    m_position += count;
+  }
+  return done;
 }
 
 bool CFileStream::Write(unsigned char* buf, unsigned long n, unsigned long* done) {
   *done = 0;
-  if (m_file == nullptr) {
+  if (!m_file) {
     errno = EBADF;
     return false;
   }
-  Turn(Direction::kWrite);
-  *done = std::fwrite(buf, 1, n, m_file.get());
-  return *done == n;
+  if (n == 0) return true;
+  if (!TurnToWriting()) return false;
+  if (n > m_writeRoom - m_pending && !Drain()) return false;
+  if (n > m_writeRoom) {
+    *done = Put(buf, n);
+    return *done == n;
+  }
+  if (!Reserve(m_writeRoom)) return false;
+  std::memcpy(m_buffer.get() + m_pending, buf, n);
+  m_pending += n;
+  *done = n;
+  return true;
+}
+
+bool CFileStream::Drain() {
+  const std::size_t pending = std::exchange(m_pending, 0);
+  return pending == 0 || Put(m_buffer.get(), pending) == pending;
 }
 
 bool CFileStream::Flush() {
-  if (m_file == nullptr) return false;
-  if (std::fflush(m_file.get()) == 0) return true;
-  m_lastError = errno;
-  return false;
+  return m_file && (Drain() || Fail());
+}
+
+void CFileStream::Abandon() {
+  m_file = UniqueFd();
+  Forget();
 }
 
 bool CFileStream::Close() {
-  if (m_file != nullptr && std::fclose(m_file.release()) == 0) return true;
-  m_lastError = errno;
-  return false;
+  if (!m_file) return Fail();
+  const bool flushed = Flush();
+  const int error = errno;
+  const bool closed = close(m_file.Release()) == 0 || errno == EINTR;
+  Forget();
+  if (!flushed) errno = error;
+  return (flushed && closed) || Fail();
 }
 
 bool CFileStream::GetPos(long* pos) {
-  if (m_file == nullptr) return false;
-  const off_t position = ftello(m_file.get());
-  if (position < 0) return false;
-  if (pos != nullptr) *pos = position;
+  if (!m_file) return false;
+  if (pos != nullptr) {
+    *pos = m_position - static_cast<long>(m_readEnd - m_readAt) + static_cast<long>(m_pending);
+  }
   return true;
 }
 
 bool CFileStream::Seek(long offset, int whence) {
-  if (m_file == nullptr) return false;
-  m_direction = Direction::kNone;
-  if (fseeko(m_file.get(), offset, whence) == 0) return true;
-  m_lastError = errno;
-  return false;
+  if (!m_file) return false;
+  const long ahead = static_cast<long>(m_readEnd - m_readAt);
+  // From one header to the next is often a step within what was read ahead.
+  const long target = whence == SEEK_CUR ? offset : offset - (m_position - ahead);
+  if (whence != SEEK_END && -static_cast<long>(m_readAt) <= target && target <= ahead && m_readEnd > 0) {
+    m_readAt = static_cast<std::size_t>(static_cast<long>(m_readAt) + target);
+    m_ended = false;
+    return true;
+  }
+  if (!Drain()) return Fail();
+  if (whence == SEEK_CUR && __builtin_sub_overflow(offset, ahead, &offset)) {
+    errno = EINVAL;
+    return Fail();
+  }
+  const off_t position = lseek(m_file.Get(), offset, whence);
+  if (position < 0) return Fail();
+  Forget();
+  m_position = position;
+  return true;
 }
 
 bool CFileStream::SetPos(long pos) {
@@ -155,12 +270,10 @@ bool CFileStream::MoveToEnd() {
 }
 
 bool CFileStream::Truncate() {
-  long position = 0;
   // What is still buffered belongs in front of the cut.
+  long position = 0;
   if (!Flush() || !GetPos(&position)) return false;
-  if (ftruncate(fileno(m_file.get()), position) == 0) return true;
-  m_lastError = errno;
-  return false;
+  return Repeat([&] { return ftruncate(m_file.Get(), position); }) == 0 || Fail();
 }
 
 bool CFileStream::BckpRead(unsigned char* /*buf*/, unsigned long /*n*/, unsigned long* /*done*/) {

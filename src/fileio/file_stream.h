@@ -1,8 +1,10 @@
 #pragma once
 
-#include <cstdio>
+#include <cstddef>
 #include <memory>
 #include <string>
+
+#include "fileio/unique_fd.h"
 
 namespace tolven {
 
@@ -12,8 +14,10 @@ inline constexpr unsigned int kOpenCreate = 0x20000000;     // "w": create or ov
 inline constexpr unsigned int kOpenRead = 0x40000000;       // "r"
 inline constexpr unsigned int kOpenReadWrite = 0x02000000;  // "r+": must exist
 
-// A byte stream over a standard I/O FILE with 64-bit positions. Operations report failure by their result and
-// keep errno as the last error; nothing throws. Callers name the failure (CReadExcept, CWriteExcept, ...).
+// A byte stream with 64-bit positions over a descriptor, with the semantics of a standard I/O file; a call
+// that a signal interrupts is made again, for which a FILE loses what it had buffered. Operations report
+// failure by their result and keep errno as the last error; nothing throws. Callers name the failure
+// (CReadExcept, CWriteExcept, ...).
 class CFileStream {
  public:
   CFileStream() = default;
@@ -27,22 +31,28 @@ class CFileStream {
   [[nodiscard]] virtual bool Read(unsigned char* buf, unsigned long n, unsigned long* done);
   // True iff all `n` bytes were written; `*done` tells how many were. Records no error.
   [[nodiscard]] virtual bool Write(unsigned char* buf, unsigned long n, unsigned long* done);
-  // Opens with the fopen mode of the flags above (close-on-exec); `share` is ignored. A mode without any flag
-  // is refused (EINVAL). See Open() for the result.
+  // Opens as fopen does in the mode of the flags above (close-on-exec); `share` is ignored. A mode without
+  // any flag is refused (EINVAL). See Open() for the result.
   virtual void Open(const std::string& name, unsigned int mode, unsigned int share);
   // True iff a file is open.
   [[nodiscard]] virtual bool Open() const;
 
-  // Takes over an open descriptor, for writing or (kOpenRead) for reading; the stream closes it. False (and
-  // the descriptor closed) on failure. Such a stream writes through: each Write is one system call, so write
-  // large pieces.
-  [[nodiscard]] bool Attach(int descriptor, unsigned int mode = kOpenCreate);
+  // What is written to an attached descriptor.
+  enum class Writes {
+    kThrough,   // each Write is one system call: write large pieces
+    kBuffered,  // small pieces share a system call
+  };
+  // Takes over an open descriptor at its current position; the stream closes it. False with EBADF for -1.
+  [[nodiscard]] bool Attach(int descriptor, Writes writes = Writes::kThrough);
   // The descriptor of the open file, -1 when closed.
-  [[nodiscard]] int Descriptor() const;
-  // Pushes buffered bytes to the file. False when closed or on failure.
+  [[nodiscard]] int Descriptor() const { return m_file.Get(); }
+  // Pushes buffered bytes to the file. False when closed or on failure; what could not be written is lost.
   [[nodiscard]] bool Flush();
+  // Closes without pushing what is buffered: the file is about to be put back or removed.
+  void Abandon();
 
-  // True on success; false with the error recorded on failure or when nothing was open.
+  // True on success; false with the error recorded on failure or when nothing was open. A close that a signal
+  // interrupts has closed.
   bool Close();
   [[nodiscard]] bool GetPos(long* pos);
   [[nodiscard]] bool SetPos(long pos);
@@ -58,18 +68,28 @@ class CFileStream {
   bool BckpDone();
 
  private:
-  struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-  };
-  // Standard I/O wants a seek between reading and writing in either direction.
-  enum class Direction { kNone, kRead, kWrite };
-  void Turn(Direction direction);
+  // The buffer serves one direction at a time: it holds what was read ahead, or what is still to be written.
+  [[nodiscard]] bool TurnToReading();
+  [[nodiscard]] bool TurnToWriting();
+  [[nodiscard]] bool Reserve(std::size_t size);
+  [[nodiscard]] bool Fill(std::size_t& got);
+  [[nodiscard]] bool Drain();
+  // Writes to the file itself; the number of bytes that got there.
+  std::size_t Put(const unsigned char* from, std::size_t n);
   [[nodiscard]] bool Seek(long offset, int whence);
+  bool Fail();
+  void Forget();
 
   int m_lastError = 0;
-  Direction m_direction = Direction::kNone;
-  std::unique_ptr<char[]> m_buffer;  // of archives being written; must outlive m_file
-  std::unique_ptr<std::FILE, FileCloser> m_file;
+  UniqueFd m_file;
+  std::size_t m_writeRoom = 0;  // of the buffer, when writing; 0: write through
+  std::unique_ptr<unsigned char[]> m_buffer;
+  std::size_t m_capacity = 0;
+  std::size_t m_readAt = 0;   // next byte read ahead
+  std::size_t m_readEnd = 0;  // behind the last one
+  std::size_t m_pending = 0;  // bytes to be written
+  long m_position = 0;        // of the descriptor: behind what was read ahead, before what is pending
+  bool m_ended = false;       // the end was seen: reading again finds it again, until somebody moves
 };
 
 }  // namespace tolven

@@ -1,8 +1,10 @@
 #include "fileio/pending_file.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <ctime>
 
 namespace tolven {
@@ -14,6 +16,9 @@ CPendingFile::~CPendingFile() {
 CPendingFile::Step CPendingFile::Create(std::string& failed) {
   errno = 0;
   if (!m_root.MakeParents(m_path, failed)) return Step::kParents;
+  m_directory = m_root.ShareParent(m_path);
+  if (m_directory == nullptr) return Step::kTemporary;
+  m_leaf.reserve(NAME_MAX + 1);  // nothing may fail between making the file and arming
   errno = 0;
   const CHoldSignals hold;
   UniqueFd descriptor = m_root.CreateTemp(m_path, m_tempName);
@@ -21,7 +26,8 @@ CPendingFile::Step CPendingFile::Create(std::string& failed) {
     m_tempName.clear();
     return Step::kTemporary;
   }
-  m_guard.emplace(m_tempName);
+  m_leaf.assign(m_tempName, m_tempName.rfind('/') + 1);
+  Arm();
   return m_stream.Attach(descriptor.Release()) ? Step::kNone : Step::kTemporary;
 }
 
@@ -34,20 +40,24 @@ CPendingFile::Step CPendingFile::Commit(std::uint32_t mode, std::int64_t mtime) 
   if (futimens(m_stream.Descriptor(), accessAndModification) != 0) return Step::kDate;
   if (!m_stream.Close()) return Step::kWrite;
   if (!m_root.Rename(m_tempName, m_path)) return Step::kRename;
+  Disarm();
   m_tempName.clear();
-  m_guard.reset();
   return Step::kNone;
 }
 
 bool CPendingFile::Discard() {
-  if (m_stream.Open()) m_stream.Close();
+  m_stream.Abandon();
   if (m_tempName.empty()) return true;
   const int error = errno;
-  const bool removed = m_root.Remove(m_tempName);
+  const bool removed = unlinkat(m_directory->Get(), m_leaf.c_str(), 0) == 0;
   if (removed) errno = error;
+  Disarm();
   m_tempName.clear();
-  m_guard.reset();
   return removed;
+}
+
+void CPendingFile::Undo() noexcept {
+  unlinkat(m_directory->Get(), m_leaf.c_str(), 0);
 }
 
 }  // namespace tolven

@@ -1,19 +1,20 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
+#include <memory>
 #include <string>
 
 #include "fileio/extract_root.h"
 #include "fileio/file_stream.h"
-#include "fileio/remove_on_signal.h"
+#include "fileio/run_signals.h"
+#include "fileio/unique_fd.h"
 
 namespace tolven {
 
 // A file on its way to its name: data goes into a temporary file beside the place, which takes the name only
 // when everything about it is right. Destroyed before that, or when the process is told to end, it leaves
 // nothing.
-class CPendingFile {
+class CPendingFile final : private CUndoOnSignal {
  public:
   // What failed, with errno set: callers have a message of their own for each.
   enum class Step { kNone, kParents, kTemporary, kWrite, kMode, kDate, kRename };
@@ -34,11 +35,15 @@ class CPendingFile {
   bool Discard();
 
  private:
+  void Undo() noexcept override;
+
   CExtractRoot& m_root;
   std::string m_path;
   std::string m_tempName;  // empty: nothing to remove
   CFileStream m_stream;
-  std::optional<CRemoveOnSignal> m_guard;
+  // Where the temporary file is, for removing it whatever has become of the way there.
+  std::shared_ptr<const UniqueFd> m_directory;
+  std::string m_leaf;
 };
 
 }  // namespace tolven

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "fileio/run_signals.h"
+
 namespace tolven {
 
 // Called in a handler: turns whatever is being handled into a printed message and an exit code, both by way
@@ -10,6 +12,7 @@ void ReportException() noexcept;
 // takes memory, outside the ladder.
 template <typename Body>
 void RunGuarded(const Body& body) {
+  const CRunSignals signals;
   try {
     body();
   } catch (...) {

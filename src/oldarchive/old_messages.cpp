@@ -80,7 +80,10 @@ bool SetErrorMessage(int* error, std::string* text, int code, const std::string&
   if (text == nullptr || row == kMessages.end()) return false;
 
   *text = row->text;
-  if (!argument.empty()) *text += (text->empty() ? "" : " ") + ShowText(argument);
+  if (!argument.empty()) {
+    if (!text->empty()) *text += ' ';
+    *text += ShowText(argument);
+  }
   if (row->reason == Reason::kAlways && systemError == 0) systemError = EIO;
   if (row->reason != Reason::kNone && systemError != 0) {
     *text += (text->empty() ? "" : ": ") + std::string(std::strerror(systemError));

@@ -12,6 +12,7 @@
 #include <new>
 
 #include "report/line_output.h"
+#include "report/run_files.h"
 
 namespace tolven {
 namespace {
@@ -41,7 +42,7 @@ std::int32_t CLogMan::OpenLogFile(const std::string& name) {
   auto file = std::make_unique<LogFile>();
   file->name = name;
   m_logFiles.reserve(m_logFiles.size() + 1);  // nothing fails once the file is there
-  file->descriptor = open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666);
+  file->descriptor = OpenRunFile(name, O_WRONLY | O_TRUNC);
   if (file->descriptor < 0) return -1;
   m_logFiles.push_back(std::move(file));
   return static_cast<std::int32_t>(m_logFiles.size() - 1);

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace tolven {
 
@@ -10,8 +14,9 @@ class CLogMan;
 // the exit code while it is made, and a closing stream prints. The processor owns one and installs it for its
 // lifetime; with none installed a default answers, so that a test can make any exception and read its code.
 struct RunStatus {
-  int exitCode = 0;               // last write wins
-  CLogMan* logManager = nullptr;  // not owned; null: nothing is printed
+  int exitCode = 0;                                 // last write wins
+  CLogMan* logManager = nullptr;                    // not owned; null: nothing is printed
+  std::vector<std::pair<dev_t, ino_t>> files = {};  // what the run itself writes; see run_files.h
 
   static RunStatus& Current();
 };

@@ -36,7 +36,13 @@ void ProveKey(const CmdOptions& options) {
 }
 
 void CompareWithExternal(ManifestContext* context, const CmdOptions& options) {
-  if (options.manifestFile == nullptr || !CUtils::ExistsFile(options.manifestFile)) return;
+  if (options.manifestFile == nullptr) return;
+  errno = 0;
+  if (!CUtils::ExistsFile(options.manifestFile)) {
+    // One that cannot be looked at may be there, and may differ.
+    if (errno != ENOENT && errno != ENOTDIR) throw COpenExcept(options.manifestFile);
+    return;
+  }
   ThrowManifestError(context, ManifestVerifyBody(context, options.manifestFile));
 }
 

@@ -6,7 +6,9 @@
 #include "archive/memory_streams.h"
 #include "fileio/file_stream.h"
 #include "report/except.h"
+#include "report/run_files.h"
 #include "report/show_text.h"
+#include "signing/manifest/manifest_trace.h"
 #include "signing/signed_manifest.h"
 
 namespace tolven {
@@ -69,6 +71,7 @@ std::string GetManifestContent(CArchive& archive, std::int64_t& offset) {
 void InitManifest(ManifestContext* context, const CmdOptions& options, const char* fileHash,
                   const char* format, const char* signatureHash) {
   int code = ManifestStartup();
+  if (std::FILE* trace = ManifestTraceFile(); trace != nullptr) NoteRunFile(fileno(trace));
   if (code == SMF_OK) {
     code = ManifestInit(context, options.securityLibrary, fileHash, format, signatureHash);
   }

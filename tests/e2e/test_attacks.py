@@ -167,9 +167,11 @@ class Signing(AttackTest):
                     self.write("A", content)
                     self.write("tree/a", "more")
                     run = self.run_tolven(command, "A", "-key", pki("signer.pse"), *names)
-                    if run.code == 5 and command != "-Sf":
+                    if row.name == "empty manifest" and command != "-Sf":
                         continue  # what cannot be read is removed, as an append does
-                    self.assertEqual((run.code, harness.read_file(self.path("A"))), (row.code, content), run)
+                    torn = row.name in ("junk behind the manifest", "archive cut") and command != "-Sf"
+                    expected = 1 if torn else row.code
+                    self.assertEqual((run.code, harness.read_file(self.path("A"))), (expected, content), run)
 
     def test_append_after_an_attack(self):
         """The old signature and the files are looked at before an append signs."""

@@ -1,6 +1,6 @@
 #include "archive/commands/create.h"
 
-#include <sys/stat.h>
+#include <fcntl.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -8,9 +8,10 @@
 
 #include "archive/archive.h"
 #include "archive/dir_entry.h"
-#include "fileio/remove_on_signal.h"
+#include "fileio/output_file.h"
 #include "fileio/working_directory.h"
 #include "report/except.h"
+#include "report/run_files.h"
 #include "report/show_text.h"
 #include "report/system_error.h"
 #include "signing/signed_manifest.h"
@@ -40,51 +41,81 @@ void CCreate::Execute() {
     if (!CWorkingDirectory::Enter(options.sourceDir)) throw CChgDirExcept(options.sourceDir);
   }
   const CEntryServices services(*m_pProcessor);
-  bool needsHeader = false;
-  const unsigned int mode = OpenMode(needsHeader);
-  CArchive archive(m_pProcessor->ArchiveName(), mode, m_factory, options);
-  std::optional<CRemoveOnSignal> guard;
-  if (m_pProcessor->Command() == CMD_CREATE) guard.emplace(archive.Name());
-  WriteArchive(archive, needsHeader);
-  archive.Close();
+  const std::string name = m_pProcessor->ArchiveName();
+  COutputFile& file = m_pProcessor->ArchiveFile();
+  errno = 0;
+  if (!file.Open(name, OpenFlags())) throw COpenExcept(name);
+  const bool creates = m_pProcessor->Command() == CMD_CREATE;
+  if (creates && !file.Cut()) throw COpenExcept(name);
+  const bool isNew = creates || (m_pProcessor->Command() == CMD_APPEND && file.Size() == 0);
+  CArchive archive(name, file, isNew, m_factory, options);
+  if (!isNew) JudgeExisting(archive);
+  WriteArchive(archive, isNew);
 }
 
-void CCreate::WriteArchive(CArchive& archive, bool needsHeader) {
-  struct stat status {};
-  if (fstat(archive.Stream().Descriptor(), &status) != 0) throw CStatExcept(archive.Name());
-  m_archiveIdentity = {status.st_dev, status.st_ino};
-  if (needsHeader) archive.WriteHeader();
-  CSignedManifest::VerifyArchiveSignature(true, &archive, m_pProcessor);
+// With signing the old signature at the end is overwritten in place; a plain append writes at the end.
+int CCreate::OpenFlags() const {
+  if (m_pProcessor->Command() == CMD_CREATE) return O_WRONLY | O_CREAT;
+  if (m_pProcessor->Command() == CMD_SIGN) return O_RDWR;
+  return O_RDWR | O_CREAT | (CSignedManifest::IsSigning(*m_pProcessor) ? 0 : O_APPEND);
+}
+
+// What cannot be read is no reason to delete it, as a failure while entries are being written is.
+void CCreate::JudgeExisting(CArchive& archive) const {
+  errno = 0;
+  if (m_pProcessor->ArchiveFile().Size() < static_cast<std::int64_t>(kArchiveHeaderSize)) {
+    throw CUnsupportedArchiveException(ShowText(archive.Name()));
+  }
+  bool isWhole = false;
+  try {
+    if (!archive.IsValid()) throw CUnsupportedArchiveException(ShowText(archive.Name()));
+    // A signing reads all that is there; it has to find something.
+    const bool signs = m_pProcessor->Command() == CMD_SIGN;
+    isWhole = signs ? archive.IsWithoutEntries() || archive.First() != nullptr : archive.IsWhole();
+  } catch (const CReadExcept&) {
+    errno = archive.Stream().GetLastError();
+    throw COpenExcept(archive.Name());
+  }
+  if (!isWhole) throw CUnsupportedArchiveException(ShowText(archive.Name()) + " is damaged or incomplete");
+}
+
+void CCreate::WriteArchive(CArchive& archive, bool isNew) {
+  COutputFile& file = m_pProcessor->ArchiveFile();
+  std::optional<std::int64_t> start;  // where this run began to write
+  try {
+    if (isNew) {
+      if (!file.KeepFrom(0)) throw COpenExcept(archive.Name());  // empty, perhaps, but it was there
+      archive.WriteHeader();
+    }
+    CSignedManifest::VerifyArchiveSignature(true, &archive, m_pProcessor);
+    if (!isNew) {
+      if (!CSignedManifest::IsSigning(*m_pProcessor)) archive.SeekToEnd();
+      start = archive.Position();
+      errno = 0;
+      if (!file.KeepFrom(*start)) throw COpenExcept(archive.Name());
+    }
+    WriteEntries(archive);
+    archive.Close();
+  } catch (...) {
+    long end = 0;
+    if (m_pProcessor->Command() == CMD_SIGN) {
+      archive.Stream().Abandon();
+      file.Restore();
+    } else if (start && archive.Stream().GetPos(&end) && end > *start) {
+      // The new entries may end within the signature that they overwrite; its remains are no entry.
+      static_cast<void>(archive.Stream().Truncate());
+    }
+    throw;
+  }
+}
+
+void CCreate::WriteEntries(CArchive& archive) {
   if (m_pProcessor->Command() != CMD_SIGN) {
     for (const std::string& name : m_pProcessor->CmdLine().GetNames()) AddName(name, archive);
   }
   unsigned long failed = 0;
   CSignedManifest::CheckErrors(&archive, nullptr, failed);
   CSignedManifest::CreateArchiveSignature(&archive, m_pProcessor, CDirEntry::m_pCompressStrategy);
-}
-
-// Create overwrites; a plain append writes at the end; with signing the old signature at the end is
-// overwritten in place. What is not an archive of ours is refused before anything of it is touched.
-unsigned int CCreate::OpenMode(bool& needsHeader) const {
-  if (m_pProcessor->Command() == CMD_CREATE) {
-    needsHeader = true;
-    return kOpenCreate;
-  }
-  const bool signing = CSignedManifest::IsSigning(*m_pProcessor);
-  const std::string name = m_pProcessor->ArchiveName();
-  double size = 0;
-  const bool exists = CUtils::GetSizeOfFile(name, size);
-  if (m_pProcessor->Command() == CMD_APPEND && (!exists || size == 0)) {
-    needsHeader = true;
-    return signing ? kOpenCreate : kOpenAppend | kOpenCreate;
-  }
-  errno = 0;
-  CArchive existing(name, kOpenRead, m_factory, m_pProcessor->Options());
-  errno = 0;
-  if (size < static_cast<double>(kArchiveHeaderSize) || !existing.IsValid()) {
-    throw CUnsupportedArchiveException(ShowText(name));
-  }
-  return signing ? kOpenReadWrite : kOpenAppend | kOpenCreate;
 }
 
 void CCreate::AddName(const std::string& name, CArchive& archive) {
@@ -148,7 +179,7 @@ void CCreate::AddObject(const std::string& path, CArchive& archive) {
   }
   strFileInformation info;
   const bool known = CUtils::GetFileInformation(path, info, resolve);
-  if (known && Identity(info.device, info.inode) == m_archiveIdentity) return;
+  if (known && IsRunFile(info.device, info.inode)) return;
   const bool included = CreateFileObject(path, type, archive)->AddToArchive(&archive);
   if (included && type == FT_DIRECTORY) Descend(path);
 }

@@ -36,9 +36,12 @@ class CCreate : public CCommand {
     std::size_t next = 0;
   };
 
-  // The flags for opening the archive; `needsHeader` when it holds nothing yet.
-  unsigned int OpenMode(bool& needsHeader) const;
-  void WriteArchive(CArchive& archive, bool needsHeader);
+  // How open(2) has to open the archive; nothing is cut by that.
+  int OpenFlags() const;
+  // Refuses what is there unless entries may follow it.
+  void JudgeExisting(CArchive& archive) const;
+  void WriteArchive(CArchive& archive, bool isNew);
+  void WriteEntries(CArchive& archive);
   void AddName(const std::string& name, CArchive& archive);
   // Archives one object. What is below it, when it is a directory, becomes the next level.
   void AddObject(const std::string& path, CArchive& archive);
@@ -52,7 +55,6 @@ class CCreate : public CCommand {
 
   CProcessor* m_pProcessor;
   const IEntryFactory& m_factory;
-  Identity m_archiveIdentity{};
   std::vector<Level> m_levels;
 };
 

@@ -1,11 +1,14 @@
 #include "archive/commands/merge.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 
 #include "archive/archive.h"
 #include "archive/dir_entry.h"
-#include "fileio/utils.h"
+#include "fileio/output_file.h"
 #include "report/except.h"
 #include "report/show_text.h"
 #include "signing/signed_manifest.h"
@@ -32,22 +35,25 @@ void CMerge::Execute() {
   errno = 0;
   if (names.size() != 2) throw CExcept("TOLVEN: merging only supported for exactly two archives");
   CArchive source(names[0], kOpenRead, m_factory, m_processor.Options());
-  CArchive target(names[1], kOpenRead, m_factory, m_processor.Options());
+  COutputFile file;
+  if (!file.Open(names[1], O_RDWR | O_APPEND)) throw COpenExcept(names[1]);
+  CArchive target(names[1], file, false, m_factory, m_processor.Options());
   CheckMergeable(target);
   CheckMergeable(source);
-  target.Close();
-  target.Open(names[1], kOpenAppend);
+  target.SeekToEnd();
   Copy(source, target);
   target.Close();
   source.Close();
 }
 
 void CMerge::Copy(CArchive& source, CArchive& target) const {
-  // Taken once: a source that is the target grows while it is read, and the copy still ends.
-  double remaining = 0;
-  if (!CUtils::GetSizeOfFile(source.Name(), remaining)) {
+  // Taken once: a source that is the target grows while it is read, and the copy still ends. Of the open
+  // file: the name may stand for another by now.
+  struct stat status {};
+  if (fstat(source.Stream().Descriptor(), &status) != 0) {
     throw CExcept("TOLVEN: can't get size of file " + ShowText(source.Name()));
   }
+  auto remaining = static_cast<double>(status.st_size);
   if (!source.Stream().SetPos(kArchiveHeaderSize)) {
     throw CExcept("TOLVEN: can't move file pointer in " + ShowText(source.Name()));
   }

@@ -11,6 +11,7 @@
 #include "cmdline/usage_checker.h"
 #include "fileio/extract_root.h"
 #include "report/except.h"
+#include "report/run_files.h"
 #include "report/show_text.h"
 
 namespace tolven {
@@ -78,11 +79,17 @@ void CProcessor::Run() {
   std::unique_ptr<CCommand> command;
   if (m_pFactory != nullptr) command = m_pFactory->MakeCommand(m_command, *this);
   if (command == nullptr) throw CExcept("TOLVEN: no valid command given", 21, false);
-  if (IsWriting(m_command)) {
-    RunWriting(*command);
-  } else {
-    command->Execute();
+  try {
+    if (IsWriting(m_command)) {
+      RunWriting(*command);
+    } else {
+      command->Execute();
+    }
+  } catch (...) {
+    m_archiveFile.Release();
+    throw;
   }
+  m_archiveFile.Release();
   command.reset();
 
   if (Options().printStatistics) {
@@ -100,7 +107,7 @@ void CProcessor::PrepareExecution() {
 // The file is opened before anything is closed: when that fails, messages still have somewhere to go. A link
 // is not followed: what it leads to is no output of this program.
 void CProcessor::RedirectOutput() {
-  const UniqueFd file(open(kOutputFile, O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666));
+  const UniqueFd file(OpenRunFile(kOutputFile, O_RDWR | O_TRUNC));
   UniqueFd before(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
   if (!file || dup2(file.Get(), STDOUT_FILENO) < 0) {
     LogManager().PrintString(std::string("TOLVEN: could not redirect stdout to file ") + kOutputFile);
@@ -178,7 +185,7 @@ bool CProcessor::ExcludeThis(const std::string& name) const {
 
 void CProcessor::deleteArchive(const std::string& startDir) {
   const std::string archive = ArchiveName();
-  if (CUtils::DeleteFile(archive)) return;
+  if (m_archiveFile.Remove(archive)) return;
   // -C may have led away from the directory that the name belongs to. An absolute name is joined all the
   // same.
   std::string path = startDir;
@@ -187,13 +194,14 @@ void CProcessor::deleteArchive(const std::string& startDir) {
   }
   path += archive;
   std::replace(path.begin(), path.end(), '\\', '/');
-  CUtils::DeleteFile(path);
+  m_archiveFile.Remove(path);
 }
 
 void CProcessor::Reset() {
   RestoreOutput();
   CExtractRoot::BeginRun();
   m_status.exitCode = 0;
+  m_status.files.clear();
   m_pCmdLine->Reset();
   m_command = CMD_NONE;
   m_archiveName.fill('\0');

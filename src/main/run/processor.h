@@ -6,6 +6,7 @@
 #include <string>
 
 #include "cmdline/cmd_line.h"
+#include "fileio/output_file.h"
 #include "fileio/unique_fd.h"
 #include "fileio/utils.h"
 #include "main/run/command.h"
@@ -45,7 +46,11 @@ class CProcessor {
   void FileNotAvail(const std::string& name) { FileNotAvail(name, std::string()); }
   // True iff `name` equals an entry of the exclude list.
   bool ExcludeThis(const std::string& name) const;
-  // Removes the archive named in the name buffer, from here or from the start directory.
+  // The archive that a create, an append or a signing writes. It stays locked until the run has nothing more
+  // to do with it: until a failed one is removed, too.
+  COutputFile& ArchiveFile() { return m_archiveFile; }
+  // Removes the archive named in the name buffer, looked for from here, then from the start directory: only
+  // the file that this run opened, only a regular one.
   void deleteArchive(const std::string& startDir);
 
   CLogMan& LogManager() { return *m_status.logManager; }
@@ -79,6 +84,7 @@ class CProcessor {
   const ICommandFactory* m_pFactory = nullptr;
   int m_command = CMD_NONE;
   std::array<char, kNameBufferSize> m_archiveName{};
+  COutputFile m_archiveFile;
   CStatistics m_statistics;
   bool m_inaccessibleFiles = false;
   bool m_scanOnly = false;

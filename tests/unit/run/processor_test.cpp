@@ -1,5 +1,6 @@
 #include "main/run/processor.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -116,7 +117,10 @@ TEST_F(ProcessorTest, CleanUpAfterAFailure) {
     for (const char* command : {"-c n", "-a n", "-ci n", "-ai n", "-S", "-m", "-x"}) {
       SCOPED_TRACE(test.name + " " + command);
       test::WriteFile("A.VRA", "half");
-      const int exitCode = Again(std::string(command) + " -f A.VRA", test.work);
+      const int exitCode = Again(std::string(command) + " -f A.VRA", [&] {
+        ASSERT_TRUE(m_proc->ArchiveFile().Open("A.VRA", O_WRONLY));
+        test.work();
+      });
       const std::string text = command;
       const bool writing = text.starts_with("-c") || text.starts_with("-a");
       const bool stays = !writing || (text.find('i') == std::string::npos ? test.stays : test.staysWithI);
@@ -126,28 +130,26 @@ TEST_F(ProcessorTest, CleanUpAfterAFailure) {
   }
 }
 
-TEST_F(ProcessorTest, DeletesFromTheStartDirectoryWhenNotHere) {
-  fs::create_directory("sub");
-  const auto fail = [this] {
-    fs::current_path("sub");
-    throw CWriteExcept("A.VRA");
+// Looked for from the current directory, then from the start directory, with "\" for "/" and an absolute name
+// appended: but only the file that the run opened goes.
+TEST_F(ProcessorTest, DeletesTheFileItOpenedWhereverItIsFound) {
+  struct Case {
+    const char* name;
+    const char* opened;
   };
-  // As it stands, here.
-  test::WriteFile("A.VRA", "x");
-  test::WriteFile("sub/A.VRA", "x");
-  Again("-c n -f A.VRA", fail);
-  EXPECT_TRUE(fs::exists(m_dir / "A.VRA"));
-  EXPECT_FALSE(fs::exists(m_dir / "sub/A.VRA"));
-  // Below the start directory.
-  fs::current_path(m_dir.Path());
-  Again("-c n -f A.VRA", fail);
-  EXPECT_FALSE(fs::exists(m_dir / "A.VRA"));
-  // With "\" as separator, and an absolute name appended.
-  for (const char* name : {"sub\\B.VRA", "/sub/B.VRA"}) {
-    test::WriteFile(m_dir / "sub/B.VRA", "x");
+  fs::create_directories("sub/sub");
+  for (const Case& test : {Case{"A.VRA", "sub/A.VRA"}, Case{"A.VRA", "A.VRA"},
+                           Case{"sub\\A.VRA", "sub/A.VRA"}, Case{"/sub/A.VRA", "sub/A.VRA"}}) {
+    SCOPED_TRACE(std::string(test.name) + " " + test.opened);
+    const auto files = {"A.VRA", "sub/A.VRA", "sub/sub/A.VRA"};
+    for (const char* file : files) test::WriteFile(m_dir / file, "x");
+    Again(std::string("-c n -f ") + test.name, [&] {
+      ASSERT_TRUE(m_proc->ArchiveFile().Open(test.opened, O_WRONLY));
+      fs::current_path("sub");
+      throw CWriteExcept("A.VRA");
+    });
     fs::current_path(m_dir.Path());
-    Again(std::string("-c n -f ") + name, [] { throw CWriteExcept("B.VRA"); });
-    EXPECT_FALSE(fs::exists(m_dir / "sub/B.VRA")) << name;
+    for (const std::string file : files) EXPECT_EQ(fs::exists(file), file != test.opened) << file;
   }
 }
 
