@@ -17,4 +17,14 @@ std::string DkvReason(int code) {
   return description != nullptr ? std::string(description) : DkvCodeName(code);
 }
 
+std::string DkvInfo(const DkvTable* table) {
+  const DkvLock lock;
+  const char* text = nullptr;
+  return DkvLibSecTKLastErrorInfo(table, &text) == DKV_OK ? DkvText(text) : std::string();
+}
+
+std::string DkvReason(int code, const std::string& info) {
+  return info.empty() ? DkvReason(code) : DkvReason(code) + " " + info;
+}
+
 }  // namespace tolven
