@@ -199,7 +199,7 @@ class TolvenTest(unittest.TestCase):
         return run
 
     def check_sane(self, run, errors, args, expected=b""):
-        self.assertRegex(errors, b"^" + expected + b"$", "%r wrote to the error output, %r" % (args, run))
+        self.assertRegex(errors, rb"\A" + expected + rb"\Z", "%r wrote to the error output, %r" % (args, run))
         self.assertNotEqual(run.code, SANITIZER_EXIT, (args, run))
         self.assertGreaterEqual(run.code, 0, "%r died by a signal, %r" % (args, run))
 

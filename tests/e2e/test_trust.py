@@ -128,8 +128,9 @@ class Keys(TrustTest):
         """With -C everything that is named by the user or the environment lies in the start directory, and the tree that
         is packed is never searched for keys."""
         self.trust(QELverify="root.crt", QELtimestamp="root.crt")
-        harness.build_tree(self.path("tree"), {**DATA, "release": harness.read_file(pki("lonely.pse")), "sec/release.pse":
-                                               harness.read_file(pki("lonely.pse")), "QELSSL.pse": b"none"})
+        planted = harness.read_file(pki("lonely.pse"))
+        harness.build_tree(self.path("tree"), {**DATA, "release": planted, "sec/release.pse": planted,
+                                               "QELSSL.pse": b"none"})
         self.env["SECUDIR"] = "sec"
         pack = ["-cSf", self.path("A"), "-C", "tree", "-key", "release"]
         self.refused([*pack, *DATA], 60, self.path("sec/release.pse"))
