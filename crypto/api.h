@@ -5,6 +5,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "openssl.h"
@@ -18,13 +19,17 @@ namespace tolven::crypto {
 // The one exception of this library; it never leaves it.
 class Failure : public std::exception {
  public:
-  explicit Failure(int rc, const char* where = "") : m_rc(rc), m_where(where) {}
+  // `where` is for the trace, `info` for people: what the code alone cannot say (see DkvSecTKLastErrorInfo).
+  explicit Failure(int rc, const char* where = "", std::string info = {})
+      : m_rc(rc), m_where(where), m_info(std::move(info)) {}
   int rc() const { return m_rc; }
   const char* what() const noexcept override { return m_where; }
+  const std::string& info() const { return m_info; }
 
  private:
   int m_rc;
   const char* m_where;
+  std::string m_info;
 };
 
 // For calls that fail for no other reason than memory or a defect.
@@ -33,6 +38,14 @@ inline void Require(bool good, const char* where) {
 }
 
 bool IsInitialised();
+bool IsFipsActive();
+// What DkvSecTKLastErrorInfo says about the call that is running; the last one counts.
+void SetInfo(const std::string& text) noexcept;
+// Empties OpenSSL's error queue into the trace and returns the name of the algorithm that it complains about
+// as not supported ("RC2-40-CBC"); empty when that is not what went wrong.
+std::string UnsupportedAlgorithm();
+// DKV_ERR_ALG_NOT_SUPPORTED that names it.
+Failure Unsupported(const std::string& algorithm);
 // Empties OpenSSL's error queue into the trace.
 void TraceFailure(const char* function, int rc, const char* where);
 
@@ -40,6 +53,7 @@ void TraceFailure(const char* function, int rc, const char* where);
 template <typename Body>
 int Guarded(const char* function, Body body) {
   if (!IsInitialised()) return DKV_ERR_NOT_INITIALISED;
+  SetInfo({});
   int rc = DKV_OK;
   const char* where = "";
   try {
@@ -47,6 +61,7 @@ int Guarded(const char* function, Body body) {
   } catch (const Failure& failure) {
     rc = failure.rc();
     where = failure.what();
+    SetInfo(failure.info());
   } catch (const std::bad_alloc&) {
     rc = DKV_ERR_MEMORY;
   } catch (const std::exception&) {

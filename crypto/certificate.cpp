@@ -58,6 +58,11 @@ std::string IdText(const X509* certificate) {
   return SerialText(X509_get0_serialNumber(certificate)) + " " + IssuerText(certificate);
 }
 
+std::string ObjectText(const ASN1_OBJECT* object) {
+  char text[80];
+  return OBJ_obj2txt(text, sizeof text, object, 0) > 0 ? text : "unknown";
+}
+
 std::int64_t ToSeconds(const ASN1_TIME* time) {
   std::tm parts{};
   if (time == nullptr || ASN1_TIME_to_tm(time, &parts) != 1) return DKV_NO_TIME;

@@ -4,6 +4,7 @@
 #include <openssl/objects.h>
 
 #include <algorithm>
+#include <ctime>
 #include <utility>
 
 #include "api.h"
@@ -65,9 +66,118 @@ Certs CertificatesOf(const Pse& pse) {
   return certificates;
 }
 
-bool IsAnchor(const Trust& trust, const X509* certificate) {
-  return std::any_of(trust.anchors().begin(), trust.anchors().end(),
+// Ways that are looked at before the search ends: certificates of strangers must not keep us busy.
+constexpr int kMaxWays = 16;
+constexpr int kMaxSignatureChecks = 256;
+constexpr std::size_t kMaxDepth = 16;
+
+// An issuer may vouch for what its extended key usage allows, and for anything without one (RFC 5280,
+// 4.2.1.12 is about the certificate itself; that it limits what is issued is what every other program holds).
+bool MayVouchFor(X509* issuer, ChainPurpose purpose) {
+  if ((X509_get_extension_flags(issuer) & EXFLAG_XKUSAGE) == 0) return true;
+  const std::uint32_t wanted = purpose == ChainPurpose::kCodeSigning ? XKU_CODE_SIGN : XKU_TIMESTAMP;
+  return (X509_get_extended_key_usage(issuer) & (wanted | XKU_ANYEKU)) != 0;
+}
+
+// Tries the ways from a certificate to the anchors one by one, depth first, those that are valid at the time
+// before the others. OpenSSL alone would follow the first issuer of a fitting name and judge only that way.
+class WaySearch {
+ public:
+  WaySearch(const Trust& trust, const Certs& helpers, std::int64_t time, ChainPurpose purpose)
+      : m_trust(trust), m_helpers(helpers), m_time(time), m_purpose(purpose) {}
+
+  int Run(X509* certificate) {
+    m_way.push_back(certificate);
+    Walk();
+    ERR_clear_error();
+    return m_result;
+  }
+
+ private:
+  bool IsAnchor(const X509* certificate) const;
+  std::vector<X509*> Issuers(X509* certificate);
+  void Walk();
+  int JudgeWay() const;
+
+  const Trust& m_trust;
+  const Certs& m_helpers;
+  const std::int64_t m_time;
+  const ChainPurpose m_purpose;
+  std::vector<X509*> m_way;  // from the certificate upwards
+  int m_result = DKV_ERR_WRONG_SIGNER;
+  int m_ways = 0;
+  int m_signatureChecks = 0;
+};
+
+bool WaySearch::IsAnchor(const X509* certificate) const {
+  return std::any_of(m_trust.anchors().begin(), m_trust.anchors().end(),
                      [&](const CertPtr& anchor) { return X509_cmp(anchor.get(), certificate) == 0; });
+}
+
+std::vector<X509*> WaySearch::Issuers(X509* certificate) {
+  std::vector<X509*> issuers;
+  for (const Certs* certs : {&m_trust.anchors(), &m_helpers}) {
+    for (const CertPtr& candidate : *certs) {
+      const auto isSame = [&](const X509* other) { return X509_cmp(other, candidate.get()) == 0; };
+      if (std::any_of(m_way.begin(), m_way.end(), isSame) ||
+          std::any_of(issuers.begin(), issuers.end(), isSame)) {
+        continue;
+      }
+      if (X509_NAME_cmp(X509_get_subject_name(candidate.get()), X509_get_issuer_name(certificate)) != 0 ||
+          ++m_signatureChecks > kMaxSignatureChecks) {
+        continue;
+      }
+      if (HasIssued(candidate.get(), certificate)) issuers.push_back(candidate.get());
+    }
+  }
+  std::stable_partition(issuers.begin(), issuers.end(),
+                        [this](const X509* issuer) { return IsValidAt(issuer, m_time); });
+  return issuers;
+}
+
+// Where an anchor is reached the way ends: what lies above it is in nobody's favour.
+void WaySearch::Walk() {
+  if (IsAnchor(m_way.back())) {
+    const int rc = JudgeWay();
+    // The first way that fails says why: it is the most promising one.
+    if (rc == DKV_OK || m_ways++ == 0) m_result = rc;
+    return;
+  }
+  if (m_way.size() >= kMaxDepth) return;
+  for (X509* issuer : Issuers(m_way.back())) {
+    if (m_result == DKV_OK || m_ways >= kMaxWays) return;
+    m_way.push_back(issuer);
+    Walk();
+    m_way.pop_back();
+  }
+}
+
+int WaySearch::JudgeWay() const {
+  const StorePtr store(X509_STORE_new());
+  const CertView untrusted(sk_X509_new_null());
+  const StoreCtxPtr context(X509_STORE_CTX_new());
+  if (!store || !untrusted || !context) throw std::bad_alloc();
+  // A certificate of the profile is trusted as it is, whether it is a root or not.
+  X509_STORE_set_flags(store.get(), X509_V_FLAG_PARTIAL_CHAIN);
+  X509_VERIFY_PARAM_set_auth_level(X509_STORE_get0_param(store.get()), kSecurityLevel);
+  Require(X509_STORE_add_cert(store.get(), m_way.back()) == 1, "anchor");
+  for (std::size_t i = 1; i + 1 < m_way.size(); ++i) {
+    Require(sk_X509_push(untrusted.get(), m_way[i]) > 0, "helpers");
+  }
+  Require(X509_STORE_CTX_init(context.get(), store.get(), m_way.front(), untrusted.get()) == 1, "chain");
+  SetTime(context.get(), m_time);
+
+  if (X509_verify_cert(context.get()) != 1) {
+    const int error = X509_STORE_CTX_get_error(context.get());
+    Trace(kTraceError, "chain: %s, depth %d", X509_verify_cert_error_string(error),
+          X509_STORE_CTX_get_error_depth(context.get()));
+    // X509_V_OK with a failed call is a failure before the first check.
+    return error == X509_V_OK ? DKV_ERR_UNTRUSTED : ToRc(error);
+  }
+  if (!IssuersAreAuthorities(X509_STORE_CTX_get0_chain(context.get()))) return DKV_ERR_UNTRUSTED;
+  const bool allowed = std::all_of(m_way.begin() + 1, m_way.end(),
+                                   [this](X509* issuer) { return MayVouchFor(issuer, m_purpose); });
+  return allowed ? DKV_OK : DKV_ERR_EXT_KEY_USAGE;
 }
 
 }  // namespace
@@ -84,29 +194,27 @@ Trust::Trust(Certs anchors) : m_store(X509_STORE_new()), m_anchors(std::move(anc
   }
 }
 
-int CheckChain(const Trust& trust, X509* certificate, const Certs& helpers, std::int64_t time) {
-  if (trust.anchors().size() + helpers.size() > 1 && IsAnchor(trust, certificate)) {
-    Certs itself;
-    itself.push_back(Share(certificate));
-    return CheckChain(Trust(std::move(itself)), certificate, {}, time);
-  }
-  const CertView untrusted(sk_X509_new_null());
-  const StoreCtxPtr context(X509_STORE_CTX_new());
-  if (!untrusted || !context) throw std::bad_alloc();
-  for (const CertPtr& helper : helpers) {
-    Require(sk_X509_push(untrusted.get(), helper.get()) > 0, "helpers");
-  }
-  Require(X509_STORE_CTX_init(context.get(), trust.store(), certificate, untrusted.get()) == 1, "chain");
-  SetTime(context.get(), time);
+int CheckChain(const Trust& trust, X509* certificate, const Certs& helpers, std::int64_t time,
+               ChainPurpose purpose) {
+  return WaySearch(trust, helpers, time, purpose).Run(certificate);
+}
 
-  if (X509_verify_cert(context.get()) != 1) {
-    const int error = X509_STORE_CTX_get_error(context.get());
-    Trace(kTraceError, "chain: %s, depth %d", X509_verify_cert_error_string(error),
-          X509_STORE_CTX_get_error_depth(context.get()));
-    // X509_V_OK with a failed call is a failure before the first check.
-    return error == X509_V_OK ? DKV_ERR_UNTRUSTED : ToRc(error);
-  }
-  return IssuersAreAuthorities(X509_STORE_CTX_get0_chain(context.get())) ? DKV_OK : DKV_ERR_UNTRUSTED;
+bool IsValidAt(const X509* certificate, std::int64_t time) {
+  if (time == kAnyTime) return true;
+  std::time_t moment = time == DKV_NO_TIME ? std::time(nullptr) : static_cast<std::time_t>(time);
+  return X509_cmp_time(X509_get0_notBefore(certificate), &moment) < 0 &&
+         X509_cmp_time(X509_get0_notAfter(certificate), &moment) > 0;
+}
+
+bool HasIssued(X509* issuer, X509* certificate) {
+  EVP_PKEY* key = X509_get0_pubkey(issuer);
+  return X509_NAME_cmp(X509_get_subject_name(issuer), X509_get_issuer_name(certificate)) == 0 &&
+         key != nullptr && X509_verify(certificate, key) == 1;
+}
+
+bool IsForTimeStampsOnly(X509* certificate) {
+  return (X509_get_extension_flags(certificate) & EXFLAG_XKUSAGE) != 0 &&
+         X509_get_extended_key_usage(certificate) == XKU_TIMESTAMP;
 }
 
 int CheckSignerUsage(X509* certificate) {

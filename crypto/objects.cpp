@@ -37,6 +37,21 @@ void CopyBytes(DkvOctetstring& place, Bytes bytes) {
   place.octets = copy.release();
 }
 
+// On success the list owns the entry.
+void Append(SigRcpDkvInfoList*& list, SigRcpDkvInfo* info) {
+  std::unique_ptr<SigRcpDkvInfoList, Freer> made;
+  if (list == nullptr) made = Allocate<SigRcpDkvInfoList>();
+  SigRcpDkvInfoList& target = made ? *made : *list;
+  auto grown = Allocate<SigRcpDkvInfo*>(target.count + 1);
+  if (target.count > 0) std::memcpy(grown.get(), target.entries, target.count * sizeof info);
+  grown.get()[target.count] = info;
+  std::free(target.entries);
+  target.entries = grown.release();
+  target.count += 1;
+  target.size = sizeof target;
+  if (made) list = made.release();
+}
+
 }  // namespace
 
 Bytes Input(const DkvOctetstring* octets) {
@@ -97,7 +112,7 @@ void SetOctets(DkvOctetstring& place, const X509* certificate) {
 
 SigRcpDkvInfoList* MakeList(SignerPtr signer) {
   SigRcpDkvInfoList* list = nullptr;
-  if (DkvINSSigRcpDkvInfo(&list, signer.get()) != DKV_OK) throw std::bad_alloc();
+  Append(list, signer.get());
   static_cast<void>(signer.release());
   return list;
 }
@@ -157,17 +172,7 @@ DKV_API int DkvDELSigRcpDkvInfo(SigRcpDkvInfo* info) {
 DKV_API int DkvINSSigRcpDkvInfo(SigRcpDkvInfoList** list, SigRcpDkvInfo* info) {
   if (list == nullptr || info == nullptr) return DKV_ERR_ARGUMENT;
   return Guarded(__func__, [&] {
-    std::unique_ptr<SigRcpDkvInfoList, Freer> made;
-    if (*list == nullptr) made = Allocate<SigRcpDkvInfoList>();
-    SigRcpDkvInfoList& target = made ? *made : **list;
-    auto grown = Allocate<SigRcpDkvInfo*>(target.count + 1);
-    if (target.count > 0) std::memcpy(grown.get(), target.entries, target.count * sizeof info);
-    grown.get()[target.count] = info;
-    std::free(target.entries);
-    target.entries = grown.release();
-    target.count += 1;
-    target.size = sizeof target;
-    if (made) *list = made.release();
+    Append(*list, info);
     return DKV_OK;
   });
 }

@@ -59,6 +59,10 @@ bool IsInitialised() {
   return users > 0;
 }
 
+bool IsFipsActive() {
+  return fipsActive;
+}
+
 extern "C" {
 
 DKV_API int qelcr_init(void) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "openssl.h"
@@ -8,9 +9,10 @@ namespace tolven::crypto {
 
 // A profile in memory.
 struct Pse {
-  KeyPtr key;     // null in a trust file, or when nobody asked for it
-  CertPtr own;    // the key's certificate; null in a trust file
-  Certs further;  // the chain and whatever else is trusted
+  std::shared_ptr<OSSL_LIB_CTX> context;  // of a key that lives in a provider of its own, else null
+  KeyPtr key;                             // null in a trust file, or when nobody asked for it
+  CertPtr own;                            // the key's certificate; null in a trust file
+  Certs further;                          // the chain and whatever else is trusted
 };
 
 enum class PseUse {
@@ -19,11 +21,11 @@ enum class PseUse {
   kKeyIfPresent,  // both when there is a key
 };
 
-// The file a profile name stands for, see dkv.h; empty when a plain name is given and SECUDIR is not set.
-std::string PsePath(const std::string& name);
-
-// Reads a profile. Fails with DKV_ERR_NO_PSE, _PASSWORD, _PSE_FORMAT, _PSE_NO_KEY, _PSE_NO_CERT. password may
-// be null.
+// Reads a profile. Fails with DKV_ERR_NO_PSE, _PSE_READ, _PASSWORD, _PSE_FORMAT, _PSE_NO_KEY, _PSE_NO_CERT,
+// _ALG_NOT_SUPPORTED, _MODULE. password may be null.
 Pse LoadPse(const std::string& name, const char* password, PseUse use);
+
+// True iff SECUDIR has a profile of that name, good or bad.
+bool HasPse(const std::string& name);
 
 }  // namespace tolven::crypto

@@ -2,7 +2,9 @@
 
 #include <openssl/crypto.h>
 
+#include <algorithm>
 #include <array>
+#include <utility>
 
 #include "certificate.h"
 #include "signing_certificate.h"
@@ -12,6 +14,18 @@ namespace {
 
 int ContentTypeOf(SignedKind kind) {
   return kind == SignedKind::kToken ? NID_id_smime_ct_TSTInfo : NID_pkcs7_data;
+}
+
+// Keys whose signatures OpenSSL can check in a message; a failure with another one says nothing about it.
+bool IsKnownKey(X509* certificate) {
+  EVP_PKEY* key = X509_get0_pubkey(certificate);
+  for (const char* type : {"RSA", "RSA-PSS", "EC", "DSA"}) {
+    if (key != nullptr && EVP_PKEY_is_a(key, type) == 1) return true;
+  }
+  ASN1_OBJECT* algorithm = nullptr;
+  X509_PUBKEY_get0_param(&algorithm, nullptr, nullptr, nullptr, X509_get_X509_PUBKEY(certificate));
+  SetInfo("It is " + ObjectText(algorithm) + ".");
+  return false;
 }
 
 Bytes BytesOf(const ASN1_STRING* text) {
@@ -66,20 +80,38 @@ std::int64_t SignedData::signingTime() const {
   return DKV_NO_TIME;
 }
 
-CertPtr SignedData::FindSigner(const Trust& trust) const {
+Certs SignedData::FindSigners(const Trust& trust) const {
+  constexpr std::size_t kEnough = 8;
+  Certs found;
   for (const Certs* certs : {&trust.anchors(), &m_certificates}) {
     for (const CertPtr& certificate : *certs) {
-      if (CMS_SignerInfo_cert_cmp(m_signer, certificate.get()) == 0) return Share(certificate.get());
+      if (found.size() == kEnough) return found;
+      if (CMS_SignerInfo_cert_cmp(m_signer, certificate.get()) != 0) continue;
+      const bool known = std::any_of(found.begin(), found.end(), [&](const CertPtr& other) {
+        return X509_cmp(other.get(), certificate.get()) == 0;
+      });
+      if (!known) found.push_back(Share(certificate.get()));
     }
   }
-  return nullptr;
+  return found;
+}
+
+CertPtr SignedData::FindSigner(const Trust& trust) const {
+  Certs found = FindSigners(trust);
+  return found.empty() ? nullptr : std::move(found.front());
 }
 
 int SignedData::CheckSignature(Bytes content, X509* certificate, const Trust& trust) const {
   const int digest = CheckDigest(content);
   if (digest != DKV_OK) return digest;
+  if (!IsKnownKey(certificate)) return DKV_ERR_ALG_NOT_SUPPORTED;
   CMS_SignerInfo_set1_signer_cert(m_signer, certificate);
-  if (CMS_SignerInfo_verify(m_signer) != 1) return DKV_ERR_SIGNATURE_VALUE;
+  if (CMS_SignerInfo_verify(m_signer) != 1) {
+    const std::string algorithm = UnsupportedAlgorithm();
+    if (algorithm.empty()) return DKV_ERR_SIGNATURE_VALUE;
+    SetInfo("It is " + algorithm + ".");
+    return DKV_ERR_ALG_NOT_SUPPORTED;
+  }
   if (!IsStrongDigest(DigestNid())) return DKV_ERR_WEAK;
   return CheckAttributes(certificate, trust);
 }
@@ -96,7 +128,12 @@ int SignedData::CheckDigest(Bytes content) const {
   const ASN1_STRING* given = SignedAttribute(m_signer, NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING);
   const EVP_MD* md = EVP_get_digestbynid(DigestNid());
   if (given == nullptr) return DKV_ERR_ATTRIBUTES;
-  if (md == nullptr) return DKV_ERR_WEAK;
+  if (md == nullptr) {
+    X509_ALGOR* digest = nullptr;
+    CMS_SignerInfo_get0_algs(m_signer, nullptr, nullptr, &digest, nullptr);
+    SetInfo("It is " + ObjectText(digest->algorithm) + ".");
+    return DKV_ERR_ALG_NOT_SUPPORTED;
+  }
   std::array<std::uint8_t, EVP_MAX_MD_SIZE> value{};
   unsigned length = 0;
   Require(EVP_Digest(content.data(), content.size(), value.data(), &length, md, nullptr) == 1, "digest");

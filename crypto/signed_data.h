@@ -32,7 +32,10 @@ class SignedData {
   std::string signerId() const;
   // What the signer says, or DKV_NO_TIME.
   std::int64_t signingTime() const;
-  // The signer's certificate, from the profile or else from the object; null when neither has it.
+  // The certificates that the signer may have, of the profile and then of the object; a signer known by a key
+  // identifier may have several of one key. Empty when neither has one.
+  Certs FindSigners(const Trust& trust) const;
+  // The first of them, or null.
   CertPtr FindSigner(const Trust& trust) const;
 
   // Digest of the content, value of the signature, strength of the digest, attributes: all that can be said

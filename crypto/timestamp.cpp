@@ -1,6 +1,7 @@
 #include <openssl/bn.h>
 #include <openssl/rand.h>
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 
@@ -84,12 +85,35 @@ SignerPtr DescribeTsa(const TokenFinding& finding) {
   return info;
 }
 
-std::vector<std::uint8_t> Embed(const SignedData& data, Bytes token) {
+bool IsSame(Bytes one, Bytes other) {
+  return std::equal(one.begin(), one.end(), other.begin(), other.end());
+}
+
+// The stamped signature read back: the same signature value, over the same attributes and so the same
+// content, still by the certificate that it carries, and the token where it will be looked for.
+void ProveStamped(Bytes der, const SignedData& before, Bytes token) {
+  const SignedData after(der, SignedKind::kDetached);
+  const CertPtr signer = after.FindSigner(Trust());
+  const FoundToken found = FindToken(after.signer());
+  bool good = signer != nullptr && IsSame(after.signatureValue(), before.signatureValue()) &&
+              after.certificates().size() == before.certificates().size() && found.rc == DKV_OK &&
+              IsSame(found.der, token);
+  if (good) {
+    CMS_SignerInfo_set1_signer_cert(after.signer(), signer.get());
+    good = CMS_SignerInfo_verify(after.signer()) == 1;
+  }
+  if (!good) throw Failure(DKV_ERR_GENERAL, "proof", "The stamped signature does not verify.");
+}
+
+std::vector<std::uint8_t> Embed(Bytes signature, Bytes token) {
+  const SignedData data(signature, SignedKind::kDetached);
   if (FindToken(data.signer()).present) throw Failure(DKV_ERR_TOKEN, "second token");
   Require(CMS_unsigned_add1_attr_by_NID(data.signer(), NID_id_smime_aa_timeStampToken, V_ASN1_SEQUENCE,
                                         token.data(), static_cast<int>(token.size())) == 1,
           "attribute");
-  return ToDer(data.cms(), i2d_CMS_ContentInfo);
+  const std::vector<std::uint8_t> stamped = ToDer(data.cms(), i2d_CMS_ContentInfo);
+  ProveStamped(stamped, SignedData(signature, SignedKind::kDetached), token);
+  return stamped;
 }
 
 }  // namespace
@@ -112,19 +136,21 @@ DKV_API int DkvAddTimeStampResp(const DkvOctetstring* signature, const DkvOctets
   if (stamped == nullptr) return DKV_ERR_ARGUMENT;
   *stamped = nullptr;
   if (tsa != nullptr) *tsa = nullptr;
-  return Guarded(__func__, [&] {
+  return Guarded(__func__, [&]() -> int {
     const SignedData data(Input(signature), SignedKind::kDetached);
     const TsReqPtr asked(FromDer<TS_REQ>(Input(request), d2i_TS_REQ));
     const TsRespPtr answered(FromDer<TS_RESP>(Input(reply), d2i_TS_RESP));
     const SigRcpDkvInfo& info = InputSigner(key);
     CheckReply(answered.get(), asked.get(), data.signatureValue());
 
-    const Trust trust(LoadPse(info.profile, info.password, PseUse::kTrust));
+    // The profile matters only where no trust file says who may stamp.
+    const Trust trust = TimeStampTrust(
+        HasPse("QELtimestamp") ? Trust() : Trust(LoadPse(info.profile, info.password, PseUse::kTrust)));
     const std::vector<std::uint8_t> token = ToDer(TS_RESP_get_token(answered.get()), i2d_PKCS7);
     const TokenFinding finding = CheckToken(token, data.signatureValue(), trust);
     if (tsa != nullptr) *tsa = MakeList(DescribeTsa(finding));
-    if (finding.rc != DKV_OK) throw Failure(finding.rc, "token");
-    *stamped = MakeOctets(Embed(data, token)).release();
+    if (finding.rc != DKV_OK) return finding.rc;
+    *stamped = MakeOctets(Embed(Input(signature), token)).release();
     return DKV_OK;
   });
 }

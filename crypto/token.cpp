@@ -4,6 +4,8 @@
 
 #include <array>
 #include <ctime>
+#include <string>
+#include <utility>
 
 #include "api.h"
 #include "certificate.h"
@@ -14,6 +16,8 @@ namespace {
 
 // Clocks differ; a token from further in the future than this is not believed.
 constexpr std::int64_t kClockSkewSeconds = 300;
+
+constexpr char kTrustFile[] = "QELtimestamp";
 
 struct ExtendedUsageReleaser {
   void operator()(EXTENDED_KEY_USAGE* usage) const { sk_ASN1_OBJECT_pop_free(usage, ASN1_OBJECT_free); }
@@ -56,8 +60,13 @@ int Judge(const SignedData& token, Bytes signatureValue, const Trust& trust, Tok
   const int signature = token.CheckSignature(token.content(), finding.tsa.get(), trust);
   if (signature != DKV_OK) return signature == DKV_ERR_WEAK ? DKV_ERR_WEAK : DKV_ERR_TOKEN;
   if (!MayStamp(finding.tsa.get())) return DKV_ERR_TSA_CERT;
-  const int chain = CheckChain(trust, finding.tsa.get(), token.certificates(), time);
-  if (chain != DKV_OK) return chain == DKV_ERR_WEAK ? DKV_ERR_WEAK : DKV_ERR_TOKEN_TRUST;
+  const int chain =
+      CheckChain(trust, finding.tsa.get(), token.certificates(), time, ChainPurpose::kTimeStamping);
+  if (chain != DKV_OK) {
+    SetInfo(std::string("The authorities that count are those in QELtimestamp.pse in SECUDIR") +
+            (HasPse(kTrustFile) ? "." : ", which is not there."));
+    return chain == DKV_ERR_WEAK ? DKV_ERR_WEAK : DKV_ERR_TOKEN_TRUST;
+  }
   finding.time = time;
   return DKV_OK;
 }
@@ -75,6 +84,15 @@ bool ImprintMatches(TS_MSG_IMPRINT* imprint, Bytes data) {
   const ASN1_OCTET_STRING* given = TS_MSG_IMPRINT_get_msg(imprint);
   return ASN1_STRING_length(given) == static_cast<int>(length) &&
          CRYPTO_memcmp(ASN1_STRING_get0_data(given), value.data(), length) == 0;
+}
+
+Trust TimeStampTrust(const Trust& trust) {
+  if (HasPse(kTrustFile)) return Trust(LoadPse(kTrustFile, nullptr, PseUse::kTrust));
+  Certs limited;
+  for (const CertPtr& anchor : trust.anchors()) {
+    if (IsForTimeStampsOnly(anchor.get())) limited.push_back(Share(anchor.get()));
+  }
+  return Trust(std::move(limited));
 }
 
 TokenFinding CheckToken(Bytes token, Bytes signatureValue, const Trust& trust) {

@@ -16,6 +16,10 @@ struct TokenFinding {
   CertPtr issuer;     // of the TSA's certificate; null when not known
 };
 
+// Who may stamp: the certificates of the profile "QELtimestamp", else those of `trust` that are limited to
+// time stamps. Whoever may issue signers must not by that alone be able to say when they signed.
+Trust TimeStampTrust(const Trust& trust);
+
 // The authority's chain is judged at the token's own time: a token outlives the certificate it was made with.
 // A time in the future is not believed.
 TokenFinding CheckToken(Bytes token, Bytes signatureValue, const Trust& trust);

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 
 #include "api.h"
@@ -30,7 +31,7 @@ int JudgeToken(const SignedData& data, const Trust& trust, bool wanted, SigRcpDk
   info.tokenResult = found.rc;
   if (found.rc != DKV_OK) return DKV_ERR_TOKEN;
 
-  const TokenFinding finding = CheckToken(found.der, data.signatureValue(), trust);
+  const TokenFinding finding = CheckToken(found.der, data.signatureValue(), TimeStampTrust(trust));
   info.tokenResult = finding.rc;
   info.tokenTime = finding.time;
   if (finding.tsa) SetText(info.tsaId, IdText(finding.tsa.get()));
@@ -41,9 +42,8 @@ int JudgeToken(const SignedData& data, const Trust& trust, bool wanted, SigRcpDk
 }
 
 // The checks in the order that dkv.h promises; the first that fails is the result.
-int Judge(const SignedData& data, Bytes content, const Trust& trust, bool tokenWanted, SigRcpDkvInfo& info) {
-  const CertPtr certificate = data.FindSigner(trust);
-  if (!certificate) return DKV_ERR_SIGNER_CERT;
+int JudgeAs(const CertPtr& certificate, const SignedData& data, Bytes content, const Trust& trust,
+            bool tokenWanted, SigRcpDkvInfo& info) {
   X509* issuer = FindIssuer(certificate.get(), {&trust.anchors(), &data.certificates()});
   DescribeSigner(certificate.get(), issuer, info);
   info.signingTime = data.signingTime();
@@ -62,6 +62,22 @@ int Judge(const SignedData& data, Bytes content, const Trust& trust, bool tokenW
   return rc;
 }
 
+// One certificate of the signer that passes is enough; otherwise the first one's failure is told.
+int Judge(const SignedData& data, Bytes content, const Trust& trust, bool tokenWanted, SigRcpDkvInfo& info) {
+  const Certs certificates = data.FindSigners(trust);
+  if (certificates.empty()) return DKV_ERR_SIGNER_CERT;
+  const auto judge = [&](const CertPtr& certificate) {
+    return JudgeAs(certificate, data, content, trust, tokenWanted, info);
+  };
+  const int rc = judge(certificates.front());
+  if (rc == DKV_OK || certificates.size() == 1) return rc;
+  if (std::any_of(certificates.begin() + 1, certificates.end(),
+                  [&](const CertPtr& certificate) { return judge(certificate) == DKV_OK; })) {
+    return DKV_OK;
+  }
+  return judge(certificates.front());
+}
+
 // A profile that is not there trusts nobody; every other trouble with it is the caller's to know.
 Trust LoadTrust(const SigRcpDkvInfo& key, int& detail) {
   try {
@@ -69,6 +85,7 @@ Trust LoadTrust(const SigRcpDkvInfo& key, int& detail) {
   } catch (const Failure& failure) {
     if (failure.rc() != DKV_ERR_NO_PSE) throw;
     detail = DKV_ERR_NO_PSE;
+    SetInfo(failure.info());
     return Trust();
   }
 }

@@ -7,7 +7,6 @@
 #include <string_view>
 
 #include "cmdline/option_table.h"
-#include "fileio/utils.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
@@ -140,10 +139,9 @@ void CCmdLine::AnchorFileOptions(const std::string& directory) {
     const char*& text = m_options.*option;
     if (text == nullptr || text[0] == '/' || text[0] == '\0') continue;
     const bool mayBeName = option == &CmdOptions::key || option == &CmdOptions::securityLibrary;
-    std::string anchored = directory + "/" + text;
-    const bool isFile = option == &CmdOptions::key && CUtils::ExistsFile(anchored);
-    if (mayBeName && std::strchr(text, '/') == nullptr && !isFile) continue;
-    text = m_anchored.emplace_back(std::move(anchored)).c_str();
+    if (mayBeName && std::strchr(text, '/') == nullptr) continue;
+    if (option == &CmdOptions::key && std::string_view(text).starts_with("pkcs11:")) continue;
+    text = m_anchored.emplace_back(directory + "/" + text).c_str();
   }
 }
 

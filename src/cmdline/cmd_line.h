@@ -84,7 +84,7 @@ class CCmdLine {
   // For the embedded entry, which sets options without arguments.
   CmdOptions& MutableOptions() { return m_options; }
   // Makes the files of the signing options mean what they meant in `directory`, before -C leads away from it.
-  // A key without "/" is anchored only when it is a file there: else it is a name.
+  // A key without "/" is a name, and one that begins with "pkcs11:" an address; both stay as they are.
   void AnchorFileOptions(const std::string& directory);
   // Back to the state after construction.
   void Reset();

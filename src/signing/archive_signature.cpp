@@ -1,6 +1,7 @@
 // The flows that sign and verify archives, called by the commands at their fixed points.
 
 #include <cerrno>
+#include <cstdio>
 #include <string>
 
 #include "fileio/utils.h"
@@ -190,6 +191,8 @@ void CSignedManifest::CreateArchiveSignature(CArchive* archive, CProcessor* proc
   CompareWithExternal(context, options);
   // In memory first: a signature or a time stamp that fails leaves the archive as it is.
   ThrowManifestError(context, CSmfSign(context, options));
+  const std::string& warning = ManifestSigningWarning(context);
+  if (!warning.empty()) std::fprintf(stderr, "TOLVEN: warning: %s\n", warning.c_str());
   CSignedManifest entry(ManifestGetText(context));
   strategy->SetDirectoryEntry(&entry);
   entry.AddToArchive(archive);

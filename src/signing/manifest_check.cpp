@@ -1,13 +1,14 @@
 #include "signing/manifest_check.h"
 
 #include <cerrno>
+#include <span>
 #include <vector>
 
 #include "archive/memory_streams.h"
-#include "fileio/file_stream.h"
 #include "report/except.h"
 #include "report/run_files.h"
 #include "report/show_text.h"
+#include "signing/manifest/local_file.h"
 #include "signing/manifest/manifest_trace.h"
 #include "signing/signed_manifest.h"
 
@@ -19,19 +20,19 @@ namespace {
 constexpr unsigned long kMaxCrlBytes = 64UL << 20;
 
 std::vector<std::uint8_t> ReadCrlFile(const char* path) {
-  CFileStream file;
-  errno = 0;
-  file.Open(path, kOpenRead, 0);
-  if (!file.Open()) {
+  const LocalFile file(path, LocalFile::Links::kFollow);
+  errno = file.Error();
+  if (!file.IsOpen()) {
     throw CInvalManifestExcept(std::string("Cannot open CRL file >") + ShowText(path) + "<", SMF_ECRL, 0);
   }
   std::vector<std::uint8_t> bytes;
   for (;;) {
-    constexpr unsigned long kPiece = 65536;
+    constexpr std::size_t kPiece = 65536;
     const std::size_t before = bytes.size();
     bytes.resize(before + kPiece);
-    unsigned long done = 0;
-    if (!file.Read(bytes.data() + before, kPiece, &done) || bytes.size() > kMaxCrlBytes) {
+    std::size_t done = 0;
+    errno = file.Read(std::span(bytes).subspan(before), done);
+    if (errno != 0 || bytes.size() > kMaxCrlBytes) {
       throw CInvalManifestExcept("CRL file could not be read ", SMF_ECRL, 0);
     }
     bytes.resize(before + done);

@@ -89,6 +89,10 @@ void CSignedManifest::CheckArchiveSigned(CArchive* archive, bool mustBeSigned, c
   if (isSigned != mustBeSigned) throw CExcept(message, exitCode, false);
 }
 
+void CSignedManifest::SetStartDirectory(const std::string& directory) {
+  ManifestSetStartDirectory(directory);
+}
+
 bool CSignedManifest::IsSigning(const CProcessor& processor) {
   const CmdOptions& options = processor.Options();
   return options.sign || options.verifySignature || processor.Command() == CMD_SIGN;

@@ -36,6 +36,8 @@ class CSignedManifest : public CDirEntry {
 
   // --- Flows. Each is called at its fixed point by the commands; failures are exceptions.
 
+  // Before a run goes elsewhere for what it packs: keys and trust of relative names lie in this directory.
+  static void SetStartDirectory(const std::string& directory);
   // Before the first entry. Reading: checks the signature of a signed archive and readies the archive for
   // checking the entries. Writing: readies the manifest that the entries will feed, hashes what an archive to
   // be appended to or signed already holds, and leaves the write position where the next entry goes.

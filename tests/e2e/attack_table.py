@@ -200,14 +200,14 @@ def crlf_everywhere(scene):
     scene.put_document(scene.manifest.data().replace(b"\n", b"\r\n"))
 
 
-def signed_anew(*changes, lines=LINES, signature="PKCS7"):
+def signed_anew(*changes, lines=LINES, signature="PKCS7", **signer):
     """A list that a trusted key really signed: what is wrong must be found in the list itself."""
     def change(scene):
         signed = support.body(lines, signature=signature)
         for old, new in changes:
             assert old in signed, old
             signed = signed.replace(old, new)
-        scene.put_document(support.document(signed, support.openssl_sign(signed)))
+        scene.put_document(support.document(signed, support.openssl_sign(signed, **signer)))
     return change
 
 
@@ -318,6 +318,8 @@ SIGNER_ATTACKS = [
     Attack("signed: length beyond the line", signed_anew((b" 0001 a\n", b" 7fff a\n")), 54, PARSER),
     Attack("signed: unknown digest", signed_anew((b"Hash: SHA256", b"Hash: SHA255")), 54, PARSER),
     Attack("signed: two digests", signed_anew((b"Hash: SHA256", b"Hash: SHA256\nHash: MD5")), 54, PARSER),
+    Attack("signer of an authority for TLS servers", signed_anew(signer="tls_issued", certificates="tls_ca.crt"), 60,
+           INVALID),
     Attack("promised time stamp is missing", signed_anew(signature="PKCS7-TSTAMP"), 60, INVALID),
     Attack("token stripped", strip_token, 60, INVALID, stamped=True),
     Attack("token stripped, format changed", strip_token_and_say_so, 60, INVALID, stamped=True),

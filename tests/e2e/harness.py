@@ -218,12 +218,12 @@ class TolvenTest(unittest.TestCase):
         write_file(self.path(name), content)
         return self.path(name)
 
-    def run_tolven(self, *args, cwd=None, env=None, preexec=None, stdout=subprocess.PIPE, under=()):
+    def run_tolven(self, *args, cwd=None, env=None, preexec=None, stdout=subprocess.PIPE, under=(), errors=b""):
         done = subprocess.run(
             [*under, BINARY, *args], cwd=self.path(cwd) if cwd else self.dir, stdin=subprocess.DEVNULL, stdout=stdout,
             stderr=subprocess.PIPE, env=environment(**(env or {})), preexec_fn=preexec, timeout=TIMEOUT)
         run = Run(done.returncode, done.stdout or b"")
-        self.check_sane(run, done.stderr, args)
+        self.check_sane(run, done.stderr, args, errors)
         return run
 
     def run_injected(self, path, call, what, *args):
@@ -256,8 +256,8 @@ class TolvenTest(unittest.TestCase):
         self.check_sane(run, errors, args)
         return run
 
-    def check_sane(self, run, errors, args):
-        self.assertEqual(errors, b"", "%r wrote to the error output, %r" % (args, run))
+    def check_sane(self, run, errors, args, expected=b""):
+        self.assertRegex(errors, rb"\A" + expected + rb"\Z", "%r wrote to the error output, %r" % (args, run))
         self.assertNotEqual(run.code, SANITIZER_EXIT, (args, run))
         self.assertGreaterEqual(run.code, 0, "%r died by a signal, %r" % (args, run))
 

@@ -81,10 +81,11 @@ class Attacks(AttackTest):
             run = self.run_tolven("-xVf", "A", "-R", self.fresh("out"))
             self.assertEqual((run.code, harness.contents(self.path("out"))), (0, FILES), run)
         # And what the table builds upon: lists that are signed anew, attributes that are put back.
-        scene = Scene(_made["plain"])
-        signed_anew()(scene)
-        self.write("A", scene.packed())
-        self.assertEqual(self.run_tolven("-dVf", "A").code, 0)
+        for signer in ({}, {"signer": "code_issued", "certificates": "code_ca.crt"}):
+            scene = Scene(_made["plain"])
+            signed_anew(**signer)(scene)
+            self.write("A", scene.packed())
+            self.assertEqual(self.run_tolven("-dVf", "A").code, 0)
         signed, signature = Scene(_made["stamped"]).document()
         same = support.with_unsigned_attributes(signature, support.unsigned_attributes(signature))
         self.assertEqual(same, signature)

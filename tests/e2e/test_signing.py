@@ -275,7 +275,7 @@ class RoundTrip(support.SigningTest):
         shutil.copy(pki("signer.p12"), self.path("my.p12"))
         self.sign_new("A", "dir/read-me", options=["-key", "my.p12", "-pwd", "secret"])
         self.fresh("out")
-        run = self.run_tolven("-xVf", "A", "-R", "out", "-key", "my.p12", "-pwd", "secret")
+        run = self.run_tolven("-xVf", "A", "-R", "out", "-key", "./my.p12", "-pwd", "secret")
         self.assertEqual((run.code, harness.contents(self.path("out"))), (0, {"dir/read-me": b"for you"}), run)
 
     def test_two_archives_in_one_run(self):

@@ -19,14 +19,23 @@ class Revocation(support.TrustTest):
             self.accepted("good", "-crl", pki(name))
             self.rejected(["revoked", "-crl", pki(name)], 61,
                           "error during certificate revocation check (error 61). DKV-RC: ", "Signer Certificate revoked", "Revocation Reason Code = 1")
+        self.write("delta", harness.read_file(pki("delta.crl")) + harness.read_file(pki("fresh.crl")))
+        self.accepted("good", "-crl", "delta")
+        self.rejected(["revoked", "-crl", "delta"], 61, "Signer Certificate revoked")
         self.write("void", "")
         for name, text in ((pki("outdated.crl"), "CRL outdated. Download and use CRL from "),
                            (pki("foreign.crl"), "CRL missing. Download and use CRL from "), (pki("twin.crl"), ""),
                            (self.path("void"), "CRL missing. Download and use CRL from "),
+                           (pki("delta.crl"), "CRL missing. Download and use CRL from "),
+                           (self.pipe(), "Cannot open CRL file >"), ("/dev/zero", "Cannot open CRL file >"),
                            (pki("root.crt"), "Error in CRL Decode"), ("gone", "Cannot open CRL file >gone<"),
                            (self.dir, "")):
             with self.subTest(name):
                 self.rejected(["good", "-crl", name], 61, text)
+
+    def pipe(self):
+        os.mkfifo(self.path("pipe"))
+        return self.path("pipe")
 
     def test_of_the_time_stamp(self):
         self.sign_new("A", *DATA, options=["-key", pki("signer.pse"), "-tsaurl", support.tsa()])
@@ -122,8 +131,11 @@ class TimeStamps(support.TrustTest):
 
     def test_untrusted_authority(self):
         self.sign_new("A", *DATA, options=["-key", pki("signer.pse"), "-tsaurl", support.tsa()])
-        self.trust(QELverify="signer.crt")  # nothing leads from here to the time stamp
-        self.rejected(["A"], 60)
+        for trusted in ("signer.crt", "root.crt"):  # a root for everything does not say when something was signed
+            self.trust(QELverify=trusted)
+            self.rejected(["A"], 60, "QELtimestamp.pse")
+            self.trust(QELverify=trusted, QELtimestamp="root.crt")
+            self.accepted("A")
 
 
 if __name__ == "__main__":

@@ -1,6 +1,7 @@
 """Whose signature an archive carries: keys, passwords, the openssl command as signer and as checker, manifests outside an
 archive, what the letters S and V ask for, and the texts for what is missing.
 """
+import glob
 import os
 import shutil
 import socket
@@ -24,7 +25,7 @@ class Openssl(TrustTest):
             self.assertEqual(harness.read_file(self.path("verified")), harness.read_file(self.path("body")))
 
     def test_openssl_verifies(self):
-        for options in (["-key", pki("signer.pse")], ["-key", pki("rsa.pse")],
+        for options in (["-key", pki("signer.pse")], ["-key", pki("rsa.pse")], ["-key", pki("pss.pse")],
                         ["-key", pki("signer.pse"), "-y", "SHA512"],
                         ["-key", pki("signer.pse"), "-tsaurl", support.tsa()]):
             self.sign_new("A", *DATA, options=options)
@@ -105,14 +106,49 @@ class Keys(TrustTest):
         self.rejected(["A"], 60, "Signature invalid")
 
     def test_names_of_profiles(self):
-        """A name means a file in SECUDIR, unless there is a file of that name; a trust file never lies elsewhere."""
+        """A name means a file in SECUDIR; to sign, after that a file of the start directory. A planted file is no trust."""
         self.trust(QELverify="root.crt", release="signer.pse")
-        self.sign_new("A", *DATA, options=["-key", "release"])
+        shutil.copy(pki("lonely.pse"), self.path("release"))
+        self.sign_new("A", *DATA, options=["-key", "release"])  # the one in SECUDIR
         self.accepted("A", "-key", "release")
+        os.remove(self.path("sec/release.pse"))
+        self.sign_new("B", *DATA, options=["-key", "release"])  # the one that is here
+        places = ["Looked for %s and %s." % (self.path("sec/release.pse"), self.path("sec/release"))]
+        self.rejected(["B", "-key", "release"], 60, *places)
+        self.accepted("B", "-key", "./release")
+        self.refused(["-cSf", "N", "-key", "nobody", "a"], 60, self.path("sec/nobody.pse"), "start directory")
         self.trust(QELverify="other.pse")
-        shutil.copy(pki("root.crt"), self.path("QELverify"))
-        shutil.copy(pki("root.crt"), self.path("QELverify.pse"))
+        for name in ("QELverify", "QELverify.pse"):
+            shutil.copy(pki("root.crt"), self.path(name))
         self.rejected(["A"], 60)
+        shutil.copy(pki("signer.pse"), self.path("QELvalidation"))
+        self.refused("-cSf N a", 60, self.path("sec/QELvalidation.pse"))
+
+    def test_source_directory(self):
+        """With -C everything that is named by the user or the environment lies in the start directory, and the tree that
+        is packed is never searched for keys."""
+        self.trust(QELverify="root.crt", QELtimestamp="root.crt")
+        planted = harness.read_file(pki("lonely.pse"))
+        harness.build_tree(self.path("tree"), {**DATA, "release": planted, "sec/release.pse": planted,
+                                               "QELSSL.pse": b"none"})
+        self.env["SECUDIR"] = "sec"
+        pack = ["-cSf", self.path("A"), "-C", "tree", "-key", "release"]
+        self.refused([*pack, *DATA], 60, self.path("sec/release.pse"))
+        shutil.copy(pki("signer.pse"), self.path("release"))
+        shutil.copy(pki("root.crt"), self.path("QELSSL.pse"))
+        self.env["QELMANIFEST_TRACELEVEL"] = "1"
+        for options in ([], ["-tsaurl", "https://127.0.0.1:%d/good" % support.tsa_ports()[1]]):
+            self.expect([*pack, *DATA, *options], [])
+            self.accepted("A")
+        self.assertFalse(os.path.exists(self.path("tree", "dev_qelmanifest.trc")))
+
+    def test_gap_in_the_chain(self):
+        """One line says that others will miss a certificate."""
+        gap = rb"TOLVEN: warning: [^\n]*>CN=Test Intermediate<[^\n]*\n"
+        for key, errors in (("alone.pse", gap), ("signer.pse", b"")):
+            self.create("A", "a")
+            run = self.run_tolven("-Sf", "A", "-key", pki(key), errors=errors)
+            self.assertEqual((run.code, run.lines), (0, []))
 
     def test_passwords(self):
         for key, password in (("signer.p12", "secret"), ("encrypted.pse", "secret")):
@@ -174,6 +210,74 @@ class Keys(TrustTest):
         self.refused(["-dVf", "A", "-L", shutil.which("openssl")], 56)
         self.create("C", "a")
         self.refused("-tVf C -L /nonexistent/lib.so", 59, "TOLVEN: C is not digitally signed")
+
+
+class Hardware(TrustTest):
+    """A key in a token, through the packaged engine; SoftHSM is the token."""
+
+    MODULE = "/usr/lib/softhsm/libsofthsm2.so"
+
+    def setUp(self):
+        super().setUp()
+        for need, package in (("softhsm2-util", "softhsm2"), (self.MODULE, "softhsm2"), ("pkcs11.so", "")):
+            if not (shutil.which(need) or os.path.exists(need) or glob.glob("/usr/lib/*/engines-3/" + need)):
+                self.skipTest("no package " + (package or "libengine-pkcs11-openssl"))
+        self.trust(QELverify="root.crt")
+        os.mkdir(self.path("tokens"))
+        self.env["SOFTHSM2_CONF"] = self.write("softhsm.conf", "directories.tokendir = %s\nlog.level = ERROR\n" %
+                                               self.path("tokens"))
+        self.softhsm("--init-token", "--free", "--label", "tests", "--so-pin", "1234", "--pin", "secret")
+        for number, name in enumerate(("signer", "rsa")):
+            tool("openssl", "pkcs8", "-topk8", "-nocrypt", "-in", pki(name + ".key"), "-out", self.path("pkcs8"))
+            self.softhsm("--import", "pkcs8", "--token", "tests", "--label", name, "--id", "0%d" % (number + 1),
+                         "--pin", "secret")
+        os.remove(self.path("pkcs8"))
+
+    def softhsm(self, *args):
+        subprocess.run(["softhsm2-util", *args], cwd=self.dir, env={**os.environ, **self.env}, check=True,
+                       stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
+    def key(self, name, more=""):
+        return "pkcs11:token=tests;object=%s?module-path=%s%s" % (name, self.MODULE, more)
+
+    def test_certificate_in_secudir(self):
+        """Keys of both kinds; the PIN from -pwd, from the address, and from a file."""
+        for name in ("signer", "rsa"):
+            self.refused(["-cSf", "N", "-key", self.key(name), "-pwd", "secret", "a"], 60, "the certificate of this key")
+            harness.write_file(self.path("sec", name + ".pse"), harness.read_file(pki(name + ".crt")) +
+                               harness.read_file(pki("inter.crt")))
+            self.write("pin", "secret\n")
+            for more, options in (("", ["-pwd", "secret"]), ("&pin-value=%73ecret", []),
+                                  ("&pin-source=file:" + self.path("pin"), [])):
+                self.sign_new("A", *DATA, options=["-key", self.key(name, more), *options])
+                self.assertEqual(self.accepted("A")["Signature Subject"], "CN=" + name)
+        # An append looks at the old signature with the same key.
+        self.expect(["-aSf", "A", "-key", self.key("rsa"), "-pwd", "secret", "a"], [])
+        self.assertEqual(self.run_tolven("-dVf", "A").code, 0)
+
+    def test_certificate_in_the_token(self):
+        if not shutil.which("pkcs11-tool"):
+            self.skipTest("no package opensc")
+        tool("openssl", "x509", "-in", pki("signer.crt"), "-outform", "DER", "-out", self.path("der"))
+        subprocess.run(["pkcs11-tool", "--module", self.MODULE, "--token-label", "tests", "--login", "--pin", "secret",
+                        "--write-object", "der", "--type", "cert", "--label", "signer", "--id", "01"], cwd=self.dir,
+                       env={**os.environ, **self.env}, check=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        harness.write_file(self.path("sec", "chain.pse"), harness.read_file(pki("inter.crt")))
+        self.sign_new("A", *DATA, options=["-key", self.key("signer"), "-pwd", "secret"])
+        self.accepted("A")
+        self.trust()  # the certificate in the token is trust, too, and needs no PIN
+        self.accepted("A", "-key", self.key("signer"))
+
+    def test_failures(self):
+        harness.write_file(self.path("sec", "signer.pse"), harness.read_file(pki("signer.crt")))
+        for key, options, text in (
+                (self.key("signer"), [], "password"), (self.key("signer"), ["-pwd", "Secret"], "password"),
+                (self.key("nobody"), ["-pwd", "secret"], "PKCS#11"),
+                (self.key("signer", "&pin-source=|echo secret"), [], "full path"),
+                ("pkcs11:object=signer?module-path=/nonexistent.so", ["-pwd", "secret"], "PKCS#11")):
+            with self.subTest(key=key, options=options):
+                self.refused(["-cSf", "N", "-key", key, *options, "a"], 60, text)
+                self.assertFalse(os.path.exists(self.path("N")))
 
 
 class Outside(TrustTest):

@@ -35,6 +35,7 @@ std::string WithWildcard(const std::string& directory) {
 
 void CCreate::Execute() {
   const CmdOptions& options = m_pProcessor->Options();
+  CSignedManifest::SetStartDirectory(m_pProcessor->StartDirectory());
   if (options.sourceDir != nullptr) {
     m_pProcessor->CmdLine().AnchorFileOptions(m_pProcessor->StartDirectory());
     errno = 0;

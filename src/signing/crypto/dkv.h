@@ -18,10 +18,17 @@
  *
  * Profiles (PSEs)
  * A profile is a file with a key, certificates, or both: PKCS#12, or PEM with a private key and certificates,
- * or PEM with trusted certificates only. A name with a "/" or the name of an existing file is a path. Any
- * other name means the file NAME.pse in the directory of the environment variable SECUDIR; "QELverify" and
- * "QELvalidation" always do, so that a file lying in the working directory cannot pose as one of them.
+ * or PEM with trusted certificates only. A name with a "/" is a path. Any other name means a regular file in
+ * the directory of the environment variable SECUDIR: NAME.pse, else NAME. The working directory is never
+ * searched: it may be somebody's delivery. The certificate of the key is the one that belongs to it, is valid
+ * now, may sign code, and lives longest.
+ * A name that begins with "pkcs11:" (RFC 7512) is a key in a token: module-path names the module, the PIN is
+ * the password, else pin-value, else the first line of the file that pin-source names. The certificates come
+ * from the token and from the profiles in SECUDIR.
+ *
  * Trust comes from the profile and from nowhere else: its own certificate and every further one are anchors.
+ * Time stamp authorities are trusted by the profile "QELtimestamp"; when there is none, by those certificates
+ * of the profile in use that are limited to time stamps.
  */
 #ifndef TOLVEN_SIGNING_CRYPTO_DKV_H_
 #define TOLVEN_SIGNING_CRYPTO_DKV_H_
@@ -41,27 +48,30 @@ extern "C" {
  */
 enum DkvRc {
   DKV_OK = 0,
-  DKV_ERR_GENERAL = 1,         /* the library failed for a reason that has no code of its own */
-  DKV_ERR_ARGUMENT = 2,        /* null argument, structure too small */
-  DKV_ERR_MEMORY = 3,          /* out of memory */
-  DKV_ERR_FORMAT = 4,          /* neither "PKCS7" nor "PKCS7-TSTAMP" */
-  DKV_ERR_SIGNER = 5,          /* look at the results of the signers */
-  DKV_ERR_ALGORITHM = 6,       /* unknown or refused hash algorithm name */
-  DKV_ERR_NOT_INITIALISED = 7, /* qelcr_init was not called */
-  DKV_ERR_PROPERTY = 8,        /* no property of that name */
-  DKV_ERR_LIBRARY = 10,        /* used by the loader: the library could not be loaded or initialised */
-  DKV_ERR_NO_PSE = 11,         /* no profile file of that name, or it cannot be read */
-  DKV_ERR_PASSWORD = 12,       /* the profile needs a password, or another one */
-  DKV_ERR_PSE_FORMAT = 13,     /* the profile is neither PKCS#12 nor PEM, or is damaged */
-  DKV_ERR_PSE_NO_KEY = 14,     /* signing needs a profile with a private key */
-  DKV_ERR_PSE_NO_CERT = 15,    /* no certificate in the profile, or none that belongs to its key */
-  DKV_ERR_NOT_SUPPORTED = 16,  /* the library has no such function */
+  DKV_ERR_GENERAL = 1,            /* the library failed for a reason that has no code of its own */
+  DKV_ERR_ARGUMENT = 2,           /* null argument, structure too small */
+  DKV_ERR_MEMORY = 3,             /* out of memory */
+  DKV_ERR_FORMAT = 4,             /* neither "PKCS7" nor "PKCS7-TSTAMP" */
+  DKV_ERR_SIGNER = 5,             /* look at the results of the signers */
+  DKV_ERR_ALGORITHM = 6,          /* unknown or refused hash algorithm name */
+  DKV_ERR_NOT_INITIALISED = 7,    /* qelcr_init was not called */
+  DKV_ERR_PROPERTY = 8,           /* no property of that name */
+  DKV_ERR_LIBRARY = 10,           /* used by the loader: the library could not be loaded or initialised */
+  DKV_ERR_NO_PSE = 11,            /* no profile file of that name */
+  DKV_ERR_PASSWORD = 12,          /* the profile needs a password, or another one */
+  DKV_ERR_PSE_FORMAT = 13,        /* the profile is neither PKCS#12 nor PEM, or is damaged */
+  DKV_ERR_PSE_NO_KEY = 14,        /* signing needs a profile with a private key */
+  DKV_ERR_PSE_NO_CERT = 15,       /* no certificate in the profile, or none that belongs to its key */
+  DKV_ERR_NOT_SUPPORTED = 16,     /* the library has no such function */
+  DKV_ERR_ALG_NOT_SUPPORTED = 17, /* a profile, signature or list needs an algorithm the library lacks */
+  DKV_ERR_MODULE = 18,            /* a PKCS#11 module is missing, or has no such key */
+  DKV_ERR_PSE_READ = 19,          /* the profile file is there, but cannot be read */
   DKV_ERR_WRONG_SIGNER = 22,  /* the signer is not that key: nothing leads from it to a trusted certificate */
   DKV_ERR_UNTRUSTED = 23,     /* a way leads to a trusted certificate, but it is broken */
   DKV_ERR_EXPIRED = 24,       /* a certificate of the chain was past its end */
   DKV_ERR_NOT_YET_VALID = 25, /* a certificate of the chain had not begun */
   DKV_ERR_KEY_USAGE = 26,     /* key usage without digitalSignature */
-  DKV_ERR_EXT_KEY_USAGE = 27, /* extended key usage without codeSigning */
+  DKV_ERR_EXT_KEY_USAGE = 27, /* extended key usage, here or above, without codeSigning */
   DKV_ERR_WEAK = 28,          /* SHA-1, MD5, RSA below 2048 bits, or as weak */
   DKV_ERR_DIGEST = 29,        /* the signed digest is not the content's */
   DKV_ERR_SIGNATURE_VALUE = 30, /* the signature is not of this key over these attributes */
@@ -184,6 +194,12 @@ DKV_API int DkvQueryProperties(DkvProperties* properties);
 DKV_API const char* DkvRcName(int rc);
 DKV_API const char* DkvRcDesc(int rc);
 
+/* What the code of the last call could not say, as sentences for people: the files that were looked for, the
+ * algorithm that is not supported. After a DkvSign that succeeded a text is a warning about the signature.
+ * Empty when there is no more to say. The text is the library's and lasts until the next call of a function
+ * that is not a releasing one. */
+DKV_API int DkvSecTKLastErrorInfo(const char** text);
+
 /* Lines about failures for the program's trace: level 0 none, 1 errors, 2 and above more. The line ends with
  * LF and is the library's; the callback must not call the library. */
 typedef void (*QelTraceCallback)(int level, const char* line);
@@ -213,9 +229,10 @@ DKV_API int DkvDigest(const char* algorithm, const DkvOctetstring* data, DkvOcte
 
 /* Signs content with the key of signer->profile: CMS signed data (RFC 5652) in DER, detached, binary, one
  * signer with the attributes content type, message digest, signing time and signing certificate v2; the
- * signer's chain as far as the profile has it is put in. format is "PKCS7" (a time stamp is added
- * afterwards). hashAlgorithm as for DkvDigest. Fails with a code 11 to 15 for the profile, and with those of
- * a signer (24 to 28) when nobody could accept the signature. Release: DkvDELDkvOctetstring. */
+ * certificates of every way upwards that the profile has are put in. What was made is verified before it is
+ * handed out. format is "PKCS7" (a time stamp is added afterwards). hashAlgorithm as for DkvDigest. Fails
+ * with a code 11 to 18 for the profile, and with those of a signer (24 to 28) when nobody could accept the
+ * signature. Release: DkvDELDkvOctetstring. */
 DKV_API int DkvSign(const char* format, const char* hashAlgorithm, const DkvOctetstring* content,
                     const SigRcpDkvInfo* signer, DkvOctetstring** signature);
 
@@ -226,9 +243,8 @@ DKV_API int DkvEncode(const char* format, const DkvOctetstring* bytes, DkvOctets
  *
  * Returns DKV_OK when the one signer's result is DKV_OK; DKV_ERR_SIGNER (5) when it is something else, the
  * reason being its result; any other code when there is no signer to tell about: DKV_ERR_ASN1,
- * DKV_ERR_TRAILING_DATA, DKV_ERR_EMBEDDED, DKV_ERR_SIGNER_COUNT, or DKV_ERR_PASSWORD, DKV_ERR_PSE_FORMAT,
- * DKV_ERR_PSE_NO_CERT. *signers is set with 0 and 5, else null; it then has exactly one entry. Release:
- * DkvDELSigRcpDkvInfoList.
+ * DKV_ERR_TRAILING_DATA, DKV_ERR_EMBEDDED, DKV_ERR_SIGNER_COUNT, or those about a profile that is there.
+ * *signers is set with 0 and 5, else null; it then has exactly one entry. Release: DkvDELSigRcpDkvInfoList.
  *
  * A profile that does not exist trusts nobody: 5, result DKV_ERR_WRONG_SIGNER, detail DKV_ERR_NO_PSE.
  * DKV_ERR_WRONG_SIGNER is given only after the signature has proved to be right for the content.
@@ -246,11 +262,11 @@ DKV_API int DkvVerify(const char* format, const DkvOctetstring* content, const D
  * DkvDELDkvOctetstring. */
 DKV_API int DkvGetTimeStampReq(const DkvOctetstring* signature, DkvOctetstring** request);
 
-/* Checks the reply against the request (status, nonce, imprint) and its token with the certificates of
- * key->profile, and puts the token into the signature. *tsa, which may not be wanted (null), gets one entry
- * about the authority with id, subject, issuer, certificate, result, and the token's time as signingTime,
- * also when the token was refused for its signer; null when the reply was no token at all. Release:
- * DkvDELDkvOctetstring for *stamped, DkvDELSigRcpDkvInfoList for *tsa. */
+/* Checks the reply against the request (status, nonce, imprint) and its token with the trusted authorities
+ * ("QELtimestamp", else certificates of key->profile), and puts the token into the signature. *tsa, which may
+ * not be wanted (null), gets one entry about the authority with id, subject, issuer, certificate, result, and
+ * the token's time as signingTime, also when the token was refused for its signer; null when the reply was no
+ * token at all. Release: DkvDELDkvOctetstring for *stamped, DkvDELSigRcpDkvInfoList for *tsa. */
 DKV_API int DkvAddTimeStampResp(const DkvOctetstring* signature, const DkvOctetstring* request,
                                 const DkvOctetstring* reply, const SigRcpDkvInfo* key,
                                 DkvOctetstring** stamped, SigRcpDkvInfoList** tsa);
@@ -271,7 +287,10 @@ DKV_API int DkvFreeParameter(DkvParameter* entries);
 DKV_API int DkvDecodeCrlArray(const DkvOctetstring* file, DkvCrlArray** crls);
 DKV_API int DkvFreeCrlArray(DkvCrlArray* crls);
 
-/* Looks for the certificate in its issuer's list. issuer is the issuer's certificate (the certificate itself
+/* Looks for the certificate in its issuer's lists. Of several the one with the highest CRL number, then the
+ * latest, decides, but a certificate that any current list revokes is revoked. A delta list counts together
+ * with its base only; without it the call fails with DKV_ERR_CRL_INVALID, or DKV_ERR_CRL_MISSING when there
+ * is no complete list at all. issuer is the issuer's certificate (the certificate itself
  * when it is self-signed; null when unknown, which makes every list a missing one, as nobody can check it).
  * verificationTime is the moment at which the list must be current, DKV_NO_TIME for now. A list signed by
  * somebody else: DKV_ERR_CRL_INVALID. DKV_ERR_REVOKED does not ask when: *reason then is the reason code of

@@ -150,6 +150,7 @@ TOLVEN_DKV_LIB(CertfromASN1, DkvCertfromASN1);
 TOLVEN_DKV_LIB(FreeCertificate, DkvFreeCertificate);
 TOLVEN_DKV_LIB(ParseCertificate, DkvParseCertificate);
 TOLVEN_DKV_LIB(FreeParameter, DkvFreeParameter);
+TOLVEN_DKV_LIB(SecTKLastErrorInfo, DkvSecTKLastErrorInfo);
 TOLVEN_DKV_LIB(SetPropertyInt, qelcr_set_property_int);
 TOLVEN_DKV_LIB(GetPropertyInt, qelcr_get_property_int);
 TOLVEN_DKV_LIB(GetPropertyString, qelcr_get_property_string);

@@ -1,7 +1,7 @@
 #include "signing/manifest/dkv_objects.h"
 
-#include "signing/crypto/dkv_loader.h"
 #include "report/code_names.h"
+#include "signing/crypto/dkv_loader.h"
 
 namespace tolven {
 
@@ -15,6 +15,16 @@ std::string DkvReason(int code) {
   const DkvLock lock;
   const char* description = DkvErrorDescription(code);
   return description != nullptr ? std::string(description) : DkvCodeName(code);
+}
+
+std::string DkvInfo(const DkvTable* table) {
+  const DkvLock lock;
+  const char* text = nullptr;
+  return DkvLibSecTKLastErrorInfo(table, &text) == DKV_OK ? DkvText(text) : std::string();
+}
+
+std::string DkvReason(int code, const std::string& info) {
+  return info.empty() ? DkvReason(code) : DkvReason(code) + " " + info;
 }
 
 }  // namespace tolven

@@ -69,4 +69,9 @@ DkvPtr<SigRcpDkvInfo> DkvProfile(const DkvTable* table, const std::string& profi
 // The library's sentence about a code, or its name, or the number.
 std::string DkvReason(int code);
 
+// What the library adds to the code of the last call; empty when nothing. Under the lock of that call.
+std::string DkvInfo(const DkvTable* table);
+// Both.
+std::string DkvReason(int code, const std::string& info);
+
 }  // namespace tolven

@@ -37,8 +37,13 @@ inline ManifestContextPtr ManifestMakeContext() {
 // --- process ---------------------------------------------------------------------------------------------
 
 // Makes the mutex around the cryptographic library and reads QELMANIFEST_TRACELEVEL: above 0, trace lines go
-// to "dev_qelmanifest.trc" in the current directory; otherwise no file is touched. Repeating it is harmless.
+// to "dev_qelmanifest.trc" in the start directory; otherwise no file is touched. Repeating it is harmless.
 [[nodiscard]] int ManifestStartup();
+
+// Where the run began, before it went elsewhere for its input: a relative SECUDIR, the PSE for TLS, the trace
+// and a key that is a file by its bare name lie there. Without it they lie in the current directory. Changes
+// the environment: not for several threads.
+void ManifestSetStartDirectory(const std::string& directory);
 
 // Unloads the cryptographic library, closes the trace file and the process-wide context. Contexts that are
 // still alive may only be freed afterwards. Harmless when nothing was started.
@@ -93,6 +98,9 @@ void ManifestRewindFiles(ManifestContext* context);
 // SMF_EENCODE.
 [[nodiscard]] int ManifestLocalSign(ManifestContext* context, const char* signerName, const char* pse,
                                     const char* password, const char* tsaUrl, const char* proxyUrl);
+
+// After a success: what may keep others from accepting the signature, one line; else empty.
+const std::string& ManifestSigningWarning(const ManifestContext* context);
 
 // The same, and copies the signed document (no terminating zero) to `output`; `written` receives its length.
 [[nodiscard]] int ManifestSign(ManifestContext* context, const char* signerName, const char* pse,

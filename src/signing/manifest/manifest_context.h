@@ -57,6 +57,8 @@ struct ManifestContext {
   std::vector<std::uint8_t> tsaCertificate;
   std::vector<std::uint8_t> tsaIssuerCertificate;
 
+  std::string signingWarning;
+
   std::string errorText;
   int errorCode = SMF_OK;
   int dkvErrorCode = 0;

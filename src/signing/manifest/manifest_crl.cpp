@@ -21,7 +21,8 @@ constexpr Texts kSignerTexts = {"Error in Signer Certificate Decode",
 constexpr Texts kTsaTexts = {"Error in TSA Certificate Decoder", "Error in TSA DkvCheckCertWithCrlArray",
                              "Timestamp Certificate revoked"};
 
-int ReportCheck(ManifestContext& context, const Texts& texts, int rc, int reason) {
+int ReportCheck(ManifestContext& context, const Texts& texts, int rc, int reason,
+                const std::string& info = {}) {
   context.dkvErrorCode = rc;
   switch (rc) {
     case DKV_OK:
@@ -36,7 +37,8 @@ int ReportCheck(ManifestContext& context, const Texts& texts, int rc, int reason
       return AddError(context, SMF_ECRL_MISSING, MANIFEST_CATEGORY_WARNING,
                       std::string("CRL missing. Download and use CRL from ") + kCrlLocation);
     default:
-      return Fail(context, SMF_ECRL, texts.call);
+      Fail(context, SMF_ECRL, texts.call);
+      return Fail(context, SMF_ECRL, DkvReason(rc, info));
   }
 }
 
@@ -58,12 +60,10 @@ int CheckCertificate(ManifestContext& context, const Texts& texts,
     return Fail(context, SMF_ECRL, texts.decode);
   }
   int reason = -1;
-  {
-    const DkvLock lock;
-    rc = DkvLibCheckCertWithCrlArray(context.library, certificate.get(), issuer.get(), crls, DKV_NO_TIME,
-                                     &reason);
-  }
-  return ReportCheck(context, texts, rc, reason);
+  const DkvLock lock;
+  rc = DkvLibCheckCertWithCrlArray(context.library, certificate.get(), issuer.get(), crls, DKV_NO_TIME,
+                                   &reason);
+  return ReportCheck(context, texts, rc, reason, DkvInfo(context.library));
 }
 
 }  // namespace

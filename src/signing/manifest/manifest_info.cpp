@@ -44,6 +44,10 @@ const char* ManifestFileHashAlgorithm(const ManifestContext* context) {
   return name == nullptr ? "" : name;
 }
 
+const std::string& ManifestSigningWarning(const ManifestContext* context) {
+  return ContextOf(context).signingWarning;
+}
+
 const std::string& ManifestSigningTime(const ManifestContext* context) {
   return ContextOf(context).signingTime;
 }

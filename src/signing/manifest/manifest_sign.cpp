@@ -3,10 +3,12 @@
 #include "report/show_text.h"
 #include "signing/hash/codec.h"
 #include "signing/manifest/dkv_objects.h"
+#include "signing/manifest/local_file.h"
 #include "signing/manifest/manifest_errors.h"
 #include "signing/manifest/manifest_format.h"
 #include "signing/manifest/manifest_trace.h"
 #include "signing/manifest/manifest_writer.h"
+#include "signing/manifest/start_directory.h"
 #include "signing/manifest/timestamp_request.h"
 
 namespace tolven {
@@ -42,25 +44,54 @@ void ReopenBody(ManifestContext& context) {
   context.bodyEnded = false;
 }
 
-int MakeSignature(ManifestContext& context, const SigningKey& key, std::vector<std::uint8_t>& signature) {
+// For signing alone, a name that SECUDIR does not have may be a file of the directory where the run began.
+// What is trusted without being named lies in SECUDIR or nowhere.
+std::string FileOfStartDirectory(const std::string& name) {
+  if (name.empty() || name.find('/') != std::string::npos || name.starts_with("pkcs11:")) return {};
+  if (name == "QELverify" || name == kValidationKey || name == "QELtimestamp") return {};
+  return InStartDirectory("./" + name);
+}
+
+// One attempt with the profile of the key.
+int TrySign(ManifestContext& context, const SigningKey& key, DkvPtr<DkvOctetstring>& made,
+            std::string& info) {
+  const DkvPtr<SigRcpDkvInfo> signer = DkvProfile(context.library, key.profile, key.password);
+  const DkvOctetstring content = DkvView(context.SignedText());
+  const DkvLock lock;
+  const int rc =
+      DkvCall(context.library, made, DkvLibSign, kFormatPkcs7.data(), context.signatureAlgorithm.c_str(),
+              &content, static_cast<const SigRcpDkvInfo*>(signer.get()));
+  info = DkvInfo(context.library);
+  return rc;
+}
+
+int MakeSignature(ManifestContext& context, SigningKey& key, std::vector<std::uint8_t>& signature) {
   ManifestTrace("DkvSign set signer key: %s\n", key.profile.c_str());
   if (IsGiven(key.password)) ManifestTrace("DkvSign set password for signer key\n");
   ManifestTrace("DkvSign set signature format : %s\n", kFormatPkcs7.data());
   ManifestTrace("DkvSign set signature alg. : %s\n", context.signatureAlgorithm.c_str());
 
-  const DkvPtr<SigRcpDkvInfo> signer = DkvProfile(context.library, key.profile, key.password);
-  const DkvOctetstring content = DkvView(context.SignedText());
   DkvPtr<DkvOctetstring> made;
-  const int rc = DkvCall(context.library, made, DkvLibSign, kFormatPkcs7.data(),
-                         context.signatureAlgorithm.c_str(), &content, signer.get());
+  std::string info;
+  int rc = TrySign(context, key, made, info);
+  const std::string file = FileOfStartDirectory(key.profile);
+  if (rc == DKV_ERR_NO_PSE && !file.empty()) {
+    if (LocalFile(file, LocalFile::Links::kFollow).IsOpen()) {
+      key.profile = file;
+      rc = TrySign(context, key, made, info);
+    } else {
+      info += " There is no such file in the start directory either.";
+    }
+  }
   if (rc == DKV_OK && made != nullptr) {
     signature = DkvBytes(*made);
+    context.signingWarning = info;
     return SMF_OK;
   }
   context.dkvErrorCode = rc;
   ManifestTrace("DkvSign failed with %d\n", rc);
   Fail(context, SMF_ESIGNATURE,
-       "Signing with the key >" + ShowText(key.profile) + "< failed. " + ShowText(DkvReason(rc)));
+       "Signing with the key >" + ShowText(key.profile) + "< failed. " + ShowText(DkvReason(rc, info)));
   if (rc == DKV_ERR_NO_PSE) {
     Fail(context, SMF_ESIGNATURE, "A key and its certificate are needed; the command tolven-pse makes them.");
   }
@@ -115,7 +146,7 @@ int AppendSignatureBlock(ManifestContext& context, std::span<const std::uint8_t>
   return Fail(context, SMF_EENCODE, "Error in Base64 Encoder. Buffer too small");
 }
 
-int SignBody(ManifestContext& context, const SigningKey& key, const char* tsaUrl, const char* proxyUrl) {
+int SignBody(ManifestContext& context, SigningKey key, const char* tsaUrl, const char* proxyUrl) {
   std::vector<std::uint8_t> signature;
   int result = MakeSignature(context, key, signature);
   if (result == SMF_OK && context.signatureFormat == kFormatPkcs7Tstamp) {

@@ -22,6 +22,7 @@ bool IsGiven(const char* text) {
 struct Attempt {
   int rc = DKV_ERR_GENERAL;
   DkvPtr<SigRcpDkvInfoList> signers;
+  std::string info;  // what the library adds
 
   const SigRcpDkvInfo* Signer() const {
     return signers != nullptr && signers->count != 0 ? signers->entries[0] : nullptr;
@@ -68,9 +69,11 @@ Attempt SignatureCheck::Try(const std::string& profile, const char* password) {
   Attempt attempt;
   const DkvPtr<SigRcpDkvInfo> key = DkvProfile(m_context.library, profile, password);
   const DkvOctetstring signature = DkvView(m_signature);
+  const DkvLock lock;
   attempt.rc = DkvCall(m_context.library, attempt.signers, DkvLibVerify, m_context.signatureFormat.c_str(),
                        static_cast<const DkvOctetstring*>(m_content.get()), &signature,
                        static_cast<const SigRcpDkvInfo*>(key.get()));
+  attempt.info = DkvInfo(m_context.library);
   return attempt;
 }
 
@@ -95,7 +98,7 @@ int SignatureCheck::TryBuiltIn() {
   }
   if (!productive.IsOtherSigner()) return Refuse(productive);
 
-  const Attempt validation = Try(kValidationKey, nullptr);
+  Attempt validation = Try(kValidationKey, nullptr);
   if (validation.Succeeded()) {
     m_context.signerName = kSignerValidation;
     AddError(
@@ -107,15 +110,18 @@ int SignatureCheck::TryBuiltIn() {
     Fail(m_context, SMF_ESIGNATURE,
          "There is no trusted certificate: the file QELverify.pse is missing in the directory that the "
          "environment "
-         "variable SECUDIR names. The command tolven-pse makes it from the signer's certificate.");
+         "variable SECUDIR names. The command tolven-pse makes it from the signer's certificate. " +
+             productive.info);
   }
+  // That there is no test key is nobody's trouble.
+  if (validation.KeyIsMissing()) validation.info.clear();
   return Refuse(validation);
 }
 
 int SignatureCheck::Refuse(const Attempt& attempt) {
   m_context.dkvErrorCode = attempt.rc;
   ManifestTrace("DkvVerify failed with %d (%s)\n", attempt.rc, DkvReason(attempt.Reason()).c_str());
-  Fail(m_context, SMF_ESIGNATURE, ShowText(DkvReason(attempt.Reason())));
+  Fail(m_context, SMF_ESIGNATURE, ShowText(DkvReason(attempt.Reason(), attempt.info)));
   return Fail(m_context, SMF_ESIGNATURE, "Signature invalid\n");
 }
 

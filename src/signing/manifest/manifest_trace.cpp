@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <memory>
 
+#include "signing/manifest/start_directory.h"
+
 namespace tolven {
 namespace {
 
@@ -40,7 +42,7 @@ void OpenManifestTrace() {
   if (state.file != nullptr) return;
   state.level = LevelFromEnvironment();
   if (state.level == 0) return;
-  const int fd = open("dev_qelmanifest.trc",
+  const int fd = open(InStartDirectory("dev_qelmanifest.trc").c_str(),
                       O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0600);
   struct stat status {};
   if (fd < 0) return;

@@ -5,6 +5,7 @@
 #include "report/show_text.h"
 #include "signing/manifest/http_client.h"
 #include "signing/manifest/manifest_trace.h"
+#include "signing/manifest/start_directory.h"
 
 namespace tolven {
 namespace {
@@ -47,7 +48,7 @@ class Exchange {
 bool Exchange::FailInLibrary(const char* function, int rc) {
   m_request.dkvErrorCode = rc;
   if (rc == kDkvNoFunction) return Fail(std::string("QELCRYPTOLIB does not contain function ") + function);
-  return Fail(std::string(function) + ": " + DkvReason(rc));
+  return Fail(std::string(function) + ": " + DkvReason(rc, DkvInfo(m_request.library)));
 }
 
 bool Exchange::MakeQuery() {
@@ -87,7 +88,8 @@ bool Exchange::Transfer() {
   if (!m_proxy.host.empty() && !HttpProxyConnect(connection, m_target, m_error)) return false;
   if (m_target.scheme == "https") {
     const char* pse = std::getenv("QELMANIFEST_SSL_PSE");
-    const std::string name = pse == nullptr || *pse == '\0' ? "./QELSSL.pse" : pse;
+    std::string name = pse == nullptr || *pse == '\0' ? "./QELSSL.pse" : pse;
+    if (name.find('/') != std::string::npos) name = InStartDirectory(name);
     if (!connection.StartTls(m_request.library, name, m_target.host)) {
       m_request.dkvErrorCode = connection.DkvError();
       return Fail(connection.Error());

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <ctime>
 
 #include "crypto_support.h"
@@ -33,7 +34,7 @@ Crls DecodeCrls(const std::string& content, int* rc) {
 }
 
 struct Row {
-  const char* crl;
+  const char* crl;  // files, joined by "+"
   const char* certificate;
   const char* issuer;  // null: unknown
   int rc;
@@ -64,10 +65,34 @@ TEST(Crl, LookUp) {
       {"twin.crl", "signer", "inter", DKV_ERR_CRL_INVALID, -1},
       {"twin.crl", "revoked", "inter", DKV_ERR_CRL_INVALID, -1},
       {"sha1.crl", "signer", "inter", DKV_ERR_CRL_INVALID, -1},
+      {"twin.crl+fresh.crl", "signer", "inter", DKV_OK, -1},
+      {"fresh.crl+twin.crl", "revoked", "inter", DKV_ERR_REVOKED, kKeyCompromise},
+      // A delta list with its base, and never without.
+      {"fresh.crl", "late", "inter", DKV_OK, -1},
+      {"fresh.crl+delta.crl", "late", "inter", DKV_ERR_REVOKED, 0},
+      {"delta.crl+fresh.crl", "late", "inter", DKV_ERR_REVOKED, 0},
+      {"fresh.crl+delta.crl", "signer", "inter", DKV_OK, -1},
+      {"delta.crl", "signer", "inter", DKV_ERR_CRL_MISSING, -1},
+      {"early.crl+delta.crl", "signer", "inter", DKV_ERR_CRL_OUTDATED, -1},
+      {"fresh.crl+gap.crl", "signer", "inter", DKV_ERR_CRL_INVALID, -1},
+      {"fresh.crl+delta_outdated.crl", "signer", "inter", DKV_ERR_CRL_OUTDATED, -1},
+      {"newer.crl+delta_outdated.crl", "signer", "inter", DKV_OK, -1},
+      // The number decides, not the place in the file; but what is revoked stays revoked.
+      {"newer.crl+fresh.crl", "late", "inter", DKV_ERR_REVOKED, 0},
+      {"fresh.crl+newer.crl", "late", "inter", DKV_ERR_REVOKED, 0},
+      {"early.crl+fresh.crl", "signer", "inter", DKV_OK, -1},
+      {"fresh.crl+early.crl", "signer", "inter", DKV_OK, -1},
+      {"fresh.crl+outdated.crl", "signer", "inter", DKV_ERR_CRL_OUTDATED, -1},
+      {"outdated.crl+fresh.crl", "signer", "inter", DKV_ERR_CRL_OUTDATED, -1},
+      {"fresh.crl+forgetful.crl", "revoked", "inter", DKV_ERR_REVOKED, kKeyCompromise},
+      {"forgetful.crl", "revoked", "inter", DKV_OK, -1},
   };
   for (const Row& row : rows) {
     int rc = -1;
-    const Crls crls = DecodeCrls(Pki().Read(row.crl), &rc);
+    std::string files = row.crl;
+    std::replace(files.begin(), files.end(), '+', ' ');
+    Pki().Run("cat " + files + " >joined");
+    const Crls crls = DecodeCrls(Pki().Read("joined"), &rc);
     ASSERT_EQ(rc, DKV_OK) << row.crl;
     const Certificate certificate = Decode(row.certificate);
     const Certificate issuer = row.issuer == nullptr ? nullptr : Decode(row.issuer);
@@ -93,6 +118,19 @@ TEST(Crl, TheGivenTimeCounts) {
   EXPECT_EQ(Name(check("outdated.crl", kJanuary2020)), "DKV_OK");
   EXPECT_EQ(Name(check("fresh.crl", kJanuary2020)), "DKV_ERR_CRL_OUTDATED");
   EXPECT_EQ(Name(check("fresh.crl", inAYear)), "DKV_ERR_CRL_OUTDATED");
+}
+
+TEST(Crl, UnknownAlgorithmIsNamed) {
+  std::string der = Pki().Read("fresh.der");
+  const std::string known("\x2a\x86\x48\xce\x3d\x04\x03\x02");  // ecdsa-with-SHA256
+  for (std::size_t at = 0; (at = der.find(known, at)) != std::string::npos; ++at) der[at + 7] = '\x7f';
+  int rc = -1;
+  const Crls crls = DecodeCrls(der, &rc);
+  int reason = 0;
+  rc = DkvLibCheckCertWithCrlArray(Lib(), Decode("signer").get(), Decode("inter").get(), crls.get(),
+                                   DKV_NO_TIME, &reason);
+  EXPECT_EQ(Name(rc), "DKV_ERR_ALG_NOT_SUPPORTED");
+  EXPECT_NE(Info().find("1.2.840.10045.4.3.127"), std::string::npos) << Info();
 }
 
 TEST(Crl, FilesThatAreNone) {

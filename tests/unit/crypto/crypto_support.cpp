@@ -116,6 +116,21 @@ std::string OpensslSign(const std::string& content, const std::string& signer, c
   return Pki().Read("signature");
 }
 
+OtherSecudir::OtherSecudir(const std::vector<std::pair<std::string, std::string>>& files) {
+  for (const auto& [name, source] : files) m_directory.Write(name, Pki().Read(source));
+  setenv("SECUDIR", m_directory.Path().c_str(), 1);
+}
+
+OtherSecudir::~OtherSecudir() {
+  setenv("SECUDIR", Pki().File("sec").c_str(), 1);
+}
+
+std::string Info() {
+  const char* text = nullptr;
+  EXPECT_EQ(DkvLibSecTKLastErrorInfo(Lib(), &text), DKV_OK);
+  return text == nullptr ? "" : text;
+}
+
 std::string Name(int rc) {
   const DkvAnyFunction function = Lib()->Get(DkvRow::DkvRcName);
   const char* name = reinterpret_cast<decltype(::DkvRcName)*>(function)(rc);

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "signing/crypto/dkv_table.h"
 #include "support/scratch.h"
@@ -58,5 +60,19 @@ inline constexpr char kContent[] = "QEL-MANIFEST\nVersion: 1.0\r\n\nsome bytes\n
 
 // "DKV_ERR_EXPIRED" for messages of the tests.
 std::string Name(int rc);
+// SECUDIR is another directory as long as this lives, with the given files of the world in it.
+class OtherSecudir {
+ public:
+  explicit OtherSecudir(const std::vector<std::pair<std::string, std::string>>& files);
+  ~OtherSecudir();
+  OtherSecudir(const OtherSecudir&) = delete;
+  OtherSecudir& operator=(const OtherSecudir&) = delete;
+
+ private:
+  Scratch m_directory;
+};
+
+// What the library adds to the code of its last call.
+std::string Info();
 
 }  // namespace tolven::test

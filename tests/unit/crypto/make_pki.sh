@@ -3,7 +3,8 @@
 # repository. Usage: make_pki.sh DIRECTORY
 #
 #   root -> inter -> signers, time stamp authorities       foreign: another root with a signer and an authority
-#   twin: an authority with inter's name and another key
+#        -> tls_ca, code_ca -> signers of their names       cross: inter's key, certified by the foreign root
+#   twin: an authority with inter's name and another key    tsa_root: for time stamps only -> its_tsa
 set -eu
 cd "$1"
 
@@ -34,6 +35,16 @@ private_key = twin.key
 default_md = sha256
 default_crl_days = 30
 crlnumber = crlnumber
+[root_db]
+database = index.txt
+new_certs_dir = .
+serial = serial
+certificate = root.crt
+private_key = root.key
+default_md = sha256
+default_days = 3650
+policy = policy
+unique_subject = no
 [policy]
 commonName = supplied
 [crl_ext]
@@ -43,6 +54,25 @@ basicConstraints = critical, CA:TRUE
 keyUsage = critical, keyCertSign, cRLSign
 subjectKeyIdentifier = hash
 authorityKeyIdentifier = keyid
+[tls_authority]
+basicConstraints = critical, CA:TRUE
+keyUsage = critical, keyCertSign, cRLSign
+extendedKeyUsage = serverAuth
+[code_authority]
+basicConstraints = critical, CA:TRUE
+keyUsage = critical, keyCertSign, cRLSign
+extendedKeyUsage = codeSigning
+[tsa_authority]
+basicConstraints = critical, CA:TRUE
+keyUsage = critical, keyCertSign, cRLSign
+extendedKeyUsage = timeStamping
+subjectKeyIdentifier = hash
+[delta_ext]
+authorityKeyIdentifier = keyid
+2.5.29.27 = critical, ASN1:INTEGER:2
+[gap_ext]
+authorityKeyIdentifier = keyid
+2.5.29.27 = critical, ASN1:INTEGER:100
 [signer]
 basicConstraints = critical, CA:FALSE
 keyUsage = critical, digitalSignature
@@ -100,28 +130,35 @@ issue() { # NAME EXTENSIONS [options of openssl ca]
   openssl ca -config pki.cnf -batch -notext -extensions "$extensions" -in "$name.csr" -out "$name.crt" "$@"
 }
 
-sub_authority() { # NAME SUBJECT
+sub_authority() { # NAME SUBJECT [EXTENSIONS]
   ec_key "$1"
   openssl req -new -config pki.cnf -subj "$2" -key "$1.key" -out "$1.csr"
   openssl x509 -req -in "$1.csr" -CA root.crt -CAkey root.key -CAcreateserial -days 3650 -extfile pki.cnf \
-    -extensions authority -out "$1.crt"
+    -extensions "${3:-authority}" -out "$1.crt"
 }
 
 {
   self_signed root "/CN=Test Root" authority
   sub_authority inter "/CN=Test Intermediate"
   sub_authority twin "/CN=Test Intermediate"
+  sub_authority tls_ca "/CN=TLS Intermediate" tls_authority
+  sub_authority code_ca "/CN=Code Intermediate" code_authority
   self_signed foreign "/CN=Foreign Root" authority
+  self_signed tsa_root "/CN=Time Root" tsa_authority
   self_signed lonely "/CN=Lonely Signer" signer
   # The namesake of "lonely" with another key and no key identifiers: only the signature tells them apart.
   self_signed namesake "/CN=Lonely Signer" plain
 
   for name in signer revoked mailer sealer plain critical_unknown tsa tsa_uncritical tsa_mixed expired future sha1 \
-    server; do
+    server late; do
     ec_key "$name"
   done
   openssl genrsa -out weak.key 1024
   openssl genrsa -out rsa.key 2048
+  openssl genpkey -algorithm RSA-PSS -pkeyopt rsa_keygen_bits:2048 -out pss.key
+  openssl genpkey -algorithm RSA-PSS -pkeyopt rsa_keygen_bits:2048 -pkeyopt rsa_pss_keygen_md:sha256 \
+    -pkeyopt rsa_pss_keygen_mgf1_md:sha256 -pkeyopt rsa_pss_keygen_saltlen:32 -out pss256.key
+  openssl genpkey -algorithm ed25519 -out ed25519.key
   issue signer signer
   issue rsa signer
   issue revoked signer
@@ -139,9 +176,25 @@ sub_authority() { # NAME SUBJECT
   issue sha1 signer -md sha1
   issue weak signer
   issue server server
+  issue late signer
+  for name in pss pss256 ed25519; do issue "$name" signer; done
+
+  # Renewals: other certificates of keys that are in use, of the same name.
+  again() { # NAME FILE EXTENSIONS [options of openssl ca]
+    name=$1 file=$2 extensions=$3
+    shift 3
+    openssl ca -config pki.cnf -batch -notext -extensions "$extensions" -in "$name.csr" -out "$file" "$@"
+  }
+  again signer signer_old.crt signer -startdate 20150101000000Z -enddate 20200101000000Z
+  again signer signer_mail.crt mailer -days 4000
+  again signer signer_long.crt signer -days 800
+  again inter inter_old.crt authority -name root_db -startdate 20150101000000Z -enddate 20200101000000Z
+  serial_of_lonely=$(openssl x509 -in lonely.crt -noout -serial | sed 's/.*=/0x/')
+  openssl req -new -x509 -config pki.cnf -extensions signer -subj "/CN=Lonely Signer" -key ed25519.key -days 30 \
+    -set_serial "$serial_of_lonely" -out ed25519_namesake.crt
 
   # A signer of the foreign root, one that a mere signer issued, and a time stamp authority nobody trusts.
-  for name in stranger child stranger_tsa; do
+  for name in stranger child stranger_tsa tls_issued code_issued its_tsa its_signer; do
     ec_key "$name"
     openssl req -new -config pki.cnf -subj "/CN=$name" -key "$name.key" -out "$name.csr"
   done
@@ -152,16 +205,35 @@ sub_authority() { # NAME SUBJECT
   by stranger foreign signer
   by stranger_tsa foreign tsa
   by child signer signer
+  by tls_issued tls_ca signer
+  by code_issued code_ca signer
+  by its_tsa tsa_root tsa
+  by its_signer tsa_root signer
+  cp inter.csr cross.csr
+  by cross foreign authority
   cat signer.crt inter.crt >chain.crt
 
   # Lists: fresh, outdated, of the root (foreign to our signers), and by the twin, whose name is right.
+  # They have numbers in this order; the base of delta.crl is fresh.crl.
   openssl ca -config pki.cnf -revoke revoked.crt -crl_reason keyCompromise
+  openssl ca -config pki.cnf -gencrl -crl_lastupdate 20200101000000Z -crl_nextupdate 20200201000000Z \
+    -out early.crl
   openssl ca -config pki.cnf -gencrl -out fresh.crl
   openssl ca -config pki.cnf -gencrl -md sha1 -out sha1.crl
   openssl ca -config pki.cnf -gencrl -crl_lastupdate 20200101000000Z -crl_nextupdate 20200201000000Z \
     -out outdated.crl
   openssl ca -config pki.cnf -name twin_db -gencrl -out twin.crl
   openssl ca -config pki.cnf -name twin_db -cert foreign.crt -keyfile foreign.key -gencrl -out foreign.crl
+  cp index.txt index.revoked
+  : >index.txt
+  openssl ca -config pki.cnf -gencrl -out forgetful.crl
+  cp index.revoked index.txt
+  openssl ca -config pki.cnf -revoke late.crt
+  openssl ca -config pki.cnf -gencrl -crlexts delta_ext -out delta.crl
+  openssl ca -config pki.cnf -gencrl -crlexts gap_ext -out gap.crl
+  openssl ca -config pki.cnf -gencrl -crlexts delta_ext -crl_lastupdate 20200101000000Z \
+    -crl_nextupdate 20200201000000Z -out delta_outdated.crl
+  openssl ca -config pki.cnf -gencrl -out newer.crl
   openssl crl -in fresh.crl -outform DER -out fresh.der
   openssl crl -in foreign.crl -outform DER -out foreign.der
   cat foreign.crl fresh.crl >both.crl
@@ -170,6 +242,7 @@ sub_authority() { # NAME SUBJECT
   # Profiles.
   mkdir sec
   cat root.crt >sec/QELverify.pse
+  cat root.crt >sec/QELtimestamp.pse
   cat root.crt >trust.pse
   cat root.crt foreign.crt >both.pse
   cat expired.crt signer.crt tsa_old.crt >old.pse
@@ -177,13 +250,26 @@ sub_authority() { # NAME SUBJECT
   cat signer.key signer.crt inter.crt root.crt >signer.pse
   cat lonely.key lonely.crt >lonely.pse
   cat namesake.crt >namesake.pse
-  for name in expired future weak mailer sealer plain rsa; do
+  cat ed25519_namesake.crt >ed25519_namesake.pse
+  cat inter_old.crt >inter_old.pse
+  for name in tls_ca tsa tsa_root; do cat "$name.crt" >"$name.pse"; done
+  cat inter_old.crt root.crt >renewed_trust.pse
+  cat signer_old.crt root.crt >old_signer.pse
+  cat signer.key signer_old.crt signer_mail.crt signer.crt signer_long.crt inter.crt root.crt >renewed.pse
+  cat signer.key signer.crt >alone.pse
+  cat signer.key signer.crt root.crt >gap.pse
+  cat signer.key signer.crt cross.crt inter.crt >cross.pse
+  for name in expired future weak mailer sealer plain rsa pss pss256 ed25519; do
     cat "$name.key" "$name.crt" inter.crt root.crt >"$name.pse"
   done
   openssl pkcs12 -export -inkey signer.key -in signer.crt -certfile inter.crt -passout pass:secret -out signer.p12
   openssl pkcs12 -export -inkey signer.key -in signer.crt -passout pass: -out empty.p12
+  openssl pkcs12 -export -legacy -inkey signer.key -in signer.crt -certfile inter.crt -passout pass:secret \
+    -out legacy.p12
+  openssl ec -des -provider default -provider legacy -in signer.key -passout pass:secret -out des.key
+  cat des.key signer.crt >des.pse
   openssl pkcs8 -topk8 -in signer.key -passout pass:secret -out enc.key
-  cat enc.key signer.crt >encrypted.pse
+  cat enc.key signer.crt inter.crt >encrypted.pse
   cat signer.key lonely.crt >mismatch.pse
   cat signer.key lonely.key signer.crt >twokeys.pse
   cat signer.key >keyonly.pse

@@ -44,6 +44,14 @@ TEST(Verify, SignaturesOfOthers) {
       {"content embedded", "signer", "-nodetach", "trust.pse", DKV_ERR_EMBEDDED},
       {"two signers", "signer", "-signer rsa.crt -inkey rsa.key", "trust.pse", DKV_ERR_SIGNER_COUNT},
       {"no certificate", "stranger", "-nocerts", "trust.pse", DKV_ERR_SIGNER_CERT},
+      {"key for RSA-PSS alone", "pss", "-keyopt rsa_padding_mode:pss", "trust.pse", DKV_OK},
+      {"authority for TLS servers", "tls_issued", "-certfile tls_ca.crt", "trust.pse", DKV_ERR_EXT_KEY_USAGE},
+      {"the same, trusted itself", "tls_issued", "", "tls_ca.pse", DKV_ERR_EXT_KEY_USAGE},
+      {"authority for code", "code_issued", "-certfile code_ca.crt", "trust.pse", DKV_OK},
+      {"expired authority trusted, and its renewal's root", "signer", "", "renewed_trust.pse", DKV_OK},
+      {"expired authority trusted alone", "signer", "", "inter_old.pse", DKV_ERR_EXPIRED},
+      {"expired certificate of the key trusted, too", "signer", "-keyid", "old_signer.pse", DKV_OK},
+      {"key of another kind", "lonely", "", "ed25519_namesake.pse", DKV_ERR_ALG_NOT_SUPPORTED},
       {"indefinite length", "signer", "-stream -indef", "trust.pse", DKV_ERR_ASN1},
   };
   for (const Row& row : rows) {
@@ -98,7 +106,7 @@ TEST(Verify, OneObjectAndNothingBehindIt) {
 // No single changed byte, wherever it is, makes a signature fit content it was not made for; and none of the
 // damaged structures may do harm.
 TEST(Verify, NoChangedByteHelps) {
-  const std::string good = Sign(kContent, "signer.pse");
+  const std::string good = Sign(kContent, "signer.p12", "secret");
   int tried = 0;
   int refused = 0;
   for (std::size_t at = 0; at < good.size(); ++at) {
