@@ -2,6 +2,8 @@
 function(tolven_options target)
   target_compile_features(${target} PRIVATE cxx_std_20)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Werror)
+  # Symbols that are unique in a process stay global whatever a linker is told.
+  target_compile_options(${target} PRIVATE $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fno-gnu-unique>)
   target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
   set_target_properties(${target} PROPERTIES
     CXX_EXTENSIONS OFF
@@ -11,8 +13,8 @@ function(tolven_options target)
     VISIBILITY_INLINES_HIDDEN ON)
   if(TOLVEN_SANITIZE)
     target_compile_options(${target} PRIVATE
-      -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
-    target_link_options(${target} PRIVATE -fsanitize=address,undefined)
+      -fsanitize=${TOLVEN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(${target} PRIVATE -fsanitize=${TOLVEN_SANITIZE})
   endif()
   if(TOLVEN_FUZZ)
     # Coverage for libFuzzer to follow; the sanitizers' runtime answers it in programs that are no fuzz targets.

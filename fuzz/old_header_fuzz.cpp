@@ -1,5 +1,5 @@
-// Archives of the older format: the text header in pieces, then a test of the whole archive. Seeds: what
-// tests/e2e/make_old_archive.py writes.
+// Archives of the older format: the text header in pieces, then a listing and a test of the whole archive.
+// Seeds: what tests/e2e/make_old_archive.py writes.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -7,11 +7,9 @@
 #include <span>
 #include <string>
 
-#include "oldarchive/old_extract.h"
 #include "oldarchive/old_header.h"
-#include "oldarchive/old_listing.h"
 #include "oldarchive/old_paths.h"
-#include "oldarchive/old_read.h"
+#include "oldarchive/old_reader.h"
 
 namespace {
 
@@ -30,10 +28,12 @@ void CheckHeader(std::span<const std::uint8_t> bytes) {
   pieces.Feed(bytes.first(split));
   Require(pieces.Feed(bytes.subspan(split)) == state);
   if (state != HeaderParser::State::kDone) return;
-  Require(pieces.DataStart() == whole.DataStart() && pieces.Files().size() == whole.Files().size());
-  for (tolven::FileInfo& info : whole.Files()) {
+  Require(pieces.Entries().DataStart() == whole.Entries().DataStart());
+  tolven::EntryWalk other(pieces.Entries());
+  for (tolven::EntryWalk walk(whole.Entries()); walk.Next();) {
+    tolven::FileInfo& info = walk.Info();
+    Require(other.Next() && other.Info().name == info.name && other.Info().position == info.position);
     info.target = tolven::TransformPath({}, info.name);
-    Require(tolven::OldListingLine(info).size() >= info.target.size());
     std::string path;
     if (!tolven::CreateFilename({}, info, path)) continue;
     Require(!path.starts_with('/') && ("/" + path + "/").find("/../") == std::string::npos);
@@ -43,11 +43,10 @@ void CheckHeader(std::span<const std::uint8_t> bytes) {
 void TestArchive(std::span<const std::uint8_t> bytes) {
   const int file = memfd_create("archive", MFD_CLOEXEC);
   if (file >= 0 && write(file, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size())) {
-    tolven::AppData app;
-    app.command = 'd';
-    app.archiveName = "/proc/self/fd/" + std::to_string(file);
-    if (tolven::ReadHeader(app, nullptr, nullptr, nullptr) != 0) {
-      tolven::ExtractArchiveFiles(app, nullptr, nullptr);
+    const std::string name = "/proc/self/fd/" + std::to_string(file);
+    for (const char* command : {"t", "d"}) {
+      const char* arguments[] = {"orv", command};
+      tolven::iaxxorvl_ORV_Callback2(2, arguments, nullptr, nullptr, name.c_str(), nullptr, nullptr);
     }
   }
   close(file);

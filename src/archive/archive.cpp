@@ -11,6 +11,7 @@
 #include "cmdline/cmd_line.h"
 #include "fileio/output_file.h"
 #include "report/except.h"
+#include "report/show_text.h"
 
 namespace tolven {
 
@@ -137,7 +138,7 @@ bool CArchive::IsValid() {
   if (magic != kMagic && magic != kMagicBackup) return false;
   if (version != kVersion200 && version != kVersion201) {
     throw CUnsupportedArchiveException(
-        "archive version " + version +
+        "archive version " + ShowText(version) +
         " is not supported by this release; to extract this archive you need to "
         "use a newer TOLVEN release\n");
   }

@@ -1,5 +1,6 @@
 #include "archive/dir_entry.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -47,7 +48,7 @@ bool CDirEntry::CheckIfIsSymlink(const std::string& path) {
 bool CDirEntry::FillBaseHeader(EntryHeader& header, EntryType type) {
   const CmdOptions& options = m_pTheProcessor->Options();
   strFileInformation info;
-  if (!CUtils::GetFileInformation(m_path, info, options.resolveLinks)) return false;
+  if (!CUtils::GetFileInformation(m_source.Get(), info)) return false;
   header = EntryHeader{};
   header.type = type;
   header.mode = info.mode;
@@ -82,12 +83,25 @@ void CFile::SetReadState(const std::string& storedName, const std::string& shown
   m_bDoManifest = hash;
 }
 
+// Neither a pipe that took the file's place may hold the run up, nor may a terminal become its own.
+CDirEntry::SourceKind CFile::GetSourceKind() const {
+  return {O_RDONLY | O_NONBLOCK | O_NOCTTY, kModeTypeRegular};
+}
+
 bool CFile::FillEntryHeader(EntryHeader& header) {
   return FillBaseHeader(header, kTypeRegular);
 }
 
+CDirEntry::SourceKind CDirectory::GetSourceKind() const {
+  return {O_PATH | O_DIRECTORY, kModeTypeDirectory};
+}
+
 bool CDirectory::FillEntryHeader(EntryHeader& header) {
   return FillBaseHeader(header, kTypeDirectory);
+}
+
+CDirEntry::SourceKind CLink::GetSourceKind() const {
+  return {O_PATH, kModeTypeLink};
 }
 
 bool CLink::FillEntryHeader(EntryHeader& header) {
@@ -101,7 +115,7 @@ bool CLink::ResolveLink() {
   if (m_pTheProcessor->Options().resolveLinks) return true;
   std::array<char, kNameBufferSize> target{};
   errno = 0;
-  const ssize_t length = readlink(m_path.c_str(), target.data(), target.size() - 1);
+  const ssize_t length = readlinkat(m_source.Get(), "", target.data(), target.size() - 1);
   if (length < 0) throw CReadLinkExcept(m_path);
   m_storedName += '|';
   m_storedName.append(target.data(), static_cast<std::size_t>(length));

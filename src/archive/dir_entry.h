@@ -10,6 +10,7 @@
 #include "archive/compress_strategy.h"
 #include "archive/format.h"
 #include "fileio/file_stream.h"
+#include "fileio/unique_fd.h"
 #include "main/run/processor.h"
 #include "signing/manifest/manifest.h"
 
@@ -65,8 +66,15 @@ class CDirEntry {
 
   // --- Writing.
 
-  // Writes header and data, or reports the object as not available. False when -X leaves the entry out.
+  // Writes header and data, or reports the object as not available. False when -X leaves the entry out, or
+  // when the object is not there any more: nothing below it is to be looked for.
   bool AddToArchive(CArchive* archive);
+  // How an object is opened, and the type that it must then have. No type: the entry is made in memory.
+  struct SourceKind {
+    int flags = 0;
+    std::uint32_t type = 0;
+  };
+  virtual SourceKind GetSourceKind() const { return {}; }
   // Fills `header` from the file system; false when the object cannot be examined (errno tells why).
   virtual bool FillEntryHeader(EntryHeader& header) = 0;
   virtual void WriteHeader(CArchive* archive, EntryHeader& header);
@@ -98,6 +106,7 @@ class CDirEntry {
   std::string m_tempName;
   std::string m_storedName;
   std::string m_shownName;
+  UniqueFd m_source;  // the object on disk, while it is being archived
   EntryHeader m_header;
   std::vector<std::uint8_t> m_accessInfo;
   std::int64_t m_start = 0;
@@ -105,9 +114,12 @@ class CDirEntry {
   bool m_signed = false;
 
  private:
+  // Opens m_source. What happens to the name afterwards makes no difference: header, data and a link's target
+  // are of one object.
+  [[nodiscard]] bool OpenSource();
   void ReportUnknown(int systemError);
   void ReportUnreadable(int systemError);
-  // Header, data and digest of a file that is opened here.
+  // Header, data and digest of a file.
   void WriteFile(CArchive* archive, EntryHeader& header);
   void CloseManifestFile(ManifestContext* manifest);
   // Decompresses, checks the CRC, writes: the data path of AddToDirEx.
@@ -126,6 +138,7 @@ class CFile : public CDirEntry {
   double GetSpaceNeeded() const override { return m_header.DataLength(); }
   bool IsEntrySigned() const override { return m_signed; }
   bool DoManifestAPI() const override { return m_bDoManifest; }
+  SourceKind GetSourceKind() const override;
   bool FillEntryHeader(EntryHeader& header) override;
   void SetReadState(const std::string& storedName, const std::string& shownName, const EntryHeader& header,
                     const std::vector<std::uint8_t>& accessInfo, std::int64_t start, bool hash) override;
@@ -142,6 +155,7 @@ class CDirectory : public CDirEntry {
   void CreateEntry(CArchive* archive) override;
   double GetSpaceNeeded() const override { return m_header.DataLength(); }
   bool IsDirectory() const override { return true; }
+  SourceKind GetSourceKind() const override;
   bool FillEntryHeader(EntryHeader& header) override;
 };
 
@@ -154,6 +168,7 @@ class CLink : public CDirEntry {
   bool AddToDir(CArchive* archive) override;
   double GetSpaceNeeded() const override { return m_header.DataLength(); }
   bool IsLink() const override { return true; }
+  SourceKind GetSourceKind() const override;
   bool FillEntryHeader(EntryHeader& header) override;
   bool ResolveLink() override;
 };

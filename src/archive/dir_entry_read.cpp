@@ -9,6 +9,7 @@
 #include "cslib/crc32.h"
 #include "report/except.h"
 #include "report/run_status.h"
+#include "report/show_text.h"
 
 namespace tolven {
 
@@ -29,7 +30,7 @@ bool SplitLink(const std::string& name, std::string& path, std::string& target) 
 
 void CDirEntry::PrintVerbose(const CArchive* archive) const {
   if (!m_pTheProcessor->Options().verbose) return;
-  PrintLine((archive->Target() != nullptr ? "x " : "t ") + m_path);
+  PrintLine((archive->Target() != nullptr ? "x " : "t ") + ShowText(m_path));
 }
 
 bool CDirEntry::AddToDir(CArchive* archive) {
@@ -95,13 +96,13 @@ void CDirEntry::DecompressMe(CArchive* archive, bool write) {
   if (reader.StoredCrc() == 0 || reader.StoredCrc() == crc) return;
   errno = 0;
   if (m_pending && !m_pending->Discard()) {
-    throw CExcept("TOLVEN: could not delete " + m_shownName, kErrorChecksum, true);
+    throw CExcept("TOLVEN: could not delete " + ShowText(m_shownName), kErrorChecksum, true);
   }
   throw CChecksumExcept(m_shownName);
 }
 
 void CDirEntry::DiscardTarget() {
-  if (m_pending && !m_pending->Discard()) throw CExcept("TOLVEN: could not delete " + m_shownName);
+  if (m_pending && !m_pending->Discard()) throw CExcept("TOLVEN: could not delete " + ShowText(m_shownName));
 }
 
 bool CLink::AddToDir(CArchive* archive) {

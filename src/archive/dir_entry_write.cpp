@@ -1,5 +1,6 @@
 // Entries on their way into an archive.
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
@@ -10,6 +11,7 @@
 #include "fileio/utils.h"
 #include "report/except.h"
 #include "report/run_status.h"
+#include "report/show_text.h"
 #include "report/system_error.h"
 
 namespace tolven {
@@ -54,13 +56,25 @@ bool CDirEntry::ProcessOptions() {
   std::string newName;
   if (m_pTheProcessor->CmdLine().FindNewName(m_storedName, newName)) m_storedName = newName;
   if (options.printStatistics) m_pTheProcessor->Statistics().CountFile();
-  if (options.verbose) PrintLine((m_pTheProcessor->ScanOnly() ? "t " : "a ") + m_path);
+  if (options.verbose) PrintLine((m_pTheProcessor->ScanOnly() ? "t " : "a ") + ShowText(m_path));
   return false;
 }
 
-// The object could not be examined: a link without a target, or something that vanished or is out of reach.
+bool CDirEntry::OpenSource() {
+  const SourceKind kind = GetSourceKind();
+  if (kind.type == 0) return true;
+  const int follow = m_pTheProcessor->Options().resolveLinks ? 0 : O_NOFOLLOW;
+  errno = 0;
+  m_source = UniqueFd(open(m_path.c_str(), kind.flags | follow | O_CLOEXEC));
+  return static_cast<bool>(m_source);
+}
+
+// The object could not be opened: a link without a target, or something that vanished or is out of reach.
 void CDirEntry::ReportUnknown(int systemError) {
-  if (!m_pTheProcessor->Options().resolveLinks || !CheckIfIsSymlink(m_path)) {
+  strFileInformation target;
+  const bool isBrokenLink = m_pTheProcessor->Options().resolveLinks && CheckIfIsSymlink(m_path) &&
+                            !CUtils::GetFileInformation(m_path, target, true);
+  if (!isBrokenLink) {
     ReportUnreadable(systemError);
     return;
   }
@@ -78,11 +92,18 @@ bool CDirEntry::AddToArchive(CArchive* archive) {
   if (ProcessOptions()) return false;
   // A bar in a link's own path would be taken for the one in front of the target.
   const bool ambiguous = IsLink() && m_storedName.find('|') != std::string::npos;
-  ResolveLink();
+  const std::uint32_t type = GetSourceKind().type;
   EntryHeader header;
-  if (!FillEntryHeader(header)) {
+  if (!OpenSource() || !FillEntryHeader(header)) {
     ReportUnknown(errno);
-  } else if (m_storedName.size() + 1 > kMaxNameLength) {
+    return false;
+  }
+  if (type != 0 && (header.mode & kModeTypeMask) != type) {
+    m_pTheProcessor->FileNotAvail(m_path, "replaced while being archived");
+    return false;
+  }
+  ResolveLink();
+  if (m_storedName.size() + 1 > kMaxNameLength) {
     m_pTheProcessor->FileNotAvail(m_path, "name too long");
   } else if (ambiguous) {
     m_pTheProcessor->FileNotAvail(m_path, "link name contains \"|\"");
@@ -97,8 +118,7 @@ bool CDirEntry::AddToArchive(CArchive* archive) {
 void CDirEntry::WriteFile(CArchive* archive, EntryHeader& header) {
   CFileStream file;
   errno = 0;
-  file.Open(m_path, kOpenRead, 0);
-  if (!file.Open()) {
+  if (!file.Attach(m_source.Release())) {
     ReportUnreadable(errno);
     return;
   }
@@ -108,13 +128,14 @@ void CDirEntry::WriteFile(CArchive* archive, EntryHeader& header) {
   ManifestContext* manifest = archive->Manifest();
   if (DoManifestAPI()) {
     CheckManifest(manifest, ManifestOpenFile(manifest, m_storedName.data(), m_storedName.size()),
-                  "TOLVEN: Cannot hash file " + m_path);
+                  "TOLVEN: Cannot hash file " + ShowText(m_path));
   }
   if (!header.IsEmpty()) {
     m_pCompressStrategy->SetDirectoryEntry(this);
     m_pCompressStrategy->execute(archive);
   } else if (DoManifestAPI()) {
-    CheckManifest(manifest, ManifestUpdateFile(manifest, nullptr, 0), "TOLVEN: Cannot hash file " + m_path);
+    CheckManifest(manifest, ManifestUpdateFile(manifest, nullptr, 0),
+                  "TOLVEN: Cannot hash file " + ShowText(m_path));
   }
   m_pStream = nullptr;
   if (DoManifestAPI()) CloseManifestFile(manifest);
@@ -122,7 +143,7 @@ void CDirEntry::WriteFile(CArchive* archive, EntryHeader& header) {
 
 void CDirEntry::CloseManifestFile(ManifestContext* manifest) {
   const int code = ManifestCloseFile(manifest);
-  std::string detail = "TOLVEN: Manifest file hash creation invalid for " + m_path;
+  std::string detail = "TOLVEN: Manifest file hash creation invalid for " + ShowText(m_path);
   if (m_pTheProcessor->Options().verbose) detail += " Error \n" + ManifestGetLastError(manifest);
   CheckManifest(manifest, code, detail);
   m_signed = true;

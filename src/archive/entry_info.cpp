@@ -1,11 +1,11 @@
 #include "archive/entry_info.h"
 
 #include <array>
+#include <cstdio>
 #include <ctime>
-#include <iomanip>
-#include <sstream>
 
 #include "archive/dir_entry.h"
+#include "report/show_text.h"
 
 namespace tolven {
 
@@ -41,10 +41,9 @@ std::string CEntryInfo::Date() const {
 }
 
 std::string CEntryInfo::GetInfoText() const {
-  std::ostringstream line;
-  line << Permissions() << std::fixed << std::setprecision(0) << std::setw(12) << m_header.DataLength() << ' '
-       << std::setw(20) << Date() << ' ' << m_name;
-  return line.str();
+  std::array<char, 128> columns{};
+  std::snprintf(columns.data(), columns.size(), "%12.0f %20s ", m_header.DataLength(), Date().c_str());
+  return Permissions() + columns.data() + ShowText(m_name);
 }
 
 }  // namespace tolven

@@ -10,6 +10,7 @@
 #include "fileio/utils.h"
 #include "report/except.h"
 #include "report/run_status.h"
+#include "report/show_text.h"
 
 namespace tolven {
 
@@ -42,7 +43,8 @@ std::string CExtractTarget::PathFor(const std::string& shownName) const {
   if (m_options.noPathValidation) return path;
   CUtils::ValidateFilePath(path);
   // Two names may become one path this way: nobody should have to find out from a missing file.
-  if (LosesComponents(shownName)) PrintLine("TOLVEN: " + shownName + " is extracted as " + path);
+  if (LosesComponents(shownName))
+    PrintLine("TOLVEN: " + ShowText(shownName) + " is extracted as " + ShowText(path));
   return path;
 }
 
@@ -56,7 +58,8 @@ std::unique_ptr<CPendingFile> CExtractTarget::OpenFile(const std::string& path, 
     case CPendingFile::Step::kParents:
       throw CCreateDirExcept(failed);
     default:
-      throw CExcept("TOLVEN: could not create a temporary file for " + name, kErrorTemporaryFile, true);
+      throw CExcept("TOLVEN: could not create a temporary file for " + ShowText(name), kErrorTemporaryFile,
+                    true);
   }
 }
 
@@ -76,9 +79,10 @@ void CExtractTarget::CommitFile(CPendingFile& file, std::uint32_t mode, std::int
     case CPendingFile::Step::kRename:
       // The rename takes away what is there, at the moment at which the new file is good.
       if (m_options.forceExtraction) {
-        throw CExcept("TOLVEN: force mode (option -j): could not delete " + name, kErrorForce, true);
+        throw CExcept("TOLVEN: force mode (option -j): could not delete " + ShowText(name), kErrorForce,
+                      true);
       }
-      throw CExcept("TOLVEN: could not open for writing " + name);
+      throw CExcept("TOLVEN: could not open for writing " + ShowText(name));
     default:
       throw CWriteExcept(name);
   }
@@ -95,7 +99,11 @@ void CExtractTarget::AddDirectory(const std::string& path, const std::string& na
   // A link that was there before stands for a directory of somebody else: its date and mode are not ours.
   struct stat status {};
   if (!created && m_root.Status(path, status) && S_ISLNK(status.st_mode)) return;
-  m_directories.push_back({path, name, mode, mtime, created});
+  const auto earlier = m_directories.find(path);
+  const bool setMode = created || m_options.changeDirPermissions ||
+                       (earlier != m_directories.end() && earlier->second.setMode);
+  if (setMode && !created) m_root.OpenToOwner(path);
+  m_directories.insert_or_assign(path, DirectoryRecord{name, mode, mtime, setMode});
 }
 
 void CExtractTarget::AddLink(const std::string& path, const std::string& target, const std::string& name) {
@@ -146,25 +154,19 @@ void CExtractTarget::DropLinks() {
 }
 
 void CExtractTarget::FinishDirectories() {
-  std::optional<CExcept> failure;
-  const std::vector<DirectoryRecord> records = std::move(m_directories);
-  m_directories.clear();
-  for (auto record = records.rbegin(); record != records.rend(); ++record) {
-    if (!m_root.SetDirectoryDate(record->path, record->mtime)) {
-      CChgDateExcept error(record->name);
-      if (!failure) failure = error;
-    }
-    const bool setMode = m_options.changeDirPermissions || record->created;
-    if (setMode && !m_root.SetDirectoryMode(record->path, record->mode)) {
-      CChgModExcept error(record->name);
-      if (!failure) failure = error;
-    }
+  std::optional<CExcept> failure;  // the first; making another one would change the exit code
+  const auto records = std::exchange(m_directories, {});
+  for (auto place = records.rbegin(); place != records.rend(); ++place) {
+    const auto& [path, record] = *place;
+    if (!m_root.SetDirectoryDate(path, record.mtime) && !failure) failure = CChgDateExcept(record.name);
+    if (!record.setMode || m_root.SetDirectoryMode(path, record.mode) || failure) continue;
+    failure = CChgModExcept(record.name);
   }
   if (failure) throw CExcept(*failure);
 }
 
 void ReportLinkFailure(const std::string& name) {
-  PrintLine("TOLVEN: could not create symbolic link (error 36). " + name);
+  PrintLine("TOLVEN: could not create symbolic link (error 36). " + ShowText(name));
   CExcept::NotifyProcessor(kErrorLink);
 }
 

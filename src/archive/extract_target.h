@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -39,12 +40,14 @@ class CExtractTarget {
   // `verified`: its digest was found right.
   void CommitFile(CPendingFile& file, std::uint32_t mode, std::int64_t mtime, const std::string& name,
                   bool verified);
-  // Makes the directory now; date and mode follow in Finish.
+  // Makes the directory now, closed to others, or opens one that is there to its owner; date and mode follow
+  // in Finish. Of two entries of one path the later one counts.
   void AddDirectory(const std::string& path, const std::string& name, std::uint32_t mode, std::int64_t mtime);
   // Makes missing parents and remembers the link for Finish. A later entry of the same path takes its place.
   void AddLink(const std::string& path, const std::string& target, const std::string& name);
-  // Makes the links, then sets the directories' dates and modes in reverse order. A link that cannot be made
-  // is reported and counted; a directory's failure is CChgDateExcept or CChgModExcept, after all were tried.
+  // Makes the links, then sets the directories' dates and modes from the bottom up. A link that cannot be
+  // made is reported and counted; a directory's failure is CChgDateExcept or CChgModExcept, after all were
+  // tried.
   void Finish();
   // Forgets the links: of an archive that is not what was signed no more is made.
   void DropLinks();
@@ -52,11 +55,10 @@ class CExtractTarget {
 
  private:
   struct DirectoryRecord {
-    std::string path;
     std::string name;
     std::uint32_t mode;
     std::int64_t mtime;
-    bool created;
+    bool setMode;
   };
   struct LinkRecord {
     std::string path;
@@ -72,8 +74,8 @@ class CExtractTarget {
   const CmdOptions& m_options;
   VerifiedFiles& m_verified;
   CExtractRoot m_root;
-  std::vector<DirectoryRecord> m_directories;
-  std::vector<LinkRecord> m_links;  // an empty path: replaced by a later entry
+  std::map<std::string, DirectoryRecord> m_directories;  // by path: what is below one comes behind it
+  std::vector<LinkRecord> m_links;                       // an empty path: replaced by a later entry
   std::unordered_map<std::string, std::size_t> m_linkAt;
   unsigned long m_failedLinks = 0;
 };

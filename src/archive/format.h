@@ -47,6 +47,7 @@ inline constexpr EntryType kTypeSv = {'S', 'V'};        // tolerated as first ty
 // File-type bits of EntryHeader::mode.
 inline constexpr std::uint32_t kModeTypeMask = 0xF000;
 inline constexpr std::uint32_t kModeTypeDirectory = 0x4000;
+inline constexpr std::uint32_t kModeTypeRegular = 0x8000;
 inline constexpr std::uint32_t kModeTypeLink = 0xA000;
 
 inline constexpr std::string_view kManifestName = "SIGNATURE.SMF";

@@ -10,6 +10,7 @@
 #include "fileio/utils.h"
 #include "report/except.h"
 #include "report/run_status.h"
+#include "report/show_text.h"
 
 namespace tolven {
 namespace {
@@ -169,7 +170,7 @@ bool CCmdLine::ParseLetterGroup(const char* arg, const char* next) {
   for (; *arg != '\0'; ++arg) {
     const LetterOption* option = FindLetter(*arg);
     if (option == nullptr) {
-      ThrowOptionError(std::string("TOLVEN: unknown command option ") + arg, 20, true);
+      ThrowOptionError(std::string("TOLVEN: unknown command option ") + ShowText(arg), 20, true);
     }
     if (option->command != CMD_NONE) m_options.command = option->command;
     Apply(option->flags, m_options);

@@ -8,6 +8,7 @@
 #include "cmdline/cmd_line.h"
 #include "fileio/file_stream.h"
 #include "report/except.h"
+#include "report/show_text.h"
 
 namespace tolven {
 namespace {
@@ -142,7 +143,7 @@ void CCmdLine::ProcessRenameList() {
     }
     if (oldName.empty() || newName.empty()) {
       errno = 0;
-      throw CExcept(std::string("TOLVEN: wrong format in file ") + m_options.renameFile, 43, true);
+      throw CExcept(std::string("TOLVEN: wrong format in file ") + ShowText(m_options.renameFile), 43, true);
     }
     m_renames.emplace(std::move(oldName), std::move(newName));
   }

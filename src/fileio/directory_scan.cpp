@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include "fileio/unique_fd.h"
 #include "fileio/utils.h"
 #include "report/except.h"
 
@@ -34,24 +35,21 @@ std::pair<std::string, std::string> SplitPattern(const std::string& pattern) {
   return {pattern.substr(0, slash == 0 ? 1 : slash), pattern.substr(slash + 1)};
 }
 
-void FillResult(const char* name, strFileData* data) {
-  const std::string path = data->directory + name;
-  if (!CUtils::SetFlAttr(path, *data)) throw CStatExcept(path);
+void SetName(const char* name, strFileData* data) {
   const std::size_t length = std::min(std::strlen(name), data->name.size() - 1);
   std::memcpy(data->name.data(), name, length);
   data->name[length] = '\0';
 }
 
-// Reads on until an entry matches. At the end of the directory errno is 0.
-bool FindMatch(DIR* directory, strFileData* data) {
-  for (;;) {
-    errno = 0;
-    const dirent* entry = readdir(directory);
-    if (entry == nullptr) return false;
-    if (!CUtils::StringMatch(entry->d_name, data->pattern.c_str())) continue;
-    FillResult(entry->d_name, data);
-    return true;
-  }
+void SetAttributes(strFileData* data) {
+  const std::string path = data->directory + data->name.data();
+  if (!CUtils::SetFlAttr(path, *data)) throw CStatExcept(path);
+}
+
+bool FindMatch(const FindHandle& handle, strFileData* data) {
+  if (!CUtils::FileFindName(handle, data)) return false;
+  SetAttributes(data);
+  return true;
 }
 
 enum class Lookup { kFound, kMissing, kUnknown };
@@ -65,18 +63,18 @@ Lookup LookUp(DIR* directory, const std::string& name) {
   return errno == ENOENT || errno == ENAMETOOLONG ? Lookup::kMissing : Lookup::kUnknown;
 }
 
-bool FindFirstMatch(DIR* directory, strFileData* data) {
+bool FindFirstMatch(const FindHandle& handle, strFileData* data) {
   if (!HasWildcards(data->pattern)) {
-    const Lookup result = LookUp(directory, data->pattern);
+    const Lookup result = LookUp(handle.get(), data->pattern);
     errno = 0;
     if (result == Lookup::kMissing) return false;
     if (result == Lookup::kFound) {
-      const std::string name = data->pattern;
-      FillResult(name.c_str(), data);
+      SetName(data->pattern.c_str(), data);
+      SetAttributes(data);
       return true;
     }
   }
-  return FindMatch(directory, data);
+  return FindMatch(handle, data);
 }
 
 std::string UpperCase(std::string text) {
@@ -99,14 +97,34 @@ bool IsDotName(const char* name) {
 
 }  // namespace
 
-FindHandle CUtils::FileFindFirst(const std::string& pattern, strFileData* data) {
+FindHandle CUtils::FileFindOpen(const std::string& pattern, strFileData* data, bool followLink) {
   auto [directory, namePattern] = SplitPattern(pattern);
   data->pattern = std::move(namePattern);
-  FindHandle handle(opendir(directory.c_str()));
+  const int flags = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW);
+  UniqueFd fd(open(directory.c_str(), flags));
+  FindHandle handle(fd ? fdopendir(fd.Get()) : nullptr);
   if (handle == nullptr) return nullptr;
+  (void)fd.Release();
   if (directory.back() != '/') directory += '/';
   data->directory = std::move(directory);
-  if (FindFirstMatch(handle.get(), data)) return handle;
+  return handle;
+}
+
+bool CUtils::FileFindName(const FindHandle& handle, strFileData* data) {
+  for (;;) {
+    errno = 0;
+    const dirent* entry = readdir(handle.get());
+    if (entry == nullptr) return false;
+    if (!StringMatch(entry->d_name, data->pattern.c_str())) continue;
+    SetName(entry->d_name, data);
+    return true;
+  }
+}
+
+FindHandle CUtils::FileFindFirst(const std::string& pattern, strFileData* data) {
+  FindHandle handle = FileFindOpen(pattern, data);
+  if (handle == nullptr) return nullptr;
+  if (FindFirstMatch(handle, data)) return handle;
   const int error = errno;
   handle.reset();
   errno = error;
@@ -117,7 +135,7 @@ bool CUtils::FileFindNext(const FindHandle& handle, strFileData* data) {
   errno = 0;
   // A literal name is there once at most, and FileFindFirst has delivered it.
   if (!HasWildcards(data->pattern)) return false;
-  return FindMatch(handle.get(), data);
+  return FindMatch(handle, data);
 }
 
 bool CUtils::FileFindClose(FindHandle& handle) {

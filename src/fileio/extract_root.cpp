@@ -13,7 +13,8 @@
 namespace tolven {
 namespace {
 
-constexpr mode_t kDirectoryMode = 0755;
+constexpr mode_t kParentMode = 0755;
+constexpr mode_t kClosedMode = 0700;
 constexpr mode_t kTempMode = 0600;
 constexpr std::size_t kRandomLength = 6;
 // 62^6 names: a hundred collisions in a row mean that something is wrong, not that luck was bad.
@@ -88,8 +89,11 @@ UniqueFd CExtractRoot::EnterOrMake(int fd, const std::string& component, const s
   const int flags = O_PATH | O_DIRECTORY | O_CLOEXEC | (m_confined ? O_NOFOLLOW : 0);
   UniqueFd next(openat(fd, component.c_str(), flags));
   if (!next && errno == ENOENT) {
-    if (mkdirat(fd, component.c_str(), kDirectoryMode) != 0 && errno != EEXIST) return next;
+    const bool made = mkdirat(fd, component.c_str(), kParentMode) == 0;
+    if (!made && errno != EEXIST) return next;
     next = UniqueFd(openat(fd, component.c_str(), flags));
+    struct stat status;
+    if (made && next && fstat(next.Get(), &status) == 0) m_madeParents.emplace(status.st_dev, status.st_ino);
   }
   if (next || !m_confined) return next;
   // No directory. If it is a link that may be followed, the whole way to it decides that.
@@ -134,7 +138,7 @@ bool CExtractRoot::MakeDirectory(const std::string& path, bool& created, std::st
   failed = path;
   const int parent = OpenParent(split.parent);
   if (parent < 0) return false;
-  if (split.name.empty() || mkdirat(parent, split.name.c_str(), kDirectoryMode) == 0) {
+  if (split.name.empty() || mkdirat(parent, split.name.c_str(), kClosedMode) == 0) {
     created = !split.name.empty();
     failed.clear();
     return true;
@@ -142,7 +146,27 @@ bool CExtractRoot::MakeDirectory(const std::string& path, bool& created, std::st
   bool ignored = false;
   if (errno != EEXIST || !OpenDirectory(path, ignored)) return false;
   failed.clear();
+  created = CloseMadeParent(path);
   return true;
+}
+
+// A failing change of the mode is no failure yet: whoever made the directory sets its own mode in the end.
+bool CExtractRoot::CloseMadeParent(const std::string& path) {
+  if (m_madeParents.empty()) return false;
+  const UniqueFd fd = OpenForAttributes(path);
+  struct stat status;
+  if (!fd || fstat(fd.Get(), &status) != 0) return false;
+  if (m_madeParents.erase({status.st_dev, status.st_ino}) == 0) return false;
+  // A set-group-id bit that it inherited decides whose group the files in it get.
+  static_cast<void>(fchmod(fd.Get(), (status.st_mode & 07000) | kClosedMode));
+  return true;
+}
+
+// When that fails, the first thing that cannot be made in the directory tells why.
+void CExtractRoot::OpenToOwner(const std::string& path) {
+  struct stat status;
+  if (!Status(path, status) || !S_ISDIR(status.st_mode) || (status.st_mode & S_IRWXU) == S_IRWXU) return;
+  static_cast<void>(SetDirectoryMode(path, status.st_mode | S_IRWXU));
 }
 
 UniqueFd CExtractRoot::CreateTemp(const std::string& path, std::string& tempPath) {

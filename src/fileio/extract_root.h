@@ -35,9 +35,14 @@ class CExtractRoot {
   // Makes every missing directory on the way to `path`'s last component, 0755. On failure `failed` names the
   // directory that could not be made or entered.
   [[nodiscard]] bool MakeParents(const std::string& path, std::string& failed);
-  // Makes the directory `path`, 0755, parents included. True also when a directory is there already;
-  // `created` tells which. An existing link to a directory counts as one under the rule above.
+  // Makes the directory `path`, parents included: 0700, so that nobody else reaches what is written into it
+  // before it has its own mode. True also when a directory is there already; `created` tells which. One that
+  // MakeParents made counts as created, once, and is closed now. An existing link to a directory counts as
+  // one under the rule above.
   [[nodiscard]] bool MakeDirectory(const std::string& path, bool& created, std::string& failed);
+  // Gives the owner of a directory that was there before all rights: a read-only one of an earlier extraction
+  // must not refuse this one. Only for a directory whose mode is set in the end.
+  void OpenToOwner(const std::string& path);
   // Creates an exclusive temporary file (0600) beside `path`, named by `path` and six characters; a long last
   // component is shortened in the template only. Returns the descriptor, open for writing, and its path.
   [[nodiscard]] UniqueFd CreateTemp(const std::string& path, std::string& tempPath);
@@ -80,6 +85,8 @@ class CExtractRoot {
   // Opens or makes one component of a path on the way down; see MakeParents.
   [[nodiscard]] UniqueFd EnterOrMake(int fd, const std::string& component, const std::string& prefix,
                                      bool& throughLink);
+  // True when `path` is a directory that MakeParents made; it is then closed and no longer counts as that.
+  [[nodiscard]] bool CloseMadeParent(const std::string& path);
   // Opens the directory itself for changing its attributes, following nothing.
   [[nodiscard]] UniqueFd OpenForAttributes(const std::string& path);
 
@@ -89,6 +96,7 @@ class CExtractRoot {
   std::shared_ptr<const UniqueFd> m_parent;
   std::string m_parentPath;
   bool m_parentThroughLink = false;
+  std::set<std::pair<dev_t, ino_t>> m_madeParents;
   static std::set<std::pair<dev_t, ino_t>> m_ownLinks;
 };
 

@@ -10,6 +10,7 @@
 
 #include "fileio/disk_probe.h"
 #include "report/except.h"
+#include "report/show_text.h"
 #include "report/system_error.h"
 
 namespace tolven {
@@ -17,6 +18,14 @@ namespace {
 
 bool IsLinkMode(std::uint32_t mode) {
   return (mode & S_IFMT) == S_IFLNK;
+}
+
+strFileInformation Information(const struct stat& status) {
+  return {.mode = status.st_mode,
+          .size = static_cast<std::uint64_t>(status.st_size),
+          .mtime = status.st_mtime,
+          .device = status.st_dev,
+          .inode = status.st_ino};
 }
 
 static_assert(S_IFLNK == kAttrLink && S_IFREG == kAttrRegular,
@@ -89,12 +98,14 @@ bool CUtils::IsLink(const std::string& path) {
 bool CUtils::GetFileInformation(const std::string& path, strFileInformation& info, bool followLinks) {
   struct stat status;
   const int result = followLinks ? stat(path.c_str(), &status) : lstat(path.c_str(), &status);
-  if (result != 0) return false;
-  info.mode = status.st_mode;
-  info.size = static_cast<std::uint64_t>(status.st_size);
-  info.mtime = status.st_mtime;
-  info.device = status.st_dev;
-  info.inode = status.st_ino;
+  if (result == 0) info = Information(status);
+  return result == 0;
+}
+
+bool CUtils::GetFileInformation(int descriptor, strFileInformation& info) {
+  struct stat status;
+  if (fstat(descriptor, &status) != 0) return false;
+  info = Information(status);
   return true;
 }
 
@@ -117,15 +128,16 @@ void CUtils::SetFileDateWrapper(const std::string& path, std::uint32_t mode, std
 double CUtils::GetDiskFreeSpace(const std::string& path) {
   struct statvfs status;
   if (statvfs(path.c_str(), &status) != 0) return -1.0;
+  // f_bsize is what the file system likes to be given at once; it counts in f_frsize.
   return static_cast<double>(std::uint64_t{status.f_bavail}) *
-         static_cast<double>(std::uint64_t{status.f_bsize});
+         static_cast<double>(std::uint64_t{status.f_frsize});
 }
 
 bool CUtils::CmpFS(const std::string& pathA, const std::string& pathB) {
   struct statvfs a;
   struct statvfs b;
-  if (statvfs(pathA.c_str(), &a) != 0) throw CExcept("TOLVEN: statvfs returned error for " + pathA);
-  if (statvfs(pathB.c_str(), &b) != 0) throw CExcept("TOLVEN: statvfs returned error for " + pathB);
+  if (statvfs(pathA.c_str(), &a) != 0) throw CExcept("TOLVEN: statvfs returned error for " + ShowText(pathA));
+  if (statvfs(pathB.c_str(), &b) != 0) throw CExcept("TOLVEN: statvfs returned error for " + ShowText(pathB));
   return a.f_fsid == b.f_fsid;
 }
 

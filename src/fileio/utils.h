@@ -67,6 +67,7 @@ class CUtils {
   // False for an empty path; throws CAccessExcept when lstat fails.
   static bool IsLink(const std::string& path);
   static bool GetFileInformation(const std::string& path, strFileInformation& info, bool followLinks);
+  static bool GetFileInformation(int descriptor, strFileInformation& info);
   static bool GetFileInformationWithLongFileName(const std::string& path, strFileInformation& info,
                                                  bool followLinks);
   // Nothing for a link mode (0xA000); else chmod(path, mode & 0xFFF). Throws CChgModExcept.
@@ -87,6 +88,11 @@ class CUtils {
   // False at the end, with errno 0 (a failed read leaves errno set).
   static bool FileFindNext(const FindHandle& handle, strFileData* data);
   static bool FileFindClose(FindHandle& handle);
+  // The scan without a look at what it finds, for callers that cannot let one lost name end it: opens the
+  // pattern's directory (`followLink`: also when its last component is a link), then fills in one matching
+  // name after the other. Null, or false with errno 0 at the end, as above.
+  static FindHandle FileFindOpen(const std::string& pattern, strFileData* data, bool followLink = true);
+  static bool FileFindName(const FindHandle& handle, strFileData* data);
 
   // Whole name against whole pattern: "?" one character, "*" any run. Iterative: linear memory, no
   // exponential patterns.

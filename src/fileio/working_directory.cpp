@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <new>
+
 #include "report/run_status.h"
 #include "report/system_error.h"
 
@@ -11,8 +13,11 @@ namespace tolven {
 CWorkingDirectory::CWorkingDirectory() : m_start(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
 
 CWorkingDirectory::~CWorkingDirectory() {
-  if (m_start && fchdir(m_start.Get()) != 0) {
+  if (!m_start || fchdir(m_start.Get()) == 0) return;
+  try {
     PrintLine("TOLVEN: could not return to the start directory. " + SystemErrorText());
+  } catch (const std::bad_alloc&) {
+    // A destructor has nobody to tell.
   }
 }
 

@@ -1,14 +1,18 @@
 // The library entry: one extraction by the same processor and commands, with the output collected.
 
-#include <list>
+#include <atomic>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string>
+#include <type_traits>
 
 #include "fileio/working_directory.h"
 #include "main/command_factory.h"
+#include "main/run/processor.h"
 #include "main/run_guarded.h"
 #include "report/log_man.h"
+#include "report/run_status.h"
 #include "signing/manifest/manifest.h"
 #include "tolven/tolven.h"
 
@@ -16,37 +20,58 @@ namespace tolven {
 
 namespace {
 
-constexpr std::int32_t kExitMemory = 2;
-constexpr std::int32_t kExitUnexpected = 32;
+// Everything below these entries is process-wide, so calls of several threads wait for each other. Neither
+// the mutex nor the texts are destroyed when the process ends: exit handlers of the host come later than
+// ours.
+std::mutex g_oneCall;
+static_assert(std::is_trivially_destructible_v<std::mutex>);
 
-// Texts handed out stay valid until the process ends: callers keep the pointers.
-std::list<std::string>& HandedOut() {
-  static std::list<std::string> texts;
-  return texts;
+// Callers keep pointers to texts for as long as the process lives. A chain that nobody owns: never released,
+// always reachable.
+struct HandedOut {
+  std::string text;
+  const HandedOut* before;
+};
+const HandedOut* g_handedOut = nullptr;
+std::atomic<const char*> g_output = nullptr;
+
+void HandOut(const std::string& text) {
+  g_output = nullptr;
+  try {
+    g_handedOut = std::make_unique<HandedOut>(HandedOut{text, g_handedOut}).release();
+    g_output = g_handedOut->text.c_str();
+  } catch (const std::bad_alloc&) {
+    // No text: the exit code says what there is to say.
+  }
 }
 
-const char* g_output = nullptr;
-
-std::int32_t Extract(const std::string& archive, const std::string& target) {
-  const CCommandFactory factory;
-  const CWorkingDirectory start;
+void Run(CAPILogMan& collector, const ICommandFactory& factory, const char* archive, const char* target) {
   CProcessor& processor = *CProcessor::GetTheProcessor();
   processor.Reset();
-  auto owned = std::make_unique<CAPILogMan>();
-  const CAPILogMan& collector = *owned;
-  processor.SetLogManager(std::move(owned));
+  processor.SetLogManager(collector);
   processor.SetCommandFactory(factory);
   CmdOptions& options = processor.CmdLine().MutableOptions();
   options.command = CMD_EXTRACT;
-  if (!archive.empty()) options.archiveText = archive.c_str();
-  if (!target.empty()) options.targetDir = target.c_str();
-  RunGuarded(processor, [&] { processor.Run(); });
-  const std::int32_t code = processor.ExitCode();
-  HandedOut().push_back(collector.GetOutput());
-  g_output = HandedOut().back().c_str();
-  // Nothing may point to the caller's texts, the factory or the collector once this returns.
-  ManifestCleanup();
-  CProcessor::Destroy();
+  options.archiveText = archive;
+  if (target != nullptr && *target != '\0') options.targetDir = target;
+  processor.Run();
+}
+
+std::int32_t Extract(const char* archive, const char* target) {
+  CAPILogMan collector;
+  RunStatus status{.logManager = &collector};  // until the processor installs its own, and after it is gone
+  const RunStatusScope scope(status);
+  std::int32_t code = 0;
+  {
+    const CWorkingDirectory start;
+    const CCommandFactory factory;
+    RunGuarded([&] { Run(collector, factory, archive, target); });
+    code = RunStatus::Current().exitCode;
+    // Nothing may point to the caller's texts, the factory or the collector once this returns.
+    ManifestCleanup();
+    CProcessor::Destroy();
+  }
+  HandOut(collector.GetOutput());
   return code;
 }
 
@@ -55,15 +80,8 @@ std::int32_t Extract(const std::string& archive, const std::string& target) {
 }  // namespace tolven
 
 extern "C" int32_t extractTOLVENArchive(const char* archive, const char* targetDirectory) {
-  tolven::g_output = nullptr;
-  try {
-    return tolven::Extract(archive != nullptr ? archive : "",
-                           targetDirectory != nullptr ? targetDirectory : "");
-  } catch (const std::bad_alloc&) {
-    return tolven::kExitMemory;
-  } catch (...) {
-    return tolven::kExitUnexpected;
-  }
+  const std::lock_guard lock(tolven::g_oneCall);
+  return tolven::Extract(archive, targetDirectory);
 }
 
 extern "C" const char* getTOLVENOutput(void) {

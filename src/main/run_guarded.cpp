@@ -2,13 +2,12 @@
 
 #include <new>
 #include <stdexcept>
-#include <string>
 
-#include "fileio/run_signals.h"
 #include "report/except.h"
+#include "report/log_man.h"
+#include "report/run_status.h"
 
 namespace tolven {
-
 namespace {
 
 constexpr int kExitMemory = 2;
@@ -16,29 +15,31 @@ constexpr int kExitUnexpected = 32;
 constexpr int kExitOutOfRange = 33;
 constexpr int kExitLength = 34;
 
-void Fail(CProcessor& processor, const std::string& message, int code) {
-  processor.LogManager().PrintString(message);
-  processor.SetExitCode(code);
+void Print(const char* message) noexcept {
+  CLogMan* logManager = RunStatus::Current().logManager;
+  if (logManager != nullptr) logManager->PrintLiteral(message);
+}
+
+void Fail(const char* message, int code) noexcept {
+  Print(message);
+  RunStatus::Current().exitCode = code;
 }
 
 }  // namespace
 
-void RunGuarded(CProcessor& processor, const std::function<void()>& body) {
-  // Made before anything can fail for lack of memory.
-  const std::string noMemory = "TOLVEN: can not allocate new memory";
-  const CRunSignals signals;
+void ReportException() noexcept {
   try {
-    body();
+    throw;
   } catch (const CExcept& e) {
-    processor.LogManager().PrintInfo(e);
+    Print(e.GetMsg().c_str());
   } catch (const std::out_of_range&) {
-    Fail(processor, "string: out_of_range-exception", kExitOutOfRange);
+    Fail("string: out_of_range-exception", kExitOutOfRange);
   } catch (const std::length_error&) {
-    Fail(processor, "string: length_error", kExitLength);
+    Fail("string: length_error", kExitLength);
   } catch (const std::bad_alloc&) {
-    Fail(processor, noMemory, kExitMemory);
+    Fail("TOLVEN: can not allocate new memory", kExitMemory);
   } catch (...) {
-    Fail(processor, "TOLVEN: unexpected exception thrown", kExitUnexpected);
+    Fail("TOLVEN: unexpected exception thrown", kExitUnexpected);
   }
 }
 

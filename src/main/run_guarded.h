@@ -1,13 +1,23 @@
 #pragma once
 
-#include <functional>
-
-#include "main/run/processor.h"
+#include "fileio/run_signals.h"
 
 namespace tolven {
 
-// The one catch ladder of the program: runs `body` and turns whatever leaves it into a printed message and an
-// exit code. Shared by main and the embedded entry; nothing escapes.
-void RunGuarded(CProcessor& processor, const std::function<void()>& body);
+// Called in a handler: turns whatever is being handled into a printed message and an exit code, both by way
+// of the current RunStatus. Needs no memory, and nothing escapes.
+void ReportException() noexcept;
+
+// The one catch ladder of the program, shared by main and the embedded entry. No std::function: making one
+// takes memory, outside the ladder.
+template <typename Body>
+void RunGuarded(const Body& body) {
+  const CRunSignals signals;
+  try {
+    body();
+  } catch (...) {
+    ReportException();
+  }
+}
 
 }  // namespace tolven

@@ -1,13 +1,32 @@
-add_library(tolven_static STATIC embedded.cpp)
-tolven_options(tolven_static)
-target_include_directories(tolven_static PUBLIC
-  "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>" "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
-foreach(floor IN ITEMS cslib hash smf_names report fileio dkv cmdline manifest run archive oldarchive signing commands app)
+# All floors linked into one object, in which every name but the two of the header is made local: a program that
+# links the archive meets no other symbol of it, not even the templates of the C++ library that it instantiates.
+# Groups of duplicates are settled here, because a group that the program's linker dropped would take code away that
+# only local names lead to.
+add_library(tolven_embedded OBJECT embedded.cpp)
+tolven_options(tolven_embedded)
+target_include_directories(tolven_embedded PRIVATE "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}/src")
+
+set(objects "$<TARGET_OBJECTS:tolven_embedded>")
+foreach(floor IN ITEMS cslib hash report fileio dkv cmdline manifest run archive oldarchive signing commands app)
   get_target_property(type tolven_${floor} TYPE)
   if(type STREQUAL "STATIC_LIBRARY")
-    target_sources(tolven_static PRIVATE "$<TARGET_OBJECTS:tolven_${floor}>")
+    list(APPEND objects "$<TARGET_OBJECTS:tolven_${floor}>")
   endif()
 endforeach()
-target_include_directories(tolven_static PRIVATE "${PROJECT_SOURCE_DIR}/src")
+
+set(whole "${CMAKE_CURRENT_BINARY_DIR}/tolven_whole.o")
+add_custom_command(OUTPUT "${whole}"
+  COMMAND "${CMAKE_LINKER}" -r --force-group-allocation -o "${whole}" ${objects}
+  COMMAND "${CMAKE_OBJCOPY}" --keep-global-symbol=extractTOLVENArchive --keep-global-symbol=getTOLVENOutput "${whole}"
+  DEPENDS ${objects}
+  COMMAND_EXPAND_LISTS VERBATIM)
+
+add_library(tolven_static STATIC "${whole}")
+set_source_files_properties("${whole}" PROPERTIES EXTERNAL_OBJECT TRUE GENERATED TRUE)
+target_include_directories(tolven_static PUBLIC
+  "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>" "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
 target_link_libraries(tolven_static PUBLIC ${CMAKE_DL_LIBS})
-set_target_properties(tolven_static PROPERTIES OUTPUT_NAME tolven EXPORT_NAME tolven-static)
+set_target_properties(tolven_static PROPERTIES
+  LINKER_LANGUAGE CXX
+  OUTPUT_NAME tolven
+  EXPORT_NAME tolven-static)

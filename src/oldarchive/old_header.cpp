@@ -6,12 +6,17 @@
 #include <limits>
 #include <system_error>
 
+#include "cslib/cslib.h"
+
 namespace tolven {
 namespace {
 
 constexpr std::string_view kBlanks = " \t\v\f\r";
 constexpr std::size_t kNameColumn = 2;  // behind the type letter and one blank
 constexpr std::size_t kNumbers = 5;     // mode, compressed length, size, time, checksum
+
+constexpr std::size_t kChunk = 64 * 1024;  // of entry lines
+static_assert(kChunk > kOldMaxLine, "a chunk holds any line and its newline");
 
 // Where a data position must stay: it is given to a seek.
 constexpr auto kMaxPosition = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
@@ -34,7 +39,8 @@ std::string_view TakeLastField(std::string_view& rest) {
   return field;
 }
 
-// The whole field must be a number that fits; from_chars takes a '-' for signed types only.
+// The format was written for scanf, which takes signs, blanks and wrapped numbers where none belong. Here the
+// whole field must be a number that fits; from_chars takes a '-' for signed types only.
 template <typename Number>
 std::errc ReadNumber(std::string_view field, Number& number, int base) {
   const char* end = field.data() + field.size();
@@ -58,7 +64,8 @@ OldLine ReadNumbers(const std::array<std::string_view, kNumbers>& fields, FileIn
   return OldLine::kEntry;
 }
 
-// The name is one word: what most lines look like.
+// The name is one word: what most lines look like. This scan comes first and decides when it succeeds, even
+// where the one from the right would find another name.
 OldLine ScanFromLeft(std::string_view line, FileInfo& info) {
   std::string_view rest = line.substr(kNameColumn);
   const std::string_view name = TakeFirstField(rest);
@@ -69,7 +76,8 @@ OldLine ScanFromLeft(std::string_view line, FileInfo& info) {
   return result;
 }
 
-// The name has blanks: the last five words are the numbers, all digits, and the rest is the name.
+// The name has blanks: the last five words are the numbers, all digits, and the rest is the name, blanks at
+// its front included. No sign and no missing checksum here, or the end of a name could pass for a number.
 OldLine ScanFromRight(std::string_view line, FileInfo& info) {
   std::string_view rest = line.substr(kNameColumn);
   std::array<std::string_view, kNumbers> fields;
@@ -88,6 +96,10 @@ OldLine ScanFromRight(std::string_view line, FileInfo& info) {
 
 }  // namespace
 
+bool FileInfo::HasData() const {
+  return !IsDirectory() && compressedLength >= CS_HEAD_SIZE;
+}
+
 OldLine ParseEntryLine(std::string_view line, FileInfo& info) {
   if (line.size() <= kNameColumn || kBlanks.find(line[1]) == std::string_view::npos) {
     return OldLine::kFormatError;
@@ -99,6 +111,61 @@ OldLine ParseEntryLine(std::string_view line, FileInfo& info) {
   info.type = line[0];
   if (info.IsDirectory()) info.mode |= kOldModeDirectory;
   return result;
+}
+
+LineCutter::Result LineCutter::Next(std::span<const std::uint8_t>& bytes, std::string& line) {
+  const auto newline = std::find(bytes.begin(), bytes.end(), std::uint8_t{'\n'});
+  const bool complete = newline != bytes.end();
+  const auto length = static_cast<std::size_t>(newline - bytes.begin());
+
+  // Bounds first: a hostile line must not be collected before it is refused.
+  if (length > kOldMaxLine - m_partial.size()) return Result::kBad;
+  if (std::find(bytes.begin(), newline, std::uint8_t{0}) != newline) return Result::kBad;
+
+  m_partial.append(bytes.begin(), newline);
+  bytes = bytes.subspan(complete ? length + 1 : length);
+  if (!complete) return Result::kMore;
+  line.swap(m_partial);
+  m_partial.clear();
+  return Result::kLine;
+}
+
+// A line never spans two chunks, and full ones stay where they are: a single string would be copied, and held
+// twice, each time that it grows.
+void EntryLines::Add(std::string_view line) {
+  if (m_chunks.empty() || m_chunks.back().size() + line.size() + 1 > kChunk) {
+    m_chunks.emplace_back().reserve(kChunk);
+  }
+  m_chunks.back().append(line).push_back('\n');
+}
+
+std::string_view EntryLines::LineAt(std::size_t line) const {
+  const std::string_view rest = std::string_view(m_chunks[line / kChunk]).substr(line % kChunk);
+  return rest.substr(0, rest.find('\n'));
+}
+
+FileInfo EntryLines::At(std::size_t line) const {
+  FileInfo info;
+  // It was accepted when it came in.
+  static_cast<void>(ParseEntryLine(LineAt(line), info));
+  info.line = line;
+  return info;
+}
+
+bool EntryWalk::Next() {
+  const std::vector<std::string>& chunks = m_entries.m_chunks;
+  // At the end of a chunk that is not full the next line is at the start of the next one.
+  if (m_next / kChunk < chunks.size() && m_next % kChunk == chunks[m_next / kChunk].size()) {
+    m_next = (m_next / kChunk + 1) * kChunk;
+  }
+  if (m_next / kChunk == chunks.size()) return false;
+  const std::string_view line = m_entries.LineAt(m_next);
+  static_cast<void>(ParseEntryLine(line, m_info));
+  m_info.line = m_next;
+  m_info.position = m_dataEnd;
+  m_dataEnd += m_info.compressedLength;  // the parser has seen that no sum overflows
+  m_next += line.size() + 1;
+  return true;
 }
 
 HeaderParser::State HeaderParser::Feed(std::span<const std::uint8_t> bytes) {
@@ -113,27 +180,26 @@ HeaderParser::State HeaderParser::Feed(std::span<const std::uint8_t> bytes) {
 }
 
 HeaderParser::State HeaderParser::TakeLine() {
-  if (m_line.starts_with('#')) return m_files.empty() ? State::kReading : PlaceEntries();
-  switch (ParseEntryLine(m_line, m_files.emplace_back())) {
+  if (m_line.starts_with('#')) return m_entries.Empty() ? State::kReading : Close();
+  switch (ParseEntryLine(m_line, m_info)) {
     case OldLine::kEntry:
-      return State::kReading;
+      break;
     case OldLine::kTimeError:
       return State::kTimeError;
     case OldLine::kFormatError:
-      break;
+      return State::kFormatError;
   }
-  return State::kFormatError;
+  // A sum that no file could hold is a damaged header. Lengths below 8 hold no stream, but they take up their
+  // bytes all the same.
+  if (m_info.compressedLength > kMaxPosition - m_dataLength) return State::kFormatError;
+  m_dataLength += m_info.compressedLength;
+  m_entries.Add(m_line);
+  return State::kReading;
 }
 
-// The data of the entries lies back to back in the order of the lines. Lengths below 8 hold no stream, but
-// they take up their bytes all the same. A sum that no file could hold is a damaged header.
-HeaderParser::State HeaderParser::PlaceEntries() {
-  std::uint64_t position = m_consumed;
-  for (FileInfo& info : m_files) {
-    info.position = position;
-    if (info.compressedLength > kMaxPosition - position) return State::kFormatError;
-    position += info.compressedLength;
-  }
+HeaderParser::State HeaderParser::Close() {
+  if (m_dataLength > kMaxPosition - m_consumed) return State::kFormatError;
+  m_entries.SetDataStart(m_consumed);
   return State::kDone;
 }
 

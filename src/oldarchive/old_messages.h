@@ -4,12 +4,13 @@
 
 namespace tolven {
 
-// The older reader's own error numbers. They end up as exit codes: never renumber.
+// The older reader's own error numbers. They end up as exit codes: never renumber. Some belong to the making
+// of archives, which only the checks of the options still know.
 enum OldCode : int {
   OLD_MKDIR = 1,
   OLD_DIR_TOO_LONG = 2,
   OLD_FILENAME = 3,
-  OLD_SYSTEM = 4,  // the text is the system's
+  OLD_SYSTEM = 4,  // the text is the argument and the system's reason
   OLD_MEMORY = 5,
   OLD_NULL_PARAMETER = 6,
   OLD_PERMISSION_VALUE = 7,
@@ -40,30 +41,14 @@ enum OldCode : int {
   OLD_S_NEEDS_READING = 35,
   OLD_TOO_LARGE = 36,
   OLD_CUT_ARCHIVE = 37,
-  OLD_TIMESTAMP = 100,  // takes no argument
+  OLD_TIMESTAMP = 100,   // takes no argument
+  OLD_TARGET_DIR = 101,  // the directory of the R option cannot be entered
 };
 
 // Hands back `code` and its message: the text of the table, one blank, `argument` (when there is one), and
-// for failed system calls ": " and the text of errno, which must still be that of the failure. Either out
-// argument may be null. Always false, so that a caller can fail with its result.
-bool SetErrorMessage(int* error, std::string* text, int code, const std::string& argument);
-
-// Runs `body` and returns what it returns (1 or 0). Nothing may be thrown through the flat functions, and
-// inside them only containers throw, for want of memory: that is a message as well.
-template <typename Body>
-int WithoutExceptions(int* error, std::string* text, Body body) {
-  try {
-    return body() ? 1 : 0;
-  } catch (...) {
-    // Copying the message may need memory too; the code alone must always get out.
-    if (error != nullptr) *error = OLD_MEMORY;
-    try {
-      SetErrorMessage(error, text, OLD_MEMORY, std::string());
-    } catch (...) {
-      if (text != nullptr) text->clear();
-    }
-    return 0;
-  }
-}
+// for failed system calls ": " and the reason. `systemError` is the errno of the failure, 0 for one that left
+// none. Either out argument may be null. Always false, so that a caller can fail with its result.
+bool SetErrorMessage(int* error, std::string* text, int code, const std::string& argument,
+                     int systemError = 0);
 
 }  // namespace tolven

@@ -2,23 +2,29 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <optional>
+#include <span>
 #include <string_view>
 
+#include "fileio/file_stream.h"
 #include "fileio/utils.h"
 #include "oldarchive/old_messages.h"
 #include "oldarchive/old_paths.h"
 #include "report/except.h"
 #include "report/run_status.h"
+#include "report/show_text.h"
 
 namespace tolven {
 namespace {
 
 constexpr std::string_view kCommands = "cxtd";
 constexpr std::uint32_t kMaxPermission = 07777;
+constexpr std::size_t kPiece = 4096;
 
-// The arguments as given; what they mean for a run is worked out afterwards.
+// The arguments as given. What they mean for a run is worked out afterwards: a rule on two of them must not
+// depend on which came first.
 struct RawOptions {
   char command = 0;
   bool verbose = false;
@@ -27,6 +33,9 @@ struct RawOptions {
   bool compareChecksums = false;
   bool absolutePaths = false;
   bool flat = false;
+  bool lowerCase = false;
+  bool anyPath = false;
+  bool keepDirModes = false;
   std::optional<std::string> archive;
   std::optional<std::string> sourceDir;
   std::optional<std::string> includeFile;
@@ -47,14 +56,16 @@ constexpr std::array kLetters = {
     FlagRow{"P", &RawOptions::absolutePaths},
 };
 constexpr std::array kFlags = {
-    FlagRow{"-flat", &RawOptions::flat},
-    FlagRow{"-P", &RawOptions::absolutePaths},
+    FlagRow{"-flat", &RawOptions::flat},       FlagRow{"-P", &RawOptions::absolutePaths},
+    FlagRow{"-lower", &RawOptions::lowerCase}, FlagRow{"-xnopvalid", &RawOptions::anyPath},
+    FlagRow{"-h", &RawOptions::keepDirModes},
 };
 
 struct ValueRow {
   std::string_view name;
   std::optional<std::string> RawOptions::*value;
 };
+// With a name, because the letter 'f' takes the same value as the option.
 constexpr ValueRow kArchiveRow = {"-f", &RawOptions::archive};
 constexpr std::array kValues = {
     kArchiveRow,
@@ -66,7 +77,8 @@ constexpr std::array kValues = {
     ValueRow{"-p", &RawOptions::permission},
 };
 
-// A rule on a combination: broken iff the test says so.
+// A rule on a combination: broken iff the test says so. The first broken one is reported. The rules on the
+// making of archives are kept although nothing here makes any: a wrong call is told what is wrong with it.
 struct RuleRow {
   int code;
   bool (*broken)(const RawOptions& raw);
@@ -101,7 +113,13 @@ class ArgumentReader {
   bool ReadAll() {
     if (!ReadLetters()) return false;
     while (m_next < m_argc) {
-      if (!ReadArgument(m_argv[m_next++])) return false;
+      const std::string_view argument = m_argv[m_next++];
+      if (argument == "--") {
+        // The program's own lists have normalised theirs already, and a name may begin with '-'.
+        m_raw.names.insert(m_raw.names.end(), m_argv + m_next, m_argv + m_argc);
+        return true;
+      }
+      if (!ReadArgument(argument)) return false;
     }
     return true;
   }
@@ -145,6 +163,7 @@ class ArgumentReader {
     return true;
   }
 
+  // What looks like an option is not taken for a value: that was most likely forgotten.
   bool ReadValue(const ValueRow& row) {
     std::optional<std::string>& value = m_raw.*(row.value);
     if (value) return Fail(OLD_OPTION_TWICE, row.name);
@@ -165,6 +184,7 @@ class ArgumentReader {
   std::string* m_text;
 };
 
+// Nothing is made, so the value has no use; but a number that is none shows a mistake in the call.
 bool CheckPermission(const std::string& value, int* error, std::string* text) {
   std::uint32_t permission = 0;
   const char* end = value.data() + value.size();
@@ -191,11 +211,19 @@ bool ReadArguments(int argc, const char* const* argv, RawOptions& raw, int* erro
   return !raw.permission || CheckPermission(*raw.permission, error, text);
 }
 
+// Not for 'c', which fails anyway.
 void WarnOfIgnored(const RawOptions& raw) {
   if (raw.command == 'c') return;
   if (raw.absolutePaths) printIgnoredOptionWarning("-P");
   if (raw.permission) printIgnoredOptionWarning("-p");
   if (raw.compareChecksums && raw.command == 't') printIgnoredOptionWarning("V");
+}
+
+void AddIncluded(const std::string& line, std::vector<std::string>& names) {
+  constexpr const char* kBlanks = " \t\v\f\r";
+  const std::size_t first = line.find_first_not_of(kBlanks);
+  if (first == std::string::npos || line.starts_with('#')) return;
+  names.push_back(NormalizePath(line.substr(first, line.find_last_not_of(kBlanks) + 1 - first)));
 }
 
 // Expands one name of the list when it has a pattern, or when its case is not to matter.
@@ -219,19 +247,45 @@ bool GetOptions(int argc, const char* const* argv, AppData& app, int* error, std
   WarnOfIgnored(raw);
   app.command = raw.command;
   app.verbose = raw.verbose;
-  app.ignoreCase = raw.ignoreCase;
   app.spaceCheck = raw.spaceCheck;
   app.compareChecksums = raw.compareChecksums;
-  app.paths.flat = raw.flat;
+  app.changeDirModes = !raw.keepDirModes;
+  app.paths = {.flat = raw.flat, .lowerCase = raw.lowerCase, .validate = !raw.anyPath};
   app.names = std::move(raw.names);
   if (raw.archive) app.archiveName = NormalizePath(eraseCommas(*raw.archive));
   if (raw.includeFile) app.includeFile = eraseCommas(*raw.includeFile);
-  if (raw.targetDir) app.targetDir = eraseCommas(*raw.targetDir);
+  if (raw.targetDir) app.targetDir = *raw.targetDir;  // a comma in it is its own: there is only one
+  return true;
+}
+
+bool DoAOption(AppData& app, int* error, std::string* text) {
+  if (app.includeFile.empty()) return true;
+  CFileStream file(app.includeFile, kOpenRead);
+  if (!file.Open()) return SetErrorMessage(error, text, OLD_SYSTEM, app.includeFile, errno);
+
+  LineCutter cutter;
+  std::string line;
+  std::array<std::uint8_t, kPiece> piece;
+  unsigned long done = 0;
+  do {
+    if (!file.Read(piece.data(), piece.size(), &done)) {
+      return SetErrorMessage(error, text, OLD_SYSTEM, app.includeFile, errno);
+    }
+    std::span<const std::uint8_t> bytes = std::span(piece).first(done);
+    LineCutter::Result result = cutter.Next(bytes, line);
+    for (; result == LineCutter::Result::kLine; result = cutter.Next(bytes, line))
+      AddIncluded(line, app.names);
+    if (result == LineCutter::Result::kBad) {
+      return SetErrorMessage(error, text, OLD_INCLUDE_FORMAT, app.includeFile);
+    }
+  } while (done == piece.size());
+  AddIncluded(cutter.Rest(), app.names);  // the last line may lack its newline
   return true;
 }
 
 void printIgnoredOptionWarning(const std::string& option) {
-  PrintLine("TOLVEN: option " + option + " not supported for archives of the old format (option ignored)");
+  PrintLine("TOLVEN: option " + ShowText(option) +
+            " not supported for archives of the old format (option ignored)");
 }
 
 std::string eraseCommas(const std::string& value) {
@@ -258,7 +312,7 @@ bool ListArchives(int argc, const char* const* argv, std::vector<std::string>& a
   } catch (const CExcept&) {
     // A directory entry that went away during the look-up; the number is this reader's, not the exception's.
     RunStatus::Current().exitCode = exitCode;
-    return SetErrorMessage(error, text, OLD_SYSTEM, name);
+    return SetErrorMessage(error, text, OLD_SYSTEM, name, errno);
   }
   return true;
 }

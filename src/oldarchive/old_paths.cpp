@@ -1,6 +1,7 @@
 #include "oldarchive/old_paths.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string_view>
 
 #include "fileio/utils.h"
@@ -8,13 +9,17 @@
 namespace tolven {
 namespace {
 
-// The name itself or any directory above it: whoever selects a directory gets what is below.
-bool MatchesNameOrParent(const std::string& name, const std::string& pattern) {
-  if (CUtils::StringMatch(name.c_str(), pattern.c_str())) return true;
-  for (std::size_t slash = name.find('/'); slash != std::string::npos; slash = name.find('/', slash + 1)) {
-    if (slash > 0 && CUtils::StringMatch(name.substr(0, slash).c_str(), pattern.c_str())) return true;
-  }
-  return false;
+// Byte order with "/" before everything else: what lies below a directory follows it directly.
+bool ComesBefore(const std::string& a, const std::string& b) {
+  const auto rank = [](char c) { return c == '/' ? 0 : 1 + static_cast<unsigned char>(c); };
+  return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
+                                      [&](char x, char y) { return rank(x) < rank(y); });
+}
+
+// True iff `name` is `above` or lies below it. The empty name is no directory.
+bool IsOrLiesBelow(const std::string& name, const std::string& above) {
+  if (!name.starts_with(above)) return false;
+  return name.size() == above.size() || (!above.empty() && name[above.size()] == '/');
 }
 
 char LowerAscii(char c) {
@@ -30,6 +35,8 @@ void SplitPath(const std::string& path, std::string& directory, std::string& fil
   file = path.substr(nameStart);
 }
 
+// Text only, the disk is not asked. So ".." stays: behind a link it means something else than the path
+// without it.
 std::string NormalizePath(const std::string& path) {
   std::string result = path.starts_with('/') ? "/" : "";
   const std::string_view whole = path;
@@ -61,16 +68,42 @@ bool CreateFilename(const PathSettings& settings, const FileInfo& info, std::str
   if (settings.validate) CUtils::ValidateFilePath(path);
   // A directory "." or "/" stands for the place that is extracted to; a file without a name is nothing.
   if (path.empty() && info.IsDirectory() && settings.validate) path.assign(1, '.');
+  // The length is that of the program's buffers for a name; longer ones no system call takes anyway.
   return !path.empty() && path.size() < kNameBufferSize && (info.IsDirectory() || path.back() != '/');
 }
 
-bool DoesFilenameMatch(const std::vector<std::string>& names, const FileInfo& info) {
-  if (names.empty()) return true;
-  const std::string stored = NormalizePath(info.name);
-  return std::any_of(names.begin(), names.end(), [&](const std::string& pattern) {
-    return MatchesNameOrParent(stored, pattern) || MatchesNameOrParent(info.name, pattern) ||
-           MatchesNameOrParent(info.target, pattern);
+NameSelection::NameSelection(const std::vector<std::string>& names) : m_all(names.empty()) {
+  for (const std::string& name : names) {
+    if (name.find_first_of("*?") == std::string::npos) {
+      m_exact.push_back(name);
+    } else {
+      m_patterns.push_back(name);
+      m_patterns.push_back(name + "/*");  // "*" goes over "/" too: a directory on the way, at any depth
+    }
+  }
+  std::sort(m_exact.begin(), m_exact.end(), ComesBefore);
+  // Equal neighbours count as one below the other.
+  const auto below = [](const std::string& above, const std::string& name) {
+    return IsOrLiesBelow(name, above);
+  };
+  m_exact.erase(std::unique(m_exact.begin(), m_exact.end(), below), m_exact.end());
+}
+
+bool NameSelection::Selects(const std::string& name) const {
+  if (m_all) return true;
+  // Between a directory and what lies below it there is nothing but what lies below it too, and of that none
+  // was kept: if any of the names selects this one, then the last that does not come behind it.
+  const auto behind = std::upper_bound(m_exact.begin(), m_exact.end(), name, ComesBefore);
+  if (behind != m_exact.begin() && IsOrLiesBelow(name, *std::prev(behind))) return true;
+  return std::any_of(m_patterns.begin(), m_patterns.end(), [&](const std::string& pattern) {
+    return CUtils::StringMatch(name.c_str(), pattern.c_str());
   });
+}
+
+// A user knows an entry by the listing, which shows the name on disk, or by the header, where "./" may stand
+// in front of it: each of them selects.
+bool DoesFilenameMatch(const NameSelection& names, const FileInfo& info) {
+  return names.Selects(NormalizePath(info.name)) || names.Selects(info.name) || names.Selects(info.target);
 }
 
 }  // namespace tolven

@@ -5,29 +5,48 @@
 #include <vector>
 
 #include "fileio/working_directory.h"
+#include "oldarchive/app_data.h"
 #include "oldarchive/old_extract.h"
-#include "oldarchive/old_messages.h"
 #include "oldarchive/old_options.h"
 #include "oldarchive/old_paths.h"
-#include "oldarchive/old_read.h"
-#include "oldarchive/old_space.h"
 
 namespace tolven {
 namespace {
 
+// Runs `body`, which answers whether it succeeded. Below this line only containers throw, for want of memory:
+// that is a message as well.
+template <typename Body>
+int WithoutExceptions(int* error, std::string* text, Body body) {
+  try {
+    return body() ? 1 : 0;
+  } catch (...) {
+    // Copying the message may need memory too; the code alone must always get out.
+    if (error != nullptr) *error = OLD_MEMORY;
+    try {
+      SetErrorMessage(error, text, OLD_MEMORY, std::string());
+    } catch (...) {
+      if (text != nullptr) text->clear();
+    }
+    return 0;
+  }
+}
+
 bool ReportSpace(AppData& app, int* error, std::string* text) {
-  const auto location = GetNewLocationInfo(app.targetDir);
+  std::unique_ptr<LocationInfo> location = GetNewLocationInfo(app.targetDir);
   if (ReadHeader(app, location.get(), error, text) == 0) return false;
+  CheckLocationInfo(*location);  // what does not fit is no failure: the report says it
   PrintFreeSpaceReq(*location);
+  FreeLocationInfo(location);
   return true;
 }
 
+// The header is read before the directory is entered: the archive's name is relative to where the run
+// started, and that a file is no archive is the more important message.
 bool ExtractBelowTarget(AppData& app, int* error, std::string* text) {
   if (ReadHeader(app, nullptr, error, text) == 0) return false;
   const CWorkingDirectory startDirectory;
-  errno = 0;
   if (app.command == 'x' && !app.targetDir.empty() && !CWorkingDirectory::Enter(app.targetDir)) {
-    return SetErrorMessage(error, text, OLD_SYSTEM, app.targetDir);
+    return SetErrorMessage(error, text, OLD_TARGET_DIR, app.targetDir, errno);
   }
   return ExtractArchiveFiles(app, error, text) != 0;
 }
@@ -101,7 +120,8 @@ int iaxxorvl_UncomprArchiveBytes(const char* archiveName, std::uint64_t* size, i
     app.archiveName = NormalizePath(archiveName);
     if (ReadHeader(app, nullptr, error, text) == 0) return false;
     std::uint64_t sum = 0;
-    for (const FileInfo& info : app.files) {
+    for (EntryWalk walk(app.entries); walk.Next();) {
+      const FileInfo& info = walk.Info();
       if (info.size > std::numeric_limits<std::uint64_t>::max() - sum) {
         return SetErrorMessage(error, text, OLD_HEADER_FORMAT, app.archiveName);
       }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "report/run_status.h"
+#include "report/show_text.h"
 #include "report/system_error.h"
 
 namespace tolven {
@@ -133,11 +134,10 @@ void CExcept::AddErrnoText() {
 }
 
 #define TOLVEN_EXCEPT(NAME, ROW) \
-  NAME::NAME(const std::string& argument) : CExcept(Row::ROW, argument) {}
+  NAME::NAME(const std::string& argument) : CExcept(Row::ROW, ShowText(argument)) {}
 #define TOLVEN_EXCEPT_PLAIN(NAME, ROW) \
   NAME::NAME() : CExcept(Row::ROW, std::string()) {}
 
-TOLVEN_EXCEPT(CUnsupportedArchiveException, kUnsupportedArchive)
 TOLVEN_EXCEPT(CCreateDirExcept, kCreateDir)
 TOLVEN_EXCEPT(CWriteExcept, kWrite)
 TOLVEN_EXCEPT(CReadExcept, kRead)
@@ -164,7 +164,10 @@ TOLVEN_EXCEPT(CInvalExcept, kInval)
 #undef TOLVEN_EXCEPT
 #undef TOLVEN_EXCEPT_PLAIN
 
+CUnsupportedArchiveException::CUnsupportedArchiveException(const std::string& argument)
+    : CExcept(Row::kUnsupportedArchive, argument) {}
+
 CConversionExcept::CConversionExcept(const std::string& argument)
-    : CExcept(argument.empty() ? Row::kConversionFrom : Row::kConversion, argument) {}
+    : CExcept(argument.empty() ? Row::kConversionFrom : Row::kConversion, ShowText(argument)) {}
 
 }  // namespace tolven

@@ -42,7 +42,8 @@ class CExcept : public CUserInfo {
   int m_number;
 };
 
-// Each class is a row of the table: prefix + argument, a number, and what is appended.
+// Each class is a row of the table: prefix + argument, a number, and what is appended. Arguments are shown by
+// ShowText, but for the first, which may be a sentence with a line break of its own.
 #define TOLVEN_EXCEPT(NAME)                     \
   class NAME : public CExcept {                 \
    public:                                      \
@@ -54,7 +55,7 @@ class CExcept : public CUserInfo {
     NAME();                       \
   }
 
-TOLVEN_EXCEPT(CUnsupportedArchiveException);  // archive: 1
+TOLVEN_EXCEPT(CUnsupportedArchiveException);  // archive, shown already: 1
 TOLVEN_EXCEPT(CCreateDirExcept);              // directory: 3
 TOLVEN_EXCEPT(CWriteExcept);                  // file: 4
 TOLVEN_EXCEPT(CReadExcept);                   // file: 5

@@ -3,7 +3,8 @@
 #include <cstdint>
 
 #include "report/except.h"
-#include "signing/names/smf_names.h"
+#include "report/code_names.h"
+#include "report/show_text.h"
 
 // The two exceptions of signed archives: their texts are chosen by the codes of two libraries.
 namespace tolven {
@@ -57,7 +58,7 @@ std::string LeadLine(const ManifestRow& row, int manifestRc, int cryptoRc) {
   std::string lead = row.text;
   lead += " (error " + std::to_string(row.number) + "). ";
   if (row.names == CodeNames::kSmfAndDkv) lead += std::string("SMF-RC: ") + SmfCodeName(manifestRc) + " ";
-  if (row.names != CodeNames::kNone) lead += "DKV-RC: " + DkvCodeName(cryptoRc) + " ";
+  if (row.names != CodeNames::kNone) lead += "DKV-RC: " + ShowText(DkvCodeName(cryptoRc)) + " ";
   lead += kDetail;
   if (lead.size() > kMaxLead) lead.resize(kMaxLead);
   return lead;

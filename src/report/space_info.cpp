@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <system_error>
 
+#include "report/show_text.h"
+
 namespace tolven {
 namespace {
 
@@ -86,7 +88,7 @@ bool CSpaceInfo::CmpSpcReqAvail() const {
 }
 
 void CSpaceInfo::PrintSpaceInfo(std::ostringstream& out, const Pair& pair) const {
-  out << '\t' << std::fabs(pair.second) / 1024 << " KB in " << ShownDirectory(pair.first) << '\n';
+  out << '\t' << std::fabs(pair.second) / 1024 << " KB in " << ShowText(ShownDirectory(pair.first)) << '\n';
 }
 
 std::string CSpaceInfo::GetInfoText() const {
@@ -97,6 +99,7 @@ std::string CSpaceInfo::GetInfoText() const {
            "file in the archive is zero).\n";
   }
   std::ostringstream out;
+  out.exceptions(std::ios::badbit);  // for want of memory: not a line that ends early
   const bool fits = CmpSpcReqAvail();
   out << (fits ? "The extraction requires approximately...\n" : "There is free space missing... \n");
   for (const Pair& pair : m_pairs) {

@@ -6,6 +6,7 @@
 #include "fileio/utils.h"
 #include "report/except.h"
 #include "report/run_status.h"
+#include "report/show_text.h"
 #include "signing/manifest_check.h"
 #include "signing/signed_manifest.h"
 
@@ -195,7 +196,7 @@ void CSignedManifest::CreateArchiveSignature(CArchive* archive, CProcessor* proc
   strategy->execute(archive);
   if (replaces && !archive->Stream().Truncate()) throw CWriteExcept(archive->Name());
   if (options.verbose) {
-    PrintLine("TOLVEN: Signature of archive " + archive->Name() + " was successfully created");
+    PrintLine("TOLVEN: Signature of archive " + ShowText(archive->Name()) + " was successfully created");
   }
 }
 

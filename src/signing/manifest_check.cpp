@@ -7,6 +7,7 @@
 #include "fileio/file_stream.h"
 #include "report/except.h"
 #include "report/run_files.h"
+#include "report/show_text.h"
 #include "signing/manifest/manifest_trace.h"
 #include "signing/signed_manifest.h"
 
@@ -22,7 +23,7 @@ std::vector<std::uint8_t> ReadCrlFile(const char* path) {
   errno = 0;
   file.Open(path, kOpenRead, 0);
   if (!file.Open()) {
-    throw CInvalManifestExcept(std::string("Cannot open CRL file >") + path + "<", SMF_ECRL, 0);
+    throw CInvalManifestExcept(std::string("Cannot open CRL file >") + ShowText(path) + "<", SMF_ECRL, 0);
   }
   std::vector<std::uint8_t> bytes;
   for (;;) {
@@ -41,11 +42,11 @@ std::vector<std::uint8_t> ReadCrlFile(const char* path) {
 }  // namespace
 
 std::string NotSignedMessage(const std::string& archiveName) {
-  return "TOLVEN: " + archiveName + " is not digitally signed";
+  return "TOLVEN: " + ShowText(archiveName) + " is not digitally signed";
 }
 
 std::string ChangedContentMessage(const std::string& archiveName) {
-  return "Archive " + archiveName +
+  return "Archive " + ShowText(archiveName) +
          " is already signed, but the content was modified.\n        This is not supported!";
 }
 

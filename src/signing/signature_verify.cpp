@@ -9,6 +9,7 @@
 #include "fileio/file_stream.h"
 #include "report/except.h"
 #include "report/run_status.h"
+#include "report/show_text.h"
 #include "signing/manifest_check.h"
 #include "signing/signed_manifest.h"
 
@@ -79,7 +80,7 @@ void CSignatureVerify::Execute() {
     CExcept::NotifyProcessor(kErrorManifest);
     return;
   }
-  PrintLine("TOLVEN:  Signature of manifest " + name + " was successfully validated");
+  PrintLine("TOLVEN:  Signature of manifest " + ShowText(name) + " was successfully validated");
   if (options.verbose) PrintSignatureDetails(context.get(), "External");
 }
 

@@ -7,6 +7,7 @@
 #include "cslib/crc32.h"
 #include "report/except.h"
 #include "report/run_status.h"
+#include "report/show_text.h"
 
 namespace tolven {
 
@@ -68,8 +69,8 @@ void PrintSignatureDetails(ManifestContext* context, const char* unknownSigner) 
   if (signer.empty() || signer == "NULL") signer = unknownSigner;
   PrintLine(std::string("TOLVEN: Error category    >") + ManifestGetErrorCategoryName(context) + "<");
   if (category != MANIFEST_CATEGORY_NONE) PrintLine("TOLVEN: Validation reason >" + reason + "<");
-  PrintLine("TOLVEN: Signature Subject >" + subject + "<");
-  PrintLine("TOLVEN: Signature Issuer  >" + issuer + "<");
+  PrintLine("TOLVEN: Signature Subject >" + ShowText(subject) + "<");
+  PrintLine("TOLVEN: Signature Issuer  >" + ShowText(issuer) + "<");
   PrintLine("TOLVEN: Signature Type    >" + signer + "<");
 }
 

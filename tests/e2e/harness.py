@@ -1,6 +1,9 @@
 """What every end-to-end test stands on: a fresh directory each, the program run with everything it says checked for
 sanitizer reports, and trees that are built and compared.
 """
+import array
+import ctypes
+import fcntl
 import hashlib
 import os
 import resource
@@ -8,6 +11,8 @@ import shutil
 import stat
 import subprocess
 import tempfile
+import termios
+import time
 import unittest
 
 BINARY = os.path.abspath(os.environ.get("TOLVEN_BIN", "build/release/bin/TOLVEN"))
@@ -144,7 +149,30 @@ def little_memory():
     resource.setrlimit(resource.RLIMIT_DATA, (16 << 20, 16 << 20))
 
 
-not_as_root = unittest.skipIf(os.geteuid() == 0, "the superuser may read everything")
+def small_stack():
+    """Run in the child: 256 KiB of stack, however deep what it works on is."""
+    resource.setrlimit(resource.RLIMIT_STACK, (256 << 10, resource.getrlimit(resource.RLIMIT_STACK)[1]))
+
+
+LIBC = ctypes.CDLL(None, use_errno=True)
+PR_SET_SECUREBITS, SECBIT_NOROOT = 28, 1
+
+
+def unprivileged():
+    """Run in the child: permissions hold for the superuser too."""
+    if os.geteuid() == 0 and LIBC.prctl(PR_SET_SECUREBITS, SECBIT_NOROOT, 0, 0, 0) != 0:
+        raise OSError(ctypes.get_errno(), "cannot give the superuser's privileges up")
+
+
+def bytes_in(pipe):
+    count = array.array("i", [0])
+    fcntl.ioctl(pipe, termios.FIONREAD, count)
+    return count[0]
+
+
+def sleeps(process):
+    with open("/proc/%d/stat" % process.pid, encoding="ascii") as file:
+        return file.read().rsplit(")", 1)[1].split()[0] == "S"
 
 
 class Run:
@@ -190,12 +218,42 @@ class TolvenTest(unittest.TestCase):
         write_file(self.path(name), content)
         return self.path(name)
 
-    def run_tolven(self, *args, cwd=None, env=None, preexec=None, stdout=subprocess.PIPE):
+    def run_tolven(self, *args, cwd=None, env=None, preexec=None, stdout=subprocess.PIPE, under=()):
         done = subprocess.run(
-            [BINARY, *args], cwd=self.path(cwd) if cwd else self.dir, stdin=subprocess.DEVNULL, stdout=stdout,
+            [*under, BINARY, *args], cwd=self.path(cwd) if cwd else self.dir, stdin=subprocess.DEVNULL, stdout=stdout,
             stderr=subprocess.PIPE, env=environment(**(env or {})), preexec_fn=preexec, timeout=TIMEOUT)
         run = Run(done.returncode, done.stdout or b"")
         self.check_sane(run, done.stderr, args)
+        return run
+
+    def run_injected(self, path, call, what, *args):
+        """Runs with every system call `call` on `path` answered by `what`."""
+        strace = ["strace", "-qqq", "-o", os.devnull, "-P", self.path(path), "-e", "trace=" + call,
+                  "-e", "inject=%s:%s" % (call, what)]
+        # The leak check does not work below a tracer.
+        return self.run_tolven(*args, env={"ASAN_OPTIONS": "exitcode=%d:detect_leaks=0" % SANITIZER_EXIT}, under=strace)
+
+    def run_held(self, args, before, change):
+        """Runs with an output that takes the lines `before` and no more, calls `change` while the next line waits for
+        room, and then lets the program go on."""
+        reader, writer = os.pipe()
+        size = fcntl.fcntl(writer, fcntl.F_SETPIPE_SZ, 1)
+        filler = bytes(size - sum(len(line) + 1 for line in before))
+        os.write(writer, filler)
+        with os.fdopen(reader, "rb") as pipe, subprocess.Popen(
+                [BINARY, *args], cwd=self.dir, stdin=subprocess.DEVNULL, stdout=writer, stderr=subprocess.PIPE,
+                env=environment()) as process:
+            deadline, asleep = time.monotonic() + TIMEOUT, 0
+            while asleep < 5 and process.poll() is None and time.monotonic() < deadline:
+                time.sleep(0.01)
+                asleep = asleep + 1 if sleeps(process) and bytes_in(pipe) == size else 0
+            self.assertEqual(asleep, 5, "%r never came to the line" % (args,))
+            change()
+            os.close(writer)
+            output = pipe.read()[len(filler):]
+            errors = process.stderr.read()
+        run = Run(process.returncode, output)
+        self.check_sane(run, errors, args)
         return run
 
     def check_sane(self, run, errors, args):

@@ -72,7 +72,7 @@ def document(signed, signature):
 
 def split_document(text):
     """Signed bytes and signature of a document."""
-    start = text.index(b"\n\n" + BEGIN) + 2
+    start = text.rindex(b"\n\n" + BEGIN) + 2
     return text[:start], base64.b64decode(text[start + len(BEGIN):-len(END)])
 
 

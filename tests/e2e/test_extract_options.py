@@ -7,6 +7,7 @@ import time
 
 import archivefile
 import harness
+import make_old_archive
 from archivefile import archive, directory, entry, link, regular
 from harness import Directory, File, Link
 
@@ -103,16 +104,54 @@ class Target(harness.TolvenTest):
         self.expect("-xvf A -R out", [LINE % "A"] + ["x " + name for name in names] + ["TOLVEN: 3 file(s) extracted"])
         self.expect("-dvf A", [LINE % "A"] + ["t " + name for name in names] + ["TOLVEN: 3 file(s) tested"])
 
-    def test_directories(self):
+    def test_directories_are_closed_to_others_until_the_end(self):
         self.write("A", archive(
-            directory("d", 0o40711, 1000), regular("d/s/a", b"1"), directory("d/s", 0o40555, 2000),
-            regular("d/s/b", b"2"),
-            regular("made/c", b"3"), directory("closed", 0o40000, 3000), regular("closed/x", b"4")))
-        target = self.extracted("A")
-        found = {path: what[1:3] for path, what in harness.snapshot(target).items() if what[0] == "directory"}
-        self.assertEqual(oct(os.stat(os.path.join(target, "made")).st_mode & 0o7777), "0o755")
-        del found["made"]
-        self.assertEqual(found, {"d": ("0o711", 1000), "d/s": ("0o555", 2000), "closed": ("0o0", 3000)})
+            regular("late/a", b"1"), directory("late", 0o40711), directory("d", 0o42777), regular("d/f", b"2"),
+            regular("parent/f", b"3"), regular("z", b"4")))
+        names = ["late/a", "late", "d", "d/f", "parent/f"]
+        for letters in ("-xvf", "-xvhf"):
+            self.fresh("out")
+            during = []
+            run = self.run_held([letters, "A", "-R", "out"], [LINE % "A"] + ["x " + name for name in names],
+                                lambda: during.extend(self.modes("late", "d", "parent")))
+            self.assertEqual((run.code, during), (0, ["0o700", "0o700", "0o755"]), run)
+            self.assertEqual(self.modes("late", "d", "parent"), ["0o711", "0o2777", "0o755"], letters)
+
+    def modes(self, *names):
+        return [oct(os.stat(self.path("out", name)).st_mode & 0o7777) for name in names]
+
+    def test_read_only_directories_are_extracted_again(self):
+        self.write("A", archive(
+            directory("d", 0o40555), regular("d/f", b"1"), directory("d/s", 0o40500), regular("d/s/f", b"2"),
+            directory("closed", 0o40000), regular("closed/x", b"3")))
+        self.write("old", make_old_archive.build([
+            make_old_archive.directory_entry("d", 0o555, 1000), make_old_archive.file_entry("d/f", 0o600, 5, b"1")]))
+        for name, letters, code in (("A", "-xf", 0), ("A", "-xhf", 28), ("A", "-xjf", 28), ("old", "-xf", 0)):
+            self.fresh("out")
+            runs = [self.run_tolven(how, name, "-R", "out", preexec=harness.unprivileged) for how in ("-xf", letters)]
+            self.assertEqual([run.code for run in runs], [0, code], (letters, runs))
+            expected = {"d": "0o555", "d/s": "0o500", "closed": "0o0"} if name == "A" else {"d": "0o555"}
+            self.assertEqual(self.modes(*expected), list(expected.values()), letters)
+
+    def test_directories_in_any_order_and_more_than_once(self):
+        self.write("A", archive(directory("d/s", 0o40700, 1000), directory("d", 0o40000, 2000),
+                                directory("e", 0o40700, 3000), directory("e", 0o40711, 4000)))
+        self.fresh("out")
+        self.assertEqual(self.run_tolven("-xf", "A", "-R", "out", preexec=harness.unprivileged).code, 0)
+        self.assertEqual(self.modes("d"), ["0o0"])
+        os.chmod(self.path("out/d"), 0o755)
+        found = {path: what[1:] for path, what in harness.snapshot(self.path("out")).items()}
+        self.assertEqual(found, {"d": ("0o755", 2000), "d/s": ("0o700", 1000), "e": ("0o711", 4000)})
+
+    def test_a_directory_that_cannot_be_finished(self):
+        self.write("A", archive(directory("gone", 0o40700), directory("kept", 0o40711, 1000), regular("z", b"1")))
+        self.fresh("out")
+        run = self.run_held(["-xvf", "A", "-R", "out"], [LINE % "A", "x gone", "x kept"],
+                            lambda: os.rmdir(self.path("out/gone")))
+        self.assertEqual((run.code, run.lines[4:]), (14, [
+            "TOLVEN: not all files could be extracted",
+            "TOLVEN: can not change date for gone (error 14). No such file or directory"]))
+        self.assertEqual(harness.snapshot(self.path("out"))["kept"], ("directory", "0o711", 1000))
 
     def test_modes_of_directories_that_were_there(self):
         self.write("A", archive(directory("old", 0o40711, 1000), directory("new", 0o40711, 1000),
@@ -228,17 +267,18 @@ class Failures(harness.TolvenTest):
                 self.assertEqual((run.code, run.lines), (4, ["TOLVEN: error writing to A (error 4). File too large"]))
                 self.assertFalse(os.path.exists(self.path("A")))
 
-    @harness.not_as_root
     def test_directories_that_must_not_be_written(self):
         self.write("A", archive(regular("d/a", b"1")))
         harness.build_tree(self.fresh("out"), {"d": Directory(0o555)})
         self.expect("-xf A -R out", [
             LINE % "A", "TOLVEN: not all files could be extracted",
-            "TOLVEN: could not create a temporary file for d/a (error 28). Permission denied"], 28)
+            "TOLVEN: could not create a temporary file for d/a (error 28). Permission denied"], 28,
+                    preexec=harness.unprivileged)
         os.chmod(self.path("out"), 0o555)
         self.write("A", archive(directory("new")))
         self.expect("-xf A -R out", [LINE % "A", "TOLVEN: not all files could be extracted",
-                                     "TOLVEN: can not create directory new (error 3). Permission denied"], 3)
+                                     "TOLVEN: can not create directory new (error 3). Permission denied"], 3,
+                    preexec=harness.unprivileged)
 
     def test_archives_that_cannot_be_written(self):
         self.write("a", "text")

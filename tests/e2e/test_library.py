@@ -43,8 +43,9 @@ class Library(harness.TolvenTest):
             os.mkdir(self.path("to-" + name))
         self.create("DEFAULT.VRA", "one.txt")
         done = "TOLVEN: processing archive %s (version 2.01)\nTOLVEN: 1 file(s) extracted\n"
-        results = self.calls(("one.vra", "to-one"), ("missing.vra", "to-one"), ("two.vra", "to-two"), ("two.vra", "nowhere"),
-                             ("one.vra, two.vra", "to-two"), (None, ""), ("one.txt", None))
+        results = self.calls(
+            ("one.vra", "to-one"), ("missing.vra", "to-one"), ("two.vra", "to-two"), ("two.vra", "nowhere"),
+            ("one.vra, two.vra", "to-two"), (None, ""), ("", ""), ("one.txt", None))
         self.assertEqual(results, [
             [0, done % "one.vra"],
             [6, "TOLVEN: error opening missing.vra (error 6). No such file or directory\n"],
@@ -53,6 +54,7 @@ class Library(harness.TolvenTest):
                   "TOLVEN: can not change to dir nowhere (error 102). No such file or directory\n"],
             [0, done % "one.vra" + done % "two.vra"],
             [0, done % "DEFAULT.VRA"],
+            [29, "TOLVEN: no archives specified for extracting (error 29). \n"],
             [5, "TOLVEN: error reading from one.txt (error 5). \n"]])
         self.assertEqual(sorted(os.listdir(self.path("to-one"))), ["one.txt"])
         self.assertEqual(sorted(os.listdir(self.path("to-two"))), ["one.txt", "two.txt"])

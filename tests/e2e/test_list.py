@@ -142,6 +142,10 @@ class Availability(harness.TolvenTest):
             self.expect(["-l", *args], self.MESSAGE if missing else [])
             self.assertEqual(harness.read_file(self.path("files.log")).decode(), self.HEADER + missing, args)
 
+    def test_a_directory_that_may_only_be_read(self):
+        harness.build_tree(self.dir, {"d/a": "1", "d": harness.Directory(0o444)})
+        self.expect("-l d/*", [], preexec=harness.unprivileged)
+
     def test_no_names_left(self):
         self.write("LIST", "")
         self.expect("-l -A LIST", [])

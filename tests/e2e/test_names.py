@@ -136,12 +136,12 @@ class Lists(NameTest):
 
 
 class NotAvailable(NameTest):
-    def create_fails(self, args, reported, kept, name="A", code=44):
+    def create_fails(self, args, reported, kept, name="A", code=44, **how):
         """Without -i nothing stays, with -i all but what was reported; 44 either way."""
         lines = ["TOLVEN: file '%s' is inaccessible (%s)" % pair for pair in reported]
-        self.expect(["-cf", name, *args], lines, code)
+        self.expect(["-cf", name, *args], lines, code, **how)
         self.assertFalse(os.path.exists(self.path(name)), args)
-        self.expect(["-cif", name, *args], lines, code)
+        self.expect(["-cif", name, *args], lines, code, **how)
         self.assertEqual(sorted(self.names(name)), kept, args)
         os.remove(self.path(name))
 
@@ -192,12 +192,70 @@ class NotAvailable(NameTest):
                                      "TOLVEN: file 'b/l (error 45).' is inaccessible (broken link)",
                                      "TOLVEN: file 'zz' is inaccessible (%s)" % DOES_NOT_EXIST])
 
-    @harness.not_as_root
-    def test_files_that_must_not_be_read(self):
-        harness.build_tree(self.dir, {"d/a": "a", "d/b": harness.File("b", 0)})
-        self.create_fails(["d"], [("d/b", "Permission denied")], ["d", "d/a"])
-        os.chmod(self.path("d"), 0o311)
-        self.expect("-cf A d", ["TOLVEN: error in CCreate::ProcessDirectory (error 100). Permission denied"], 100)
+    def test_what_must_not_be_read(self):
+        harness.build_tree(self.dir, {
+            "f/a": "a", "f/b": harness.File("b", 0), "l": Link("f/b"),
+            "d/s/x": "x", "d/s": Directory(0o311), "d/a": "a", "t/x": "x", "t": Directory(0o644)})
+        denied = "Permission denied"
+        for args, reported, kept in (
+                (["f"], "f/b", ["f", "f/a"]), (["l"], "l", []), (["d", "f/a"], "d/s", ["d", "d/a", "d/s", "f/a"]),
+                (["d/s", "f/a"], "d/s", ["d/s", "f/a"]), (["d/s/x"], None, ["d/s/x"]), (["t"], "t/x", ["t"])):
+            if reported:
+                self.create_fails(args, [(reported, denied)], kept, preexec=harness.unprivileged)
+            else:
+                self.assertEqual(self.created(*args), kept)
+        self.expect("-cf A d/s/*", ["TOLVEN: error in CCreate::ProcessDirectory (error 100). " + denied], 100,
+                    preexec=harness.unprivileged)
+
+    def test_what_is_exchanged_after_it_was_looked_at(self):
+        def make(what):
+            harness.build_tree(self.dir, {"n": what} if not isinstance(what, dict) else what)
+
+        self.write("secret", "secret")
+        file, folder, replaced = "text", {"n/x": "text"}, "replaced while being archived"
+        for options, before, after, reason in (
+                ("", file, lambda: os.mkdir(self.path("n")), replaced),
+                ("", file, lambda: os.mkfifo(self.path("n")), replaced),
+                ("", file, lambda: None, DOES_NOT_EXIST),
+                ("r", file, lambda: make(Link("secret")), "Too many levels of symbolic links"),
+                ("", folder, lambda: make(file), "Not a directory"),
+                ("r", folder, lambda: make(Link(".")), "Not a directory"),
+                ("r", Link("secret"), lambda: make(file), replaced),
+                ("r", Link("secret"), lambda: None, DOES_NOT_EXIST)):
+            self.remove("n")
+            make(before)
+
+            def exchange():
+                self.remove("n")
+                after()
+
+            run = self.run_held(["-civ%sf" % options, "A", "n", "secret"], [], exchange)
+            self.assertEqual((run.code, run.lines), (44, [
+                "a n", "TOLVEN: file 'n' is inaccessible (%s)" % reason, "a secret"]), (options, before))
+            self.assertEqual(self.names(), ["secret"])
+            self.extracted("A", count=1)
+
+    def remove(self, name):
+        full = self.path(name)
+        if os.path.isdir(full) and not os.path.islink(full):
+            self.remove_tree(full)
+        elif os.path.lexists(full):
+            os.remove(full)
+
+    def test_what_vanishes_after_it_was_listed(self):
+        harness.build_tree(self.dir, {"d/a": "a", "d/b": "b"})
+        first, second = ("d/" + name for name in os.listdir(self.path("d")))
+        run = self.run_held(["-civf", "A", "d"], ["a d"], lambda: os.remove(self.path(second)))
+        self.assertEqual((run.code, run.lines), (44, [
+            "a d", "a " + first, "TOLVEN: file '%s' is inaccessible (%s)" % (second, DOES_NOT_EXIST)]))
+        self.assertEqual(self.names(), ["d", first])
+
+    def test_a_directory_whose_reading_fails(self):
+        self.write("d/a", "a")
+        run = self.run_injected("d", "getdents64", "error=EIO", "-cif", "A", "d")
+        self.assertEqual((run.code, run.lines), (100, [
+            "TOLVEN: error reading directory d/",
+            "TOLVEN: error in CCreate::ProcessDirectory (error 100). Input/output error"]))
 
     def test_names_too_long_for_an_entry(self):
         self.write("r/a", "a")

@@ -3,6 +3,7 @@ archives of another implementation read by the program.
 """
 import os
 import random
+import subprocess
 import zlib
 
 import archivefile
@@ -112,6 +113,31 @@ class Changing(harness.TolvenTest):
         entry, = archivefile.read(self.path("A"))[1]
         self.assertEqual((entry.size, entry.data()), (os.path.getsize(path), harness.read_file(path)))
         self.assertEqual(harness.contents(self.extracted("A", count=1)), {path[1:]: harness.read_file(path)})
+
+    def test_a_file_that_shrinks_to_nothing(self):
+        self.write("f", "text")
+        self.assertEqual(self.run_injected("f", "read", "retval=0", "-cf", "A", "f").lines, [])
+        self.assertEqual(harness.contents(self.extracted("A", count=1)), {"f": b""})
+
+
+class Deep(harness.TolvenTest):
+    def test_as_deep_as_paths_may_be(self):
+        self.addCleanup(subprocess.run, ["rm", "-rf", self.path("t"), self.path("out")], check=True)
+        self.addCleanup(os.chdir, os.getcwd())
+        os.chdir(self.fresh("t"))
+        for _ in range(2047):
+            os.mkdir("d")
+            os.chdir("d")
+        harness.write_file("f", "text")
+        limit = None if harness.instrumented() else harness.small_stack
+        self.fresh("out")
+        for args, lines in ((["-cf", "../A", "d"], 0), (["-cf", "../B", "d"], 0), (["-mf", "../A ../B"], 0),
+                            (["-af", "../A", "d"], 0), (["-tf", "../A"], 4097), (["-df", "../B"], 2),
+                            (["-xf", "../B", "-R", "../out"], 2)):
+            run = self.run_tolven(*args, cwd="t", preexec=limit)
+            self.assertEqual((run.code, len(run.lines)), (0, lines), args)
+        found = subprocess.run(["find", ".", "-type", "f"], cwd=self.path("out"), stdout=subprocess.PIPE, check=True)
+        self.assertEqual(found.stdout, b"./" + b"d/" * 2047 + b"f\n")
 
 
 class Large(harness.TolvenTest):

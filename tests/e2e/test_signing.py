@@ -1,14 +1,16 @@
 """Signing and verifying on the command line: every way that should work, and what a user is told when it does not."""
+import functools
 import os
 import pty
 import re
 import shutil
+import subprocess
 
 import archivefile
 import harness
 import signing_support as support
 from archivefile import archive, regular
-from signing_support import manifest_of, pki, tool
+from signing_support import MANIFEST_NAME, manifest_of, pki, tool
 
 TREE = {"dir/read-me": "for you", "dir/big": os.urandom(1000) + bytes(200000), "dir/empty": "",
         "dir/sub/with blank": "x", "dir/sub/\u00e9": "name in UTF-8"}
@@ -91,16 +93,40 @@ class FirstUse(support.SigningTest):
     def test_with_an_authority(self):
         self.shell("mkdir -p home/.tolven/sec; cp %s root.pem; cp %s inter.pem" % (pki("root.crt"), pki("inter.crt")))
         self.shell("tolven-pse request release-key release-key.csr -passfile password", code=1)
-        self.write("password", "a longer one\n")
+        harness.write_file(self.path("password"), "a longer one\n", 0o600)
         self.shell("tolven-pse request release-key release-key.csr -passfile password")
         tool("openssl", "x509", "-req", "-in", self.path("release-key.csr"), "-CA", "inter.crt", "-CAkey",
              "inter.key", "-extfile", "pki.cnf", "-extensions", "signer", "-set_serial", "4711", "-out", self.path("answer.pem"),
              cwd=pki())
         self.shell("tolven-pse import release-key answer.pem inter.pem -passfile password")
-        self.shell("tolven-pse trust QELverify root.pem")
+        self.shell("tolven-pse trust QELverify ./root.pem")
         self.assertEqual(self.shell("TOLVEN -cSf A -key release-key -pwd 'a longer one' dir"), "")
         self.assertIn("TOLVEN: Signature Type    >QEL software<\n", self.shell("TOLVEN -dVvf A"))
         self.assertIn("is not", self.shell("TOLVEN -cf B dir; TOLVEN -dVf B", code=59))
+
+
+class ManifestTool(support.SigningTest):
+    def take(self, *words, code=0):
+        done = subprocess.run([os.path.join(support.PROGRAMS, "tolven-manifest"), *words], cwd=self.dir,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.assertEqual((done.returncode, b"Traceback" in done.stderr), (code, False), done.stderr)
+        return done.stdout
+
+    def test_streams_over_blocks_and_names_like_the_signature(self):
+        hostile = support.body_line(b"x\n\n-----BEGIN SIGNATURE-----\nAAAA", b"data")
+        text = support.signed_document([hostile, *support.LINES])
+        for version, blocks in ((b"2.01", archivefile.lzh_blocks), (b"2.01", archivefile.raw_blocks),
+                                *((b"2.00", functools.partial(archivefile.one_stream_blocks, piece=piece))
+                                  for piece in (1, 7, 8, 9, 10, 500))):
+            with self.subTest(version=version, blocks=blocks):
+                entry = archivefile.regular(MANIFEST_NAME, text, mode=support.MANIFEST_MODE, blocks=blocks)
+                self.write("A", archive(entry, version=version))
+                self.assertEqual(self.take("A"), text)
+                self.take("A", "body", "sig")
+                self.assertEqual(harness.read_file(self.path("body")), support.split_document(text)[0])
+        self.write("cut", archive(entry, version=b"2.00")[:-20])
+        self.take("cut", code=1)
+        self.take("A", "body", code=2)
 
 
 class RoundTrip(support.SigningTest):

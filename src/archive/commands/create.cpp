@@ -11,6 +11,7 @@
 #include "fileio/working_directory.h"
 #include "report/except.h"
 #include "report/run_files.h"
+#include "report/show_text.h"
 #include "report/system_error.h"
 #include "signing/signed_manifest.h"
 
@@ -66,11 +67,11 @@ bool CCreate::Open(COutputFile& file, const std::string& name) const {
 void CCreate::JudgeExisting(CArchive& archive) const {
   errno = 0;
   if (m_pProcessor->ArchiveFile().Size() < static_cast<std::int64_t>(kArchiveHeaderSize)) {
-    throw CUnsupportedArchiveException(archive.Name());
+    throw CUnsupportedArchiveException(ShowText(archive.Name()));
   }
   bool isWhole = false;
   try {
-    if (!archive.IsValid()) throw CUnsupportedArchiveException(archive.Name());
+    if (!archive.IsValid()) throw CUnsupportedArchiveException(ShowText(archive.Name()));
     // A signing reads all that is there; it has to find something.
     const bool signs = m_pProcessor->Command() == CMD_SIGN;
     isWhole = signs ? archive.IsWithoutEntries() || archive.First() != nullptr : archive.IsWhole();
@@ -78,7 +79,7 @@ void CCreate::JudgeExisting(CArchive& archive) const {
     errno = archive.Stream().GetLastError();
     if (errno != 0) throw COpenExcept(archive.Name());
   }
-  if (!isWhole) throw CUnsupportedArchiveException(archive.Name() + " is damaged or incomplete");
+  if (!isWhole) throw CUnsupportedArchiveException(ShowText(archive.Name()) + " is damaged or incomplete");
 }
 
 void CCreate::WriteArchive(CArchive& archive, bool isNew) {
@@ -135,72 +136,85 @@ void CCreate::WriteEntries(CArchive& archive) {
 void CCreate::AddName(const std::string& name, CArchive& archive) {
   const bool literal = m_pProcessor->CmdLine().IsLiteralName(name);
   if (!literal && name.find_first_of("*?") != std::string::npos) {
-    ProcessDirectory(name, archive);
-    return;
+    strFileData data;
+    errno = 0;
+    const FindHandle handle = CUtils::FileFindOpen(name, &data);
+    if (handle == nullptr) throw CExcept("TOLVEN: error in CCreate::ProcessDirectory");
+    PushLevel(handle, data, name, {});
+  } else if (name == "/" || IsDotName(name)) {  // never entries themselves; what is in them is meant
+    Descend(name);
+  } else {
+    AddObject(name, archive);
   }
-  strFileData data;
-  errno = 0;
-  if (!CUtils::SetFlAttr(name, data)) {
-    m_pProcessor->FileNotAvail(name, SystemErrorText());
-    return;
-  }
-  if (name == "/" || IsDotName(name)) {  // never entries themselves; what is in them is meant
-    Descend(name, archive);
-    return;
-  }
-  AddObject({name, data.attributes}, archive);
+  ProcessDirectory(archive);
 }
 
-std::vector<CCreate::Hit> CCreate::Scan(const std::string& pattern) const {
-  const std::string prefix = pattern.substr(0, pattern.rfind('/') + 1);
-  std::vector<Hit> hits;
-  strFileData data;
-  errno = 0;
-  FindHandle handle = CUtils::FileFindFirst(pattern, &data);
-  bool found = handle != nullptr;
-  while (found) {
-    const std::string name = data.name.data();
-    if (name != "." && name != "..") hits.push_back({prefix + name, data.attributes});
-    found = CUtils::FileFindNext(handle, &data);
+// A loop over the levels that are open, not a recursion: how deep a tree is must not decide on success. The
+// names of a level are taken before the first of them is archived: one open directory at a time.
+void CCreate::ProcessDirectory(CArchive& archive) {
+  while (!m_levels.empty()) {
+    Level& level = m_levels.back();
+    if (level.next == level.names.size()) {
+      m_levels.pop_back();
+    } else {
+      AddObject(level.prefix + level.names[level.next++], archive);
+    }
   }
-  if (errno != 0) throw CExcept("TOLVEN: error in CCreate::ProcessDirectory");
-  return hits;
 }
 
-// The hits are taken before the first is archived: one open directory at a time, however deep the tree is.
-void CCreate::ProcessDirectory(const std::string& pattern, CArchive& archive) {
-  for (const Hit& hit : Scan(pattern)) AddObject(hit, archive);
-}
-
-void CCreate::AddObject(const Hit& hit, CArchive& archive) {
-  strFileData data;
-  data.attributes = hit.attributes;
-  const bool resolve = m_pProcessor->Options().resolveLinks;
-  int type = CUtils::DetermineFlType(data);
-  if (type == FT_LINK && resolve) type = CUtils::TargetFileType(hit.path);
-  if (type < FT_DIRECTORY) throw CExcept("TOLVEN: error in determining type of " + hit.path);
-  if (type > kLastArchivableType) {
-    m_pProcessor->FileNotAvail(hit.path, "not a file, directory or link");
-    return;
+void CCreate::PushLevel(const FindHandle& directory, strFileData& data, const std::string& pattern,
+                        Identity identity) {
+  Level level{.identity = identity, .prefix = pattern.substr(0, pattern.rfind('/') + 1), .names = {}};
+  while (CUtils::FileFindName(directory, &data)) {
+    if (!IsDotName(data.name.data())) level.names.emplace_back(data.name.data());
   }
-  strFileInformation info;
-  const bool known = CUtils::GetFileInformation(hit.path, info, resolve);
-  if (known && IsRunFile(info.device, info.inode)) return;
-  const bool included = CreateFileObject(hit.path, type, archive)->AddToArchive(&archive);
-  if (included && type == FT_DIRECTORY) Descend(hit.path, archive);
-}
-
-// A directory that is its own ancestor through links ends here; its entry is written, once.
-void CCreate::Descend(const std::string& directory, CArchive& archive) {
-  strFileInformation info;
-  if (!CUtils::GetFileInformation(directory, info, true)) {
+  if (errno != 0) {
+    const int error = errno;
+    PrintLine("TOLVEN: error reading directory " + ShowText(data.directory));
+    errno = error;
     throw CExcept("TOLVEN: error in CCreate::ProcessDirectory");
   }
+  m_levels.push_back(std::move(level));
+}
+
+void CCreate::AddObject(const std::string& path, CArchive& archive) {
+  strFileData data;
+  errno = 0;
+  if (!CUtils::SetFlAttr(path, data)) {
+    m_pProcessor->FileNotAvail(path, SystemErrorText());
+    return;
+  }
+  const bool resolve = m_pProcessor->Options().resolveLinks;
+  int type = CUtils::DetermineFlType(data);
+  if (type == FT_LINK && resolve) type = CUtils::TargetFileType(path);
+  if (type < FT_DIRECTORY) throw CExcept("TOLVEN: error in determining type of " + ShowText(path));
+  if (type > kLastArchivableType) {
+    m_pProcessor->FileNotAvail(path, "not a file, directory or link");
+    return;
+  }
+  strFileInformation info;
+  const bool known = CUtils::GetFileInformation(path, info, resolve);
+  if (known && IsRunFile(info.device, info.inode)) return;
+  const bool included = CreateFileObject(path, type, archive)->AddToArchive(&archive);
+  if (included && type == FT_DIRECTORY) Descend(path);
+}
+
+// A directory that is its own ancestor through links ends here; its entry is written, once. With -r a link
+// that took the directory's place is not followed either.
+void CCreate::Descend(const std::string& directory) {
+  const std::string pattern = WithWildcard(directory);
+  strFileData data;
+  strFileInformation info;
+  errno = 0;
+  const FindHandle handle = CUtils::FileFindOpen(pattern, &data, m_pProcessor->Options().resolveLinks);
+  if (handle == nullptr || !CUtils::GetFileInformation(dirfd(handle.get()), info)) {
+    m_pProcessor->FileNotAvail(directory, SystemErrorText());
+    return;
+  }
   const Identity identity(info.device, info.inode);
-  if (std::find(m_ancestors.begin(), m_ancestors.end(), identity) != m_ancestors.end()) return;
-  m_ancestors.push_back(identity);
-  ProcessDirectory(WithWildcard(directory), archive);
-  m_ancestors.pop_back();
+  const bool isAncestor = std::any_of(m_levels.begin(), m_levels.end(),
+                                      [&](const Level& level) { return level.identity == identity; });
+  if (!isAncestor) PushLevel(handle, data, pattern, identity);
 }
 
 std::unique_ptr<CDirEntry> CCreate::CreateFileObject(const std::string& name, int type,
@@ -215,7 +229,7 @@ std::unique_ptr<CDirEntry> CCreate::CreateFileObject(const std::string& name, in
       return std::make_unique<CLink>(name);
     default:
       errno = 0;
-      throw CExcept("TOLVEN: error creating file object for " + name);
+      throw CExcept("TOLVEN: error creating file object for " + ShowText(name));
   }
 }
 

@@ -28,9 +28,12 @@ class CCreate : public CCommand {
  private:
   // Device and inode: what tells two names of one object.
   using Identity = std::pair<dev_t, ino_t>;
-  struct Hit {
-    std::string path;
-    std::uint32_t attributes;
+  // A directory on the way down, and what of it is still to be archived.
+  struct Level {
+    Identity identity;   // none for what a pattern names: it may match only a part of its directory
+    std::string prefix;  // in front of every name
+    std::vector<std::string> names;
+    std::size_t next = 0;
   };
 
   // Opens and locks the archive as the command needs it; nothing is cut by that. False with errno.
@@ -42,17 +45,19 @@ class CCreate : public CCommand {
   // Leaves a failed archive with what it had, or with whole entries only.
   void GiveUp(CArchive& archive, std::int64_t start);
   void AddName(const std::string& name, CArchive& archive);
-  // What a pattern matches, "." and ".." left out, in the order the file system tells.
-  std::vector<Hit> Scan(const std::string& pattern) const;
-  void ProcessDirectory(const std::string& pattern, CArchive& archive);
-  // Archives one object, and what is below it when it is a directory.
-  void AddObject(const Hit& hit, CArchive& archive);
-  void Descend(const std::string& directory, CArchive& archive);
+  // Archives one object. What is below it, when it is a directory, becomes the next level.
+  void AddObject(const std::string& path, CArchive& archive);
+  void Descend(const std::string& directory);
+  // Takes what a pattern matches, "." and ".." left out, in the order the file system tells.
+  void PushLevel(const FindHandle& directory, strFileData& data, const std::string& pattern,
+                 Identity identity);
+  // Archives all levels.
+  void ProcessDirectory(CArchive& archive);
   std::unique_ptr<CDirEntry> CreateFileObject(const std::string& name, int type, CArchive& archive) const;
 
   CProcessor* m_pProcessor;
   const IEntryFactory& m_factory;
-  std::vector<Identity> m_ancestors;  // directories being descended into
+  std::vector<Level> m_levels;
 };
 
 }  // namespace tolven

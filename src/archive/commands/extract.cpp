@@ -8,7 +8,7 @@
 #include "archive/dir_entry.h"
 #include "archive/selection.h"
 #include "fileio/working_directory.h"
-#include "oldarchive/extract_old.h"
+#include "oldarchive/old_commands.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "signing/signed_manifest.h"

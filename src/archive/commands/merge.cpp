@@ -10,6 +10,7 @@
 #include "archive/dir_entry.h"
 #include "fileio/output_file.h"
 #include "report/except.h"
+#include "report/show_text.h"
 #include "signing/signed_manifest.h"
 
 namespace tolven {
@@ -21,7 +22,7 @@ constexpr int kErrorSigned = 53;
 // Nothing is written before both archives passed.
 void CheckMergeable(CArchive& archive) {
   errno = 0;
-  if (!archive.IsValid()) throw CUnsupportedArchiveException(archive.Name());
+  if (!archive.IsValid()) throw CUnsupportedArchiveException(ShowText(archive.Name()));
   CSignedManifest::CheckArchiveSigned(&archive, false, "TOLVEN: signed archives must not be merged",
                                       kErrorSigned);
 }
@@ -50,11 +51,11 @@ void CMerge::Copy(CArchive& source, CArchive& target) const {
   // file: the name may stand for another by now.
   struct stat status {};
   if (fstat(source.Stream().Descriptor(), &status) != 0) {
-    throw CExcept("TOLVEN: can't get size of file " + source.Name());
+    throw CExcept("TOLVEN: can't get size of file " + ShowText(source.Name()));
   }
   auto remaining = static_cast<double>(status.st_size);
   if (!source.Stream().SetPos(kArchiveHeaderSize)) {
-    throw CExcept("TOLVEN: can't move file pointer in " + source.Name());
+    throw CExcept("TOLVEN: can't move file pointer in " + ShowText(source.Name()));
   }
   remaining -= static_cast<double>(kArchiveHeaderSize);
   unsigned char* buffer = CDirEntry::m_pTheCompressor->Input().data();

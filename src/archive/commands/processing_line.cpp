@@ -2,11 +2,13 @@
 
 #include "archive/archive.h"
 #include "report/run_status.h"
+#include "report/show_text.h"
 
 namespace tolven {
 
 void PrintProcessingLine(const CArchive& archive) {
-  PrintLine("TOLVEN: processing archive " + archive.Name() + " (version " + archive.getVersionString() + ")");
+  PrintLine("TOLVEN: processing archive " + ShowText(archive.Name()) + " (version " +
+            archive.getVersionString() + ")");
 }
 
 }  // namespace tolven

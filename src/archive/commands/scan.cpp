@@ -23,9 +23,9 @@ bool CScan::IsPresent(const std::string& name) const {
   const bool isPattern = name.find_first_of("*?") != std::string::npos;
   if (!isPattern || m_processor.CmdLine().IsLiteralName(name)) return CUtils::ExistsFile(name);
   strFileData data;
-  FindHandle handle = CUtils::FileFindFirst(name, &data);
-  bool found = handle != nullptr;
-  while (found && IsDotName(data.name.data())) found = CUtils::FileFindNext(handle, &data);
+  const FindHandle handle = CUtils::FileFindOpen(name, &data);
+  bool found = handle != nullptr && CUtils::FileFindName(handle, &data);
+  while (found && IsDotName(data.name.data())) found = CUtils::FileFindName(handle, &data);
   return found;
 }
 

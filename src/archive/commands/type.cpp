@@ -6,7 +6,7 @@
 #include "archive/commands/processing_line.h"
 #include "archive/dir_entry.h"
 #include "archive/selection.h"
-#include "oldarchive/type_old.h"
+#include "oldarchive/old_commands.h"
 #include "signing/signed_manifest.h"
 
 namespace tolven {

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 
@@ -13,6 +12,7 @@
 #include "fileio/extract_root.h"
 #include "report/except.h"
 #include "report/run_files.h"
+#include "report/show_text.h"
 
 namespace tolven {
 namespace {
@@ -53,6 +53,11 @@ CProcessor::CProcessor() : m_statusScope(m_status), m_pCmdLine(CCmdLine::GetTheC
 CProcessor::~CProcessor() {
   RestoreOutput();
   m_status.logManager = nullptr;  // dies before the status does
+}
+
+void CProcessor::SetLogManager(CLogMan& logManager) {
+  m_status.logManager = &logManager;
+  m_logManager.reset();
 }
 
 void CProcessor::SetLogManager(std::unique_ptr<CLogMan> logManager) {
@@ -99,24 +104,25 @@ void CProcessor::PrepareExecution() {
   m_pCmdLine->ProcessRenameList();
 }
 
-// The file is opened before anything is closed: when that fails, messages still have somewhere to go.
+// The file is opened before anything is closed: when that fails, messages still have somewhere to go. A link
+// is not followed: what it leads to is no output of this program.
 void CProcessor::RedirectOutput() {
-  UniqueFd file(OpenRunFile(kOutputFile, O_RDWR | O_TRUNC));
-  std::fflush(stdout);
+  const UniqueFd file(OpenRunFile(kOutputFile, O_RDWR | O_TRUNC));
   UniqueFd before(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
   if (!file || dup2(file.Get(), STDOUT_FILENO) < 0) {
     LogManager().PrintString(std::string("TOLVEN: could not redirect stdout to file ") + kOutputFile);
     return;
   }
-  // A process started without an output may have been given descriptor 1 for the file itself.
-  if (file.Get() == STDOUT_FILENO) (void)file.Release();
+  LogManager().OutputMoved(kOutputFile);
   m_realOutput = std::move(before);
 }
 
 void CProcessor::RestoreOutput() {
   if (!m_realOutput) return;
-  std::fflush(stdout);
+  // Closing by dup2 would keep a late failure of the file to itself.
+  if (m_status.logManager != nullptr) m_status.logManager->Flush();
   dup2(m_realOutput.Get(), STDOUT_FILENO);
+  if (m_status.logManager != nullptr) m_status.logManager->OutputMoved(nullptr);
   m_realOutput = UniqueFd();
 }
 
@@ -167,7 +173,7 @@ void CProcessor::FileNotAvail(const std::string& name, const std::string& reason
     LogManager().WriteToLog(m_logFile, name);
   } else {
     const std::string suffix = reason.empty() ? std::string() : " (" + reason + ")";
-    LogManager().PrintString("TOLVEN: file '" + name + "' is inaccessible" + suffix);
+    LogManager().PrintString("TOLVEN: file '" + ShowText(name) + "' is inaccessible" + suffix);
   }
   if (!Options().ignoreInaccessible) m_scanOnly = true;
 }

@@ -30,6 +30,8 @@ class CProcessor {
   CProcessor(const CProcessor&) = delete;
   CProcessor& operator=(const CProcessor&) = delete;
 
+  // `logManager` must outlive the processor, or the next call.
+  void SetLogManager(CLogMan& logManager);
   void SetLogManager(std::unique_ptr<CLogMan> logManager);
   // `factory` must outlive every Run.
   void SetCommandFactory(const ICommandFactory& factory) { m_pFactory = &factory; }
@@ -51,7 +53,7 @@ class CProcessor {
   // the file that this run opened, only a regular one.
   void deleteArchive(const std::string& startDir);
 
-  CLogMan& LogManager() { return *m_logManager; }
+  CLogMan& LogManager() { return *m_status.logManager; }
   CCmdLine& CmdLine() { return *m_pCmdLine; }
   const CmdOptions& Options() const { return m_pCmdLine->Options(); }
   CStatistics& Statistics() { return m_statistics; }
@@ -77,7 +79,7 @@ class CProcessor {
 
   RunStatus m_status;
   RunStatusScope m_statusScope;
-  std::unique_ptr<CLogMan> m_logManager;
+  std::unique_ptr<CLogMan> m_logManager;  // null: the caller's
   CCmdLine* m_pCmdLine;
   const ICommandFactory* m_pFactory = nullptr;
   int m_command = CMD_NONE;

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "signing/crypto/dkv.h"
-#include "signing/crypto/dkv_library_file.h"
+#include "signing/crypto/dkv_loader.h"
 #include "signing/crypto/dkv_trace.h"
 
 namespace tolven {

@@ -4,6 +4,7 @@
 #include <span>
 #include <string_view>
 
+#include "cslib/crc32.h"
 #include "signing/hash/block_feed.h"
 #include "signing/hash/codec.h"
 
@@ -89,6 +90,18 @@ void Finish(Crc32State& state, std::span<std::uint8_t> digest) {
 void Finish(std::monostate&, std::span<std::uint8_t>) {}
 
 }  // namespace
+
+std::uint32_t haCRC32Init() {
+  return 0xffffffff;
+}
+
+std::uint32_t haCRC32Update(std::uint32_t value, const void* data, std::size_t length) {
+  return CRC32Buf(value, static_cast<const std::uint8_t*>(data), length);
+}
+
+std::uint32_t haCRC32Final(std::uint32_t value) {
+  return ~value;
+}
 
 int haGetAlgorithm(const char* name, std::size_t length) {
   if (name == nullptr || length < 3) return 0;

@@ -5,11 +5,7 @@
 #include <cstdint>
 #include <variant>
 
-#include "signing/hash/crc32_digest.h"
-#include "signing/hash/md5.h"
-#include "signing/hash/sha1.h"
-#include "signing/hash/sha256.h"
-#include "signing/hash/sha512.h"
+#include "signing/hash/digests.h"
 
 namespace tolven {
 
@@ -31,6 +27,12 @@ enum HaResult : int {
   HA_ESTATE = 2,     // the context was not initialised, or is already finished
   HA_ESIZE = 3,      // the output is too small
   HA_EALGORITHM = 4  // no such algorithm
+};
+
+// CRC-32 as a digest: register inverted before and after, most significant byte first. No protection at all
+// against a change made on purpose.
+struct Crc32State {
+  std::uint32_t value = 0xffffffff;
 };
 
 // A running digest. A plain value: copying it copies the state, nothing is owned elsewhere.

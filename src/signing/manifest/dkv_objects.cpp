@@ -1,7 +1,7 @@
 #include "signing/manifest/dkv_objects.h"
 
 #include "signing/crypto/dkv_loader.h"
-#include "signing/names/smf_names.h"
+#include "report/code_names.h"
 
 namespace tolven {
 

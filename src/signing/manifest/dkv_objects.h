@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "signing/crypto/dkv_wrappers.h"
+#include "signing/crypto/dkv_table.h"
 #include "signing/manifest/manifest_library.h"
 
 namespace tolven {

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "signing/names/smf_names.h"
+#include "report/code_names.h"
 
 namespace tolven {
 

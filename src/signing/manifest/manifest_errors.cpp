@@ -4,6 +4,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "report/show_text.h"
+
 namespace tolven {
 
 int AddError(ManifestContext& context, int code, int category, std::string_view text) {
@@ -38,7 +40,7 @@ std::string FormatText(const char* format, ...) {
 std::string NameText(std::string_view before, std::string_view name, std::string_view after) {
   std::string text;
   text.reserve(before.size() + name.size() + after.size());
-  return text.append(before).append(name).append(after);
+  return text.append(before).append(ShowText(name)).append(after);
 }
 
 const char* ManifestErrorName(int code) {

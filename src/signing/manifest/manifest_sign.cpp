@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "report/show_text.h"
 #include "signing/hash/codec.h"
 #include "signing/manifest/dkv_objects.h"
 #include "signing/manifest/manifest_errors.h"
@@ -58,7 +59,8 @@ int MakeSignature(ManifestContext& context, const SigningKey& key, std::vector<s
   }
   context.dkvErrorCode = rc;
   ManifestTrace("DkvSign failed with %d\n", rc);
-  Fail(context, SMF_ESIGNATURE, "Signing with the key >" + key.profile + "< failed. " + DkvReason(rc));
+  Fail(context, SMF_ESIGNATURE,
+       "Signing with the key >" + ShowText(key.profile) + "< failed. " + ShowText(DkvReason(rc)));
   if (rc == DKV_ERR_NO_PSE) {
     Fail(context, SMF_ESIGNATURE, "A key and its certificate are needed; the command tolven-pse makes them.");
   }

@@ -2,6 +2,7 @@
 
 #include <ctime>
 
+#include "report/show_text.h"
 #include "signing/manifest/dkv_objects.h"
 #include "signing/manifest/manifest_errors.h"
 #include "signing/manifest/manifest_trace.h"
@@ -114,7 +115,7 @@ int SignatureCheck::TryBuiltIn() {
 int SignatureCheck::Refuse(const Attempt& attempt) {
   m_context.dkvErrorCode = attempt.rc;
   ManifestTrace("DkvVerify failed with %d (%s)\n", attempt.rc, DkvReason(attempt.Reason()).c_str());
-  Fail(m_context, SMF_ESIGNATURE, DkvReason(attempt.Reason()));
+  Fail(m_context, SMF_ESIGNATURE, ShowText(DkvReason(attempt.Reason())));
   return Fail(m_context, SMF_ESIGNATURE, "Signature invalid\n");
 }
 

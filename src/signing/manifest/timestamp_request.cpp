@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "report/show_text.h"
 #include "signing/manifest/http_client.h"
 #include "signing/manifest/manifest_trace.h"
 
@@ -132,7 +133,7 @@ void Exchange::TraceSigners(const SigRcpDkvInfoList* signers) const {
 int Finish(SmfTimestampRequest& request, int code, const char* reason) {
   request.errorCode = code;
   try {
-    request.errorText = std::string(kFailed) + "\n" + reason;
+    request.errorText = std::string(kFailed) + "\n" + ShowText(reason);
   } catch (const std::bad_alloc&) {
     request.errorText.clear();
   }

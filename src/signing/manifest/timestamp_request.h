@@ -6,7 +6,7 @@
 
 #include "signing/crypto/dkv_table.h"
 #include "signing/manifest/connection.h"
-#include "signing/names/smf_names.h"
+#include "report/code_names.h"
 
 namespace tolven {
 

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "signing/crypto/dkv_wrappers.h"
+#include "signing/crypto/dkv_table.h"
 #include "support/scratch.h"
 
 namespace tolven::test {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "signing/crypto/dkv_loader.h"
-#include "signing/crypto/dkv_wrappers.h"
+#include "signing/crypto/dkv_table.h"
 #include "signing/crypto/qelsecu.h"
 
 namespace tolven {

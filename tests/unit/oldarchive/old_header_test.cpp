@@ -133,13 +133,33 @@ TEST(OldHeader, EveryLengthCountsForThePositions) {
     HeaderParser parser;
     FeedWhole(parser, text.substr(0, split));
     ASSERT_EQ(FeedWhole(parser, text.substr(split)), State::kDone);
-    ASSERT_EQ(parser.DataStart(), header.size()) << split;
-    ASSERT_EQ(parser.Files().size(), 4U);
-    EXPECT_EQ(parser.Files()[0].position, header.size());
-    EXPECT_EQ(parser.Files()[1].position, header.size() + 30);
-    EXPECT_EQ(parser.Files()[2].position, header.size() + 33);
-    EXPECT_EQ(parser.Files()[3].position, header.size() + 40);
+    std::string found;
+    for (EntryWalk walk(parser.Entries()); walk.Next();) {
+      const FileInfo& info = walk.Info();
+      found += info.name + " +" + std::to_string(info.position - header.size()) + " ";
+      EXPECT_EQ(parser.Entries().At(info.line).name, info.name);
+    }
+    EXPECT_EQ(found, "a +0 d +30 empty +33 b +40 ") << split;
   }
+}
+
+// Lines of every length, so that each way to fill up a piece of the kept text occurs.
+TEST(OldHeader, ManyEntries) {
+  std::string text;
+  std::size_t count = 0;
+  for (; text.size() < 1000000; ++count) {
+    text += "F " + std::string(1 + count % 4000, 'n') + " 644 " + std::to_string(count) + " 5 7\n";
+  }
+  HeaderParser parser;
+  ASSERT_EQ(FeedWhole(parser, text + "#\n"), State::kDone);
+  std::size_t found = 0;
+  std::uint64_t position = text.size() + 2;
+  for (EntryWalk walk(parser.Entries()); walk.Next(); ++found) {
+    ASSERT_EQ(walk.Info().name.size(), 1 + found % 4000);
+    ASSERT_EQ(walk.Info().position, position);
+    position += found;
+  }
+  EXPECT_EQ(found, count);
 }
 
 }  // namespace

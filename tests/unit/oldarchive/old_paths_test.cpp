@@ -59,20 +59,30 @@ TEST(OldPaths, Selection) {
     const char* entry;
     bool selected;
   } cases[] = {
-      {{}, "any/thing", true},       {{"a"}, "a", true},
-      {{"a"}, "a/b", true},          {{"a"}, "ab", false},
-      {{"a"}, "x/a", false},         {{"*"}, ".hidden/x", true},
-      {{"a/b"}, "a", false},         {{"a/b"}, "a/b/c", true},
-      {{"?"}, "a/long", true},       {{"*.c"}, "dir/x.c", true},
-      {{"*.c"}, "dir/x.h", false},   {{"no", "a"}, "a", true},
-      {{"dir"}, "./dir//x", true},   {{"dir"}, "dir/", true},
-      {{"*.d"}, "x.d/file", true},   {{"/abs"}, "/abs/file", true},
+      {{}, "any/thing", true},
+      {{"a"}, "a", true},
+      {{"a"}, "a/b", true},
+      {{"a"}, "ab", false},
+      {{"a"}, "x/a", false},
+      {{"*"}, ".hidden/x", true},
+      {{"a/b"}, "a", false},
+      {{"a/b"}, "a/b/c", true},
+      {{"?"}, "a/long", true},
+      {{"*.c"}, "dir/x.c", true},
+      {{"*.c"}, "dir/x.h", false},
+      {{"no", "a"}, "a", true},
+      {{"dir"}, "./dir//x", true},
+      {{"dir"}, "dir/", true},
+      {{"*.d"}, "x.d/file", true},
+      {{"/abs"}, "/abs/file", true},
       {{"abs"}, "/abs/file", false},
+      {{"d/x", "d!", "d", "d/y"}, "d/z", true},
+      {{"d", "d/x", "d!"}, "d!x", false},
   };
   for (const auto& expected : cases) {
     FileInfo info;
     info.name = info.target = expected.entry;
-    EXPECT_EQ(DoesFilenameMatch(expected.names, info), expected.selected)
+    EXPECT_EQ(DoesFilenameMatch(NameSelection(expected.names), info), expected.selected)
         << (expected.names.empty() ? "" : expected.names[0]) << " on " << expected.entry;
   }
 }

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "report/run_status.h"
-#include "signing/names/smf_names.h"
+#include "report/code_names.h"
 
 namespace tolven {
 namespace {

@@ -1,4 +1,4 @@
-#include "signing/names/smf_names.h"
+#include "report/code_names.h"
 
 #include <array>
 #include <cstddef>
