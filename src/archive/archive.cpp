@@ -151,12 +151,18 @@ bool CArchive::IsValid() {
   return true;
 }
 
-bool CArchive::IsWhole() {
-  Seek(kArchiveHeaderSize);
-  while (Position() != m_fileSize) {
-    if (!PassEntry()) return false;
-  }
-  return true;
+std::int64_t CArchive::EndOfWholeEntries() {
+  std::int64_t end = kArchiveHeaderSize;
+  Seek(end);
+  while (end != m_fileSize && PassEntry()) end = Position();
+  return end;
+}
+
+void CArchive::CutBehindWholeEntries() {
+  if (!m_stream.Truncate()) return;
+  TakeSize();
+  Seek(EndOfWholeEntries());
+  static_cast<void>(m_stream.Truncate());
 }
 
 bool CArchive::PassEntry() {
@@ -174,7 +180,7 @@ bool CArchive::PassEntry() {
 
 // Readers pass over every block that follows, whatever the header says; so does this.
 bool CArchive::PassBlocks(bool& any, bool& ended) {
-  while (Position() != m_fileSize) {
+  while (m_fileSize - Position() >= 2) {
     std::array<unsigned char, kBlockHeaderSize> bytes{};
     if (!TryRead(bytes.data(), 2)) return false;
     const BlockType type = DecodeBlockType(static_cast<char>(bytes[0]), static_cast<char>(bytes[1]));

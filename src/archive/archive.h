@@ -54,7 +54,10 @@ class CArchive {
   // True iff the file is entries and nothing else, up to its end: walks the headers and the lengths of the
   // blocks. What is written behind anything else would not be read again. CReadExcept only when reading
   // fails.
-  bool IsWhole();
+  bool IsWhole() { return EndOfWholeEntries() == m_fileSize; }
+  // After a failed write: cuts the file at the current position, then behind the last entry that is whole. A
+  // stream that cannot be cut or read stays as it is.
+  void CutBehindWholeEntries();
   // The first entry, or null: an archive of another format, without entries, or with an unknown first type.
   CDirEntry* First();
   // The next entry, or null at the end. Blocks of the entry before that were not read are skipped. An entry
@@ -106,7 +109,8 @@ class CArchive {
  private:
   void TakeSize();
   void SetNewHeader();
-  // One step of IsWhole; false when what is there is no whole entry.
+  std::int64_t EndOfWholeEntries();
+  // False when what is there is no whole entry.
   bool PassEntry();
   bool PassBlocks(bool& any, bool& ended);
   bool Pass(std::int64_t count);

@@ -84,6 +84,9 @@ COutputFile::Attempt COutputFile::TryMake(const std::string& path, int flags) {
   if (result == Attempt::kDone) {
     m_removes = true;
     Arm();
+  } else if (const int error = errno; result == Attempt::kFailed && error != EWOULDBLOCK) {
+    m_place.Remove(m_identity);
+    errno = error;
   }
   return result;
 }

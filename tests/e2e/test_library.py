@@ -8,16 +8,18 @@ import unittest
 import harness
 
 CALLER = """
-import ctypes, json, os, sys
+import ctypes, json, os, signal, sys
 library = ctypes.CDLL(sys.argv[1])
 library.extractTOLVENArchive.argtypes = [ctypes.c_char_p, ctypes.c_char_p]
 library.getTOLVENOutput.restype = ctypes.c_char_p
 results = [library.getTOLVENOutput() is None]
-start = os.getcwd()
+handlers = lambda: [line for line in open("/proc/self/status") if line.startswith(("SigIgn", "SigCgt"))]
+signal.signal(signal.SIGXFSZ, signal.SIG_DFL)
+start, before = os.getcwd(), handlers()
 for archive, target in json.loads(sys.argv[2]):
     encode = lambda text: None if text is None else text.encode()
     code = library.extractTOLVENArchive(encode(archive), encode(target))
-    results.append([code, library.getTOLVENOutput().decode(), os.getcwd() == start])
+    results.append([code, library.getTOLVENOutput().decode(), os.getcwd() == start and handlers() == before])
 print(json.dumps(results))
 """
 
@@ -31,7 +33,7 @@ class Library(harness.TolvenTest):
         results = json.loads(done.stdout)
         self.assertTrue(results.pop(0), "there was output before the first call")
         for result in results:
-            self.assertTrue(result.pop(), "the working directory was not restored")
+            self.assertTrue(result.pop(), "the working directory or the signal handlers were not restored")
         return results
 
     def test_calls_in_a_row_start_afresh(self):

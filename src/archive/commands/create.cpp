@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <optional>
 
 #include "archive/archive.h"
 #include "archive/dir_entry.h"
@@ -45,7 +44,7 @@ void CCreate::Execute() {
   const std::string name = m_pProcessor->ArchiveName();
   COutputFile& file = m_pProcessor->ArchiveFile();
   errno = 0;
-  if (!file.Open(name, OpenFlags())) throw COpenExcept(name);
+  if (!Open(file, name)) throw COpenExcept(name);
   const bool creates = m_pProcessor->Command() == CMD_CREATE;
   if (creates && !file.Cut()) throw COpenExcept(name);
   const bool isNew = creates || (m_pProcessor->Command() == CMD_APPEND && file.Size() == 0);
@@ -54,11 +53,15 @@ void CCreate::Execute() {
   WriteArchive(archive, isNew);
 }
 
-// With signing the old signature at the end is overwritten in place; a plain append writes at the end.
-int CCreate::OpenFlags() const {
-  if (m_pProcessor->Command() == CMD_CREATE) return O_WRONLY | O_CREAT;
-  if (m_pProcessor->Command() == CMD_SIGN) return O_RDWR;
-  return O_RDWR | O_CREAT | (CSignedManifest::IsSigning(*m_pProcessor) ? 0 : O_APPEND);
+// With signing the old signature at the end is overwritten in place; a plain append writes at the end. A
+// create reads what it wrote only when it fails: an archive that may not be read will do.
+bool CCreate::Open(COutputFile& file, const std::string& name) const {
+  if (m_pProcessor->Command() == CMD_SIGN) return file.Open(name, O_RDWR);
+  if (m_pProcessor->Command() == CMD_APPEND) {
+    const bool signs = CSignedManifest::IsSigning(*m_pProcessor);
+    return file.Open(name, O_RDWR | O_CREAT | (signs ? 0 : O_APPEND));
+  }
+  return file.Open(name, O_RDWR | O_CREAT) || (errno == EACCES && file.Open(name, O_WRONLY | O_CREAT));
 }
 
 // What cannot be read is no reason to delete it, as a failure while entries are being written is.
@@ -75,39 +78,51 @@ void CCreate::JudgeExisting(CArchive& archive) const {
     isWhole = signs ? archive.IsWithoutEntries() || archive.First() != nullptr : archive.IsWhole();
   } catch (const CReadExcept&) {
     errno = archive.Stream().GetLastError();
-    throw COpenExcept(archive.Name());
+    if (errno != 0) throw COpenExcept(archive.Name());
   }
   if (!isWhole) throw CUnsupportedArchiveException(ShowText(archive.Name()) + " is damaged or incomplete");
 }
 
 void CCreate::WriteArchive(CArchive& archive, bool isNew) {
   COutputFile& file = m_pProcessor->ArchiveFile();
-  std::optional<std::int64_t> start;  // where this run began to write
+  std::int64_t start = -1;  // of what this run writes
   try {
     if (isNew) {
       if (!file.KeepFrom(0)) throw COpenExcept(archive.Name());  // empty, perhaps, but it was there
+      start = 0;
       archive.WriteHeader();
     }
     CSignedManifest::VerifyArchiveSignature(true, &archive, m_pProcessor);
     if (!isNew) {
       if (!CSignedManifest::IsSigning(*m_pProcessor)) archive.SeekToEnd();
-      start = archive.Position();
       errno = 0;
-      if (!file.KeepFrom(*start)) throw COpenExcept(archive.Name());
+      if (!file.KeepFrom(archive.Position())) throw COpenExcept(archive.Name());
+      start = archive.Position();
     }
     WriteEntries(archive);
     archive.Close();
   } catch (...) {
-    long end = 0;
-    if (m_pProcessor->Command() == CMD_SIGN) {
-      archive.Stream().Abandon();
-      file.Restore();
-    } else if (start && archive.Stream().GetPos(&end) && end > *start) {
-      // The new entries may end within the signature that they overwrite; its remains are no entry.
-      static_cast<void>(archive.Stream().Truncate());
-    }
+    GiveUp(archive, start);
     throw;
   }
+}
+
+// New entries that end within the signature they overwrite, or half an entry, would hide whatever came to
+// stand behind them.
+void CCreate::GiveUp(CArchive& archive, std::int64_t start) {
+  if (m_pProcessor->Command() == CMD_SIGN) {
+    archive.Stream().Abandon();
+    m_pProcessor->ArchiveFile().Restore();
+    return;
+  }
+  long end = 0;
+  if (start < 0 || !archive.Stream().GetPos(&end) || end <= start) return;  // nothing was written
+  const int code = m_pProcessor->ExitCode();
+  try {
+    archive.CutBehindWholeEntries();
+  } catch (const CExcept&) {  // the first failure is the one to report
+  }
+  m_pProcessor->SetExitCode(code);
 }
 
 void CCreate::WriteEntries(CArchive& archive) {

@@ -36,12 +36,14 @@ class CCreate : public CCommand {
     std::size_t next = 0;
   };
 
-  // How open(2) has to open the archive; nothing is cut by that.
-  int OpenFlags() const;
+  // Opens and locks the archive as the command needs it; nothing is cut by that. False with errno.
+  bool Open(COutputFile& file, const std::string& name) const;
   // Refuses what is there unless entries may follow it.
   void JudgeExisting(CArchive& archive) const;
   void WriteArchive(CArchive& archive, bool isNew);
   void WriteEntries(CArchive& archive);
+  // Leaves a failed archive with what it had, or with whole entries only.
+  void GiveUp(CArchive& archive, std::int64_t start);
   void AddName(const std::string& name, CArchive& archive);
   // Archives one object. What is below it, when it is a directory, becomes the next level.
   void AddObject(const std::string& path, CArchive& archive);

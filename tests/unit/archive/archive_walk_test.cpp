@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+
 #include "archive_bytes.h"
 #include "report/except.h"
 
@@ -71,6 +74,24 @@ TEST(ArchiveWalk, SaysWhatIsThereAndWhatIsWrong) {
   for (const auto& row : rows) {
     test::Run run;
     EXPECT_EQ(Walk(run, row.bytes), row.expected) << row.situation;
+  }
+}
+
+TEST(ArchiveWalk, WhatIsNoWholeEntryIsCutOff) {
+  test::Run run;
+  const ArchiveBytes one = ArchiveBytes().Entry("RG", "a", 3).Block("UD", "ab").Block("UE", "c").Crc(0);
+  const ArchiveBytes two = ArchiveBytes(one).Entry("DR", "d", 4096, 040755);
+  const std::string all = ArchiveBytes(two).Entry("RG", "e", 0).Entry("RG", "f", 1).Block("UE", "").Crc(0).Bytes();
+  const std::size_t ends[] = {8, one.Bytes().size(), two.Bytes().size(), two.Bytes().size() + 36, all.size()};
+  for (std::size_t size = 8; size <= all.size(); ++size) {
+    run.Open(all.substr(0, size));
+    test::Factory factory;
+    CArchive archive("a.vra", kOpenReadWrite, factory, run.Options());
+    const std::size_t whole = *(std::upper_bound(std::begin(ends), std::end(ends), size) - 1);
+    EXPECT_EQ(archive.IsWhole(), whole == size) << size;
+    archive.SeekToEnd();
+    archive.CutBehindWholeEntries();
+    EXPECT_EQ(std::filesystem::file_size("a.vra"), whole) << size;
   }
 }
 
