@@ -6,24 +6,12 @@
 //   2  content, which goes through the writer and comes back
 #include <zlib.h>
 
-#include <memory>
-
-#include "cslib/cslib.h"
-#include "fuzz/support.h"
+#include "fuzz/streams.h"
 
 namespace {
 
 using namespace tolven;
 using namespace tolven::fuzz;
-using Data = std::vector<std::uint8_t>;
-
-constexpr std::size_t kMostOutput = 1 << 20;
-
-struct Outcome {
-  int rc = CS_END_INBUFFER;
-  Data out;
-  bool operator==(const Outcome&) const = default;
-};
 
 int Handle() {
   static const int handle = CsSearchNewHandle();
@@ -31,24 +19,8 @@ int Handle() {
 }
 
 Outcome Decode(Bytes stream, std::size_t piece, std::size_t room) {
-  Outcome outcome;
-  const auto output = std::make_unique<std::uint8_t[]>(room);
-  for (int options = CS_INIT; outcome.rc == CS_END_INBUFFER && !stream.empty();) {
-    const std::size_t given = std::min(stream.size(), piece + (options != 0 ? CS_HEAD_SIZE : 0));
-    const Data input(stream.begin(), stream.begin() + static_cast<std::ptrdiff_t>(given));
-    stream = stream.subspan(given);
-    std::size_t at = 0;
-    do {
-      std::int32_t read = 0, written = 0;
-      outcome.rc = CsRDecompress(Handle(), input.data() + at, static_cast<std::int32_t>(given - at),
-                                 output.get(), static_cast<std::int32_t>(room), options, &read, &written);
-      options = 0;
-      at += static_cast<std::size_t>(read);
-      outcome.out.insert(outcome.out.end(), output.get(), output.get() + written);
-      if (outcome.out.size() > kMostOutput) return outcome;
-    } while (outcome.rc == CS_END_OUTBUFFER);
-  }
-  return outcome;
+  return DecodeInPieces(stream, piece, room,
+                        [](auto... arguments) { return CsRDecompress(Handle(), arguments...); });
 }
 
 void Put32(Data& to, std::uint32_t value) {
@@ -77,8 +49,8 @@ Data Frame(Bytes plain, std::size_t segment, Bytes content) {
 void CompareWithPlain(Data plain, std::size_t piece, std::size_t room) {
   if (plain.size() <= CS_HEAD_SIZE) return;
   plain[4] &= static_cast<std::uint8_t>(~CS_ALG_CODE_CHECKSUM);
-  const Outcome expected = Decode(plain, plain.size(), 65536);
-  if (expected.out.size() > kMostOutput || expected.rc == CS_OK) return;
+  const Outcome expected = Decode(plain, plain.size(), kAllRoom);
+  if (expected.IsCut() || expected.rc == CS_OK) return;
   const Outcome framed = Decode(Frame(plain, piece * 7, expected.out), piece, room);
   // What lies behind the stream's end, or is missing at it, is taken for the end of the framing.
   const bool good = framed.rc == CS_END_OF_STREAM;
@@ -114,8 +86,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::size_t piece = 1 + input.Byte(), room = 1 + input.Byte();
   const Bytes rest = input.Rest();
   if (choice % 4 == 0) {
-    const Outcome whole = Decode(rest, rest.size(), 65536);
-    if (whole.out.size() > kMostOutput) return 0;
+    const Outcome whole = Decode(rest, rest.size(), kAllRoom);
+    if (whole.IsCut()) return 0;
     const Outcome pieces = Decode(rest, piece, room);
     // A segment that lies there whole is checked before it is read, so damage can show earlier.
     Require(pieces == whole || whole.rc == CS_E_CHECKSUM || (whole.rc < 0 && pieces.rc < 0));

@@ -2,46 +2,18 @@
 // length, then the stream behind its header.
 #include <zlib.h>
 
-#include <memory>
-
-#include "cslib/cslib.h"
 #include "cslib/lzh_decompress.h"
-#include "fuzz/support.h"
+#include "fuzz/streams.h"
 
 namespace {
 
 using namespace tolven;
 using namespace tolven::fuzz;
 
-constexpr std::size_t kMaxOutput = 1 << 17;
-
-struct Outcome {
-  int rc;
-  std::vector<std::uint8_t> out;
-  bool operator==(const Outcome&) const = default;
-};
-
-// Input and output buffers end where they say they do, so that a byte too far is caught.
 Outcome Decode(Bytes stream, std::size_t piece, std::size_t room) {
-  const auto state = NewLzhDecompressState();
-  const auto output = std::make_unique<std::uint8_t[]>(room);
-  Outcome outcome{CS_END_INBUFFER, {}};
-  for (int options = CS_INIT; outcome.rc == CS_END_INBUFFER && !stream.empty();) {
-    const std::size_t given = std::min(stream.size(), piece + (options != 0 ? CS_HEAD_SIZE : 0));
-    const std::vector<std::uint8_t> input(stream.begin(),
-                                          stream.begin() + static_cast<std::ptrdiff_t>(given));
-    stream = stream.subspan(given);
-    std::size_t at = 0;
-    do {
-      std::int32_t read = 0, written = 0;
-      outcome.rc = CsRDecomprLZH(*state, input.data() + at, static_cast<std::int32_t>(input.size() - at),
-                                 output.get(), static_cast<std::int32_t>(room), options, &read, &written);
-      options = 0;
-      at += static_cast<std::size_t>(read);
-      outcome.out.insert(outcome.out.end(), output.get(), output.get() + written);
-    } while (outcome.rc == CS_END_OUTBUFFER);
-  }
-  return outcome;
+  static const LzhDecompressStatePtr state = NewLzhDecompressState();
+  return DecodeInPieces(stream, piece, room,
+                        [](auto... arguments) { return CsRDecomprLZH(*state, arguments...); });
 }
 
 // What zlib makes of the bits behind the preamble. With room for one byte a call it sees no further back than
@@ -49,14 +21,14 @@ Outcome Decode(Bytes stream, std::size_t piece, std::size_t room) {
 struct Inflated {
   int rc;
   std::string message;
-  std::vector<std::uint8_t> out;
+  Data out;
 };
 Inflated Inflate(Bytes body, int windowBits, std::size_t length, bool byteByByte) {
   z_stream zlib{};
   Require(inflateInit2(&zlib, -windowBits) == Z_OK);
   const int skipped = 2 + (body[0] & 3);
   inflatePrime(&zlib, 8 - skipped, body[0] >> skipped);
-  Inflated result{Z_OK, {}, std::vector<std::uint8_t>(length + 1)};
+  Inflated result{Z_OK, {}, Data(length + 1)};
   zlib.next_in = const_cast<std::uint8_t*>(body.data() + 1);
   zlib.avail_in = static_cast<uInt>(body.size() - 1);
   zlib.next_out = result.out.data();
@@ -92,11 +64,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size < 6) return 0;
   Input input(data, size);
   const std::size_t piece = 1 + input.Byte(), room = 1 + input.Byte();
-  std::vector<std::uint8_t> stream = {data[2], data[3], static_cast<std::uint8_t>(data[4] & 1), 0, 0x12, 0x1F,
-                                      0x9D,    2};
+  Data stream = {data[2], data[3], static_cast<std::uint8_t>(data[4] & 1), 0, 0x12, 0x1F, 0x9D, 2};
   const Bytes body(data + 5, size - 5);
   stream.insert(stream.end(), body.begin(), body.end());
-  const Outcome whole = Decode(stream, stream.size(), kMaxOutput);
+  const Outcome whole = Decode(stream, stream.size(), kAllRoom);
   Require(whole == Decode(stream, piece, room));
   Compare(whole, body, data[2] | static_cast<std::size_t>(data[3]) << 8 | (data[4] & 1U) << 16);
   return 0;
