@@ -15,7 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 using tolven::fuzz::Require;
 
-constexpr std::string_view kSandbox = "/dev/shm/tolven-fuzz-XXXXXX";
+constexpr std::string_view kSandbox = "/dev/shm/tolven-fuzz-0000000";
 
 void Write(const fs::path& path, std::string_view text) {
   std::ofstream(path) << text;
@@ -24,8 +24,10 @@ void Write(const fs::path& path, std::string_view text) {
 // SANDBOX/outside is what must stay as it is, SANDBOX/in the target.
 class Sandbox {
  public:
+  // Named by the process, in digits: -lower must not lead past it.
   Sandbox() : m_path(kSandbox) {
-    Require(mkdtemp(m_path.data()) != nullptr);
+    const std::string process = std::to_string(getpid());
+    m_path.replace(m_path.size() - process.size(), process.size(), process);
     fs::create_directories(m_path + "/outside/directory");
     Write(m_path + "/outside/file", "precious");
     fs::create_symlink("file", m_path + "/outside/link");
