@@ -1,59 +1,74 @@
-// Any bytes behind a good stream header. The first two choose how the stream is cut into pieces; decoded
-// whole and decoded in pieces must come to the same end.
+// LZH streams, decoded whole, in pieces, and by zlib. Input: piece size, room, three bytes of the declared
+// length, then the stream behind its header.
+#include <zlib.h>
 
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <memory>
-#include <span>
-#include <vector>
-
-#include "cslib/cslib.h"
 #include "cslib/lzh_decompress.h"
+#include "fuzz/streams.h"
 
 namespace {
 
-constexpr std::size_t kMaxOutput = 1 << 17;
+using namespace tolven;
+using namespace tolven::fuzz;
 
-struct Outcome {
+Outcome Decode(Bytes stream, std::size_t piece, std::size_t room) {
+  static const LzhDecompressStatePtr state = NewLzhDecompressState();
+  return DecodeInPieces(stream, piece, room,
+                        [](auto... arguments) { return CsRDecomprLZH(*state, arguments...); });
+}
+
+// What zlib makes of the bits behind the preamble. With room for one byte a call it sees no further back than
+// the window.
+struct Inflated {
   int rc;
-  std::vector<std::uint8_t> out;
-  bool operator==(const Outcome&) const = default;
+  std::string message;
+  Data out;
 };
-
-// Input and output buffers end where they say they do, so that a byte too far is caught.
-Outcome Decode(std::span<const std::uint8_t> stream, std::size_t piece, std::size_t room) {
-  const auto state = tolven::NewLzhDecompressState();
-  const auto output = std::make_unique<std::uint8_t[]>(room);
-  Outcome outcome{tolven::CS_END_INBUFFER, {}};
-  for (int options = tolven::CS_INIT; outcome.rc == tolven::CS_END_INBUFFER && !stream.empty();) {
-    const std::size_t given = std::min(stream.size(), piece + (options != 0 ? tolven::CS_HEAD_SIZE : 0));
-    const std::vector<std::uint8_t> input(stream.begin(),
-                                          stream.begin() + static_cast<std::ptrdiff_t>(given));
-    stream = stream.subspan(given);
-    std::size_t at = 0;
-    do {
-      std::int32_t read = 0, written = 0;
-      outcome.rc =
-          tolven::CsRDecomprLZH(*state, input.data() + at, static_cast<std::int32_t>(input.size() - at),
-                                output.get(), static_cast<std::int32_t>(room), options, &read, &written);
-      options = 0;
-      at += static_cast<std::size_t>(read);
-      outcome.out.insert(outcome.out.end(), output.get(), output.get() + written);
-    } while (outcome.rc == tolven::CS_END_OUTBUFFER);
+Inflated Inflate(Bytes body, int windowBits, std::size_t length, bool byteByByte) {
+  z_stream zlib{};
+  Require(inflateInit2(&zlib, -windowBits) == Z_OK);
+  const int skipped = 2 + (body[0] & 3);
+  inflatePrime(&zlib, 8 - skipped, body[0] >> skipped);
+  Inflated result{Z_OK, {}, Data(length + 1)};
+  zlib.next_in = const_cast<std::uint8_t*>(body.data() + 1);
+  zlib.avail_in = static_cast<uInt>(body.size() - 1);
+  zlib.next_out = result.out.data();
+  while (result.rc == Z_OK && zlib.total_out <= length) {
+    zlib.avail_out = byteByByte ? 1 : static_cast<uInt>(result.out.size() - zlib.total_out);
+    result.rc = inflate(&zlib, Z_NO_FLUSH);
   }
-  return outcome;
+  if (zlib.msg != nullptr) result.message = zlib.msg;
+  result.out.resize(zlib.total_out);
+  inflateEnd(&zlib);
+  return result;
+}
+
+// The format has no stored blocks, no empty set of codes and a window of 16 KiB; where a set of codes is not
+// complete, it is read as far as it goes. In all else it is RFC 1951.
+void Compare(const Outcome& ours, Bytes body, std::size_t length) {
+  const Inflated zlib = Inflate(body, 15, length, false);
+  const auto common = static_cast<std::ptrdiff_t>(std::min(ours.out.size(), zlib.out.size()));
+  Require(std::equal(ours.out.begin(), ours.out.begin() + common, zlib.out.begin()));
+  if (ours.rc == CS_END_OF_STREAM || ours.rc == CS_OK) {
+    const bool refusedSet = zlib.message.ends_with(" set") || zlib.message.ends_with("missing end-of-block");
+    Require(refusedSet || zlib.out == ours.out);
+    Require((ours.rc == CS_END_OF_STREAM) == (ours.out.size() == length));
+  } else if (zlib.rc == Z_STREAM_END && zlib.out.size() <= length) {
+    Require(ours.rc == CS_E_UNKNOWN_TYPE || ours.rc == CS_E_TREE || ours.rc == CS_E_BAD_CODE);
+    if (ours.rc == CS_E_BAD_CODE) Require(Inflate(body, 14, length, true).rc == Z_DATA_ERROR);
+  }
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size < 5) return 0;
-  const std::size_t piece = 1 + data[0], room = 1 + data[1];
-  std::vector<std::uint8_t> stream = {data[2], data[3], static_cast<std::uint8_t>(data[4] & 1), 0, 0x12, 0x1F,
-                                      0x9D,    2};
-  stream.insert(stream.end(), data + 5, data + size);
-  if (Decode(stream, stream.size(), kMaxOutput) != Decode(stream, piece, room)) std::abort();
+  if (size < 6) return 0;
+  Input input(data, size);
+  const std::size_t piece = 1 + input.Byte(), room = 1 + input.Byte();
+  Data stream = {data[2], data[3], static_cast<std::uint8_t>(data[4] & 1), 0, 0x12, 0x1F, 0x9D, 2};
+  const Bytes body(data + 5, size - 5);
+  stream.insert(stream.end(), body.begin(), body.end());
+  const Outcome whole = Decode(stream, stream.size(), kAllRoom);
+  Require(whole == Decode(stream, piece, room));
+  Compare(whole, body, data[2] | static_cast<std::size_t>(data[3]) << 8 | (data[4] & 1U) << 16);
   return 0;
 }

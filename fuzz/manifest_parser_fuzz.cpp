@@ -1,18 +1,14 @@
 // Manifest documents: what parses is written again from its records and must give the same bytes; nothing
-// verifies without a cryptographic library. Seeds: the documents of tests/unit/manifest.
+// verifies without a cryptographic library.
 #include <cstdio>
-#include <cstdlib>
-#include <span>
-#include <string>
 
+#include "fuzz/support.h"
 #include "signing/hash/hash.h"
 #include "signing/manifest/manifest.h"
 
 namespace {
 
-void Require(bool condition) {
-  if (!condition) std::abort();
-}
+using tolven::fuzz::Require;
 
 // Digits of either case are accepted, lower-case ones are written.
 std::string Lower(std::string text) {

@@ -1,0 +1,36 @@
+// The older tool's arguments (the first line, words separated by tabs) and its include file (the rest).
+#include "fuzz/support.h"
+#include "oldarchive/old_options.h"
+#include "oldarchive/old_paths.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace tolven;
+  using namespace tolven::fuzz;
+  Input input(data, size);
+  const Arguments arguments(input.Line());
+  const MemoryFile include(input.Rest());
+  AppData app;
+  int error = 0;
+  std::string text;
+  const bool good = GetOptions(arguments.Count(), arguments.Vector(), app, &error, &text);
+  Require(good ? error == 0 && text.empty() : error != 0 && !text.empty());
+  if (!good) return 0;
+  Require(app.targetDir.empty() || app.command == 'x');
+  Require((app.archiveName + app.includeFile + app.targetDir).find(',') == std::string::npos);
+
+  app.includeFile = include.Name();
+  if (!DoAOption(app, &error, &text)) {
+    Require(error == 9);  // a line that is none
+    return 0;
+  }
+  for (const std::string& name : app.names) {
+    Require(!name.empty() && NormalizePath(name) == name);
+    FileInfo info;
+    info.name = name;
+    info.target = TransformPath(app.paths, name);
+    Require(DoesFilenameMatch({name}, info));
+    std::string path;
+    if (CreateFilename(app.paths, info, path)) Require(StaysBelow(path));
+  }
+  return 0;
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+// The whole program as main starts it, its output collected.
+
+#include <memory>
+#include <string>
+
+#include "fuzz/support.h"
+#include "main/command_factory.h"
+#include "main/run_guarded.h"
+#include "signing/manifest/manifest.h"
+
+namespace tolven::fuzz {
+
+// Runs a command line (words separated by tabs); returns its exit code.
+inline int RunProgram(const std::string& line) {
+  Arguments arguments(line);
+  const CCommandFactory factory;
+  CProcessor& processor = *CProcessor::GetTheProcessor();
+  processor.SetLogManager(std::make_unique<CAPILogMan>());
+  processor.SetCommandFactory(factory);
+  RunGuarded([&] {
+    processor.CmdLine().SetOptions(arguments.Count(), arguments.Vector());
+    processor.Run();
+  });
+  const int code = processor.ExitCode();
+  ManifestCleanup();
+  CProcessor::Destroy();
+  // An exception that is none of the program's own is a defect, whatever the file says.
+  constexpr int kUnexpected = 32, kOutOfRange = 33, kLength = 34;
+  Require(code != kUnexpected && code != kOutOfRange && code != kLength);
+  return code;
+}
+
+}  // namespace tolven::fuzz
