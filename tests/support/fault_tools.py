@@ -37,7 +37,7 @@ def options(text, **more):
 
 def scratch():
     """A directory in memory where there is one, removed in the end."""
-    made = tempfile.mkdtemp(prefix="tolven-", dir="/dev/shm" if os.access("/dev/shm", os.W_OK) else None)
+    made = tempfile.mkdtemp(prefix="stress-", dir="/dev/shm" if os.access("/dev/shm", os.W_OK) else None)
     atexit.register(shutil.rmtree, made, True)
     return made
 
