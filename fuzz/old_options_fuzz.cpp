@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Require(good ? error == 0 && text.empty() : error != 0 && !text.empty());
   if (!good) return 0;
   Require(app.targetDir.empty() || app.command == 'x');
-  Require((app.archiveName + app.includeFile + app.targetDir).find(',') == std::string::npos);
+  Require((app.archiveName + app.includeFile).find(',') == std::string::npos);
 
   app.includeFile = include.Name();
   if (!DoAOption(app, &error, &text)) {
@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FileInfo info;
     info.name = name;
     info.target = TransformPath(app.paths, name);
-    Require(DoesFilenameMatch({name}, info));
+    Require(DoesFilenameMatch(NameSelection({name}), info));
     std::string path;
     if (CreateFilename(app.paths, info, path)) Require(StaysBelow(path));
   }
