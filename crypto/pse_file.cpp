@@ -94,6 +94,7 @@ Secret ReadPseFile(const std::string& path) {
   std::size_t filled = 0;
   while (filled < content.bytes.size()) {
     const ssize_t got = read(file.fd(), content.bytes.data() + filled, content.bytes.size() - filled);
+    if (got < 0 && errno == EINTR) continue;
     if (got < 0) FailToRead(path, errno);
     if (got == 0) throw Failure(DKV_ERR_PSE_READ, "read", FullPath(path) + " became shorter.");
     filled += static_cast<std::size_t>(got);

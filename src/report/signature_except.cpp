@@ -2,8 +2,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "report/except.h"
 #include "report/code_names.h"
+#include "report/except.h"
 #include "report/show_text.h"
 
 // The two exceptions of signed archives: their texts are chosen by the codes of two libraries.

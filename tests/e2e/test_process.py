@@ -221,8 +221,8 @@ class Terminal(support.SigningTest):
         entries = archivefile.read(self.path("A"))[1]
         support.put_data(entries[0], b"changed")
         self.write("B", archivefile.archive(*map(support.pack, entries)))
-        for args in (["-tVvf", "A", "-key", "pse"], ["-dVf", "B", "-key", "pse"], ["-Svf", name, "-key", "pse"],
-                     ["-tVf", "A", "-key", "pse", "-crl", name + "/"], ["-cSf", "C", "-key", name + "/", "pse"]):
+        for args in (["-tVvf", "A", "-key", "./pse"], ["-dVf", "B", "-key", "./pse"], ["-Svf", name, "-key", "pse"],
+                     ["-tVf", "A", "-key", "./pse", "-crl", name + "/"], ["-cSf", "C", "-key", name + "/", "pse"]):
             with self.subTest(args):
                 self.write(name, archivefile.archive())
                 self.shows(args, [raw])

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "report/code_names.h"
 #include "signing/crypto/dkv_table.h"
 #include "signing/manifest/connection.h"
-#include "report/code_names.h"
 
 namespace tolven {
 

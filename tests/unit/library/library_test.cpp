@@ -40,11 +40,11 @@ TEST_F(LibraryTest, ThreadsWaitForEachOther) {
   };
   test::WriteFile("archive", ArchiveOf("file"));
   std::vector<std::jthread> threads;
-  for (const char* name : {"one", "two", "three", "four"}) {
-    std::filesystem::create_directory(name);
-    ++running;
-    threads.emplace_back(extract, m_dir / "archive", m_dir / name);
-  }
+  // All before the first call: it changes the directory that these names are relative to.
+  const std::vector<std::string> targets = {"one", "two", "three", "four"};
+  for (const std::string& name : targets) std::filesystem::create_directory(name);
+  running = static_cast<int>(targets.size());
+  for (const std::string& name : targets) threads.emplace_back(extract, m_dir / "archive", m_dir / name);
   while (running > 0) {
     const char* text = getTOLVENOutput();
     EXPECT_TRUE(text == nullptr || std::string(text).ends_with(done)) << text;
