@@ -31,7 +31,7 @@ struct Crc32Handle {
   std::uint32_t crcRegister;  // starts at 0xFFFFFFFF
   std::uint32_t position;     // inside the current segment
   std::uint32_t segmentLength;
-  std::uint32_t total;        // bytes fed so far
+  std::uint32_t total;  // bytes fed so far
 };
 
 // A new handle the caller must give to CRC32FreeHandle; null when memory is exhausted. 0 means 65536.

@@ -70,9 +70,14 @@ constexpr Side kCompress = {"CsRCompress", CsDirection::kCompress, StartCompress
 constexpr Side kDecompress = {"CsRDecompress", CsDirection::kDecompress, StartDecompress, RunDecompress,
                               false};
 
-int CheckLengths(const CsCall& call) {
+// Two empty ranges may meet, and a stream header is read before anything is written.
+int CheckBuffers(const Side& side, const CsCall& call) {
   if (call.inLen < 0 || (call.in == nullptr && call.inLen > 0)) return CS_E_IN_BUFFER_LEN;
-  return call.outLen < 0 ? CS_E_OUT_BUFFER_LEN : CS_OK;
+  if (call.outLen < 0) return CS_E_OUT_BUFFER_LEN;
+  if (call.out == nullptr && call.outLen > 0) return CS_E_NO_OUT_BUFFER;
+  const std::int32_t readFirst = call.IsStart() && !side.compresses ? CS_HEAD_SIZE : 0;
+  if (call.in == call.out && call.inLen > readFirst && call.outLen > 0) return CS_E_SAME_BUFFER;
+  return CS_OK;
 }
 
 // A call that goes on with a stream: whether what the last call asked for is there. CS_OK lets the coder run;
@@ -84,7 +89,7 @@ int CheckContinuation(const CsContext& context, const Side& side, const CsCall& 
     return CS_E_NO_STAGING;
   }
   if (context.lastResult < 0) return context.lastResult;
-  if (const int refused = CheckLengths(call); refused != CS_OK) return refused;
+  if (const int refused = CheckBuffers(side, call); refused != CS_OK) return refused;
   if (context.lastResult == CS_END_OF_STREAM && call.inLen == 0) return CS_END_OF_STREAM;
   if (context.framed && !staged) {
     CsTPrintf("ERROR: %s: internal buffer is not initialised\n", side.name);
@@ -107,7 +112,7 @@ int StartStream(CsContext& context, const Side& side, const CsCall& call) {
   context.direction = side.direction;
   context.lastResult = CS_OK;
   const int refused = side.start(context, call);
-  return refused != CS_OK ? refused : CheckLengths(call);
+  return refused != CS_OK ? refused : CheckBuffers(side, call);
 }
 
 int RunStream(CsContext& context, const Side& side, CsCall& call) {
@@ -156,7 +161,6 @@ int RunTraced(CsContext& context, const Side& side, int handle, CsCall& call) {
   const int result = RunStream(context, side, call);
   if (result >= 0) TraceChecksums(context, side, call);
   if (lines) CsTPrintf("<<%s: rc = %d\n", side.name, result);
-  if (result == CS_END_OF_STREAM) ReleaseStream(context);
   return result;
 }
 
@@ -170,6 +174,8 @@ int Call(const Side& side, int handle, CsCall call, std::int32_t* read, std::int
   constexpr int kPerCall = kTraceLines | kTraceDumps;
   const int result = (CsTraceLevel() & kPerCall) == 0 ? RunStream(*context, side, call)
                                                       : RunTraced(*context, side, handle, call);
+  // Not before the trace has had its lines from the checksums.
+  if (result == CS_END_OF_STREAM) ReleaseStream(*context);
   *read = call.read;
   *written = call.written;
   return result;

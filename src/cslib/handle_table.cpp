@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <new>
 #include <system_error>
@@ -15,21 +16,20 @@
 namespace tolven {
 namespace {
 
-constexpr std::size_t kFirstFreeSlot = 2;  // below: the fixed handles
-constexpr std::int32_t kKeepUses = 9;      // a context used more often than this may outlive its handle
-constexpr std::int32_t kKeepAllSum = 257;  // below this sum every such context is kept
-constexpr int kKeepShareShift = 7;         // above it only those with 1/128 of all uses
+constexpr std::size_t kFirstFreeSlot = 2;   // below: the fixed handles
+constexpr std::uint32_t kKeepUses = 9;      // a context used more often than this may outlive its handle
+constexpr std::uint32_t kKeepAllSum = 257;  // below this sum every such context is kept
+constexpr int kKeepShareShift = 7;          // above it only those with 1/128 of all uses
 
 struct Slot {
   std::unique_ptr<CsContext> context;
   bool inUse = false;
-  std::int32_t uses = 0;
 };
 
 struct Table {
   std::mutex mutex;  // guards everything below; a slot in use is also read by its owner, without the lock
   std::array<Slot, CS_MAX_HANDLES> slots;
-  std::int32_t sumOfUses = 0;
+  HandleUses uses;
 };
 
 constinit Table g_table;
@@ -49,16 +49,6 @@ int Locked(Work work) {
   if (const int failed = ThrCSLock(lock); failed != CS_OK) return failed;
   work();
   return ThrCSUnlock(lock);
-}
-
-// Under the lock. A sum that has run over starts all counters anew.
-void CountUse(Slot& slot) {
-  if (g_table.sumOfUses < 0) {
-    for (Slot& each : g_table.slots) each.uses = 0;
-    g_table.sumOfUses = 0;
-  }
-  ++slot.uses;
-  g_table.sumOfUses = static_cast<std::int32_t>(static_cast<std::uint32_t>(g_table.sumOfUses) + 1);
 }
 
 // The slot is marked in use, so it is this thread's own; only handing the context in needs the lock.
@@ -84,9 +74,7 @@ int ProvideContext(Slot& slot) {
 // Under the lock. Contexts of often used handles stay for the next owner, which saves setting up the coders
 // anew.
 bool KeepsContext(std::size_t index) {
-  const Slot& slot = g_table.slots[index];
-  if (index < kFirstFreeSlot || !g_table.slots[index - 1].context || slot.uses <= kKeepUses) return false;
-  return g_table.sumOfUses < kKeepAllSum || slot.uses >= g_table.sumOfUses >> kKeepShareShift;
+  return index >= kFirstFreeSlot && g_table.slots[index - 1].context && g_table.uses.Often(index);
 }
 
 int Release(std::size_t index) {
@@ -99,6 +87,20 @@ int Release(std::size_t index) {
 }
 
 }  // namespace
+
+void HandleUses::Count(std::size_t slot) {
+  if (sum > std::numeric_limits<std::int32_t>::max()) {
+    ofSlot.fill(0);
+    sum = 0;
+  }
+  ++ofSlot[slot];
+  ++sum;
+}
+
+bool HandleUses::Often(std::size_t slot) const {
+  if (ofSlot[slot] <= kKeepUses) return false;
+  return sum < kKeepAllSum || ofSlot[slot] >= sum >> kKeepShareShift;
+}
 
 int ThrCSLock(std::unique_lock<std::mutex>& lock) {
   try {
@@ -137,7 +139,7 @@ int CsSearchNewHandle() {
   if (index == CS_MAX_HANDLES) return CS_E_NO_HANDLE;
   Slot& slot = g_table.slots[index];
   if (const int context = ProvideContext(slot); context < 0) return context;
-  locked = Locked([&] { CountUse(slot); });
+  locked = Locked([&] { g_table.uses.Count(index); });
   return locked == CS_OK ? static_cast<int>(index) + CS_FIRST_HANDLE : locked;
 }
 
@@ -154,7 +156,7 @@ int CsOpenHandle(int handle) {
     if (slot.inUse) return;
     slot.inUse = true;
     opened = true;
-    CountUse(slot);
+    g_table.uses.Count(SlotOf(handle));
   });
   if (locked != CS_OK) return locked;
   return opened ? ProvideContext(slot) : CS_OK;

@@ -22,7 +22,8 @@ LzcDecompressStatePtr NewLzcDecompressState();
 
 // One call of an LZC stream (arguments and results as CsRCompress and CsRDecompress).
 int CsRComprLZC(LzcCompressState& state, std::int32_t total, const std::uint8_t* in, std::int32_t inLen,
-                std::uint8_t* out, std::int32_t outLen, int options, std::int32_t* read, std::int32_t* written);
+                std::uint8_t* out, std::int32_t outLen, int options, std::int32_t* read,
+                std::int32_t* written);
 int CsRDecomprLZC(LzcDecompressState& state, const std::uint8_t* in, std::int32_t inLen, std::uint8_t* out,
                   std::int32_t outLen, int options, std::int32_t* read, std::int32_t* written);
 

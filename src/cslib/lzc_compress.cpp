@@ -23,6 +23,7 @@ constexpr std::size_t kOutMargin = kStepBytes + CodePacker::kSlack;
 }  // namespace lzc
 
 struct LzcCompressState {
+  int refusal = CS_E_NO_STAGING;  // why there is no stream to go on with; CS_OK while there is one
   lzc::Dictionary dictionary;
   lzc::CodePacker packer;
   std::uint32_t maxCode;
@@ -195,12 +196,16 @@ int CsRComprLZC(LzcCompressState& state, std::int32_t total, const std::uint8_t*
                 std::int32_t* written) {
   *read = *written = 0;
   const bool start = (options & CS_INIT) != 0;
-  if (const int refused = lzc::CheckCall(state, in, inLen, out, outLen, start); refused != CS_OK)
+  if (!start && state.refusal != CS_OK) return state.refusal;
+  if (const int refused = lzc::CheckCall(state, in, inLen, out, outLen, start); refused != CS_OK) {
+    if (start) state.refusal = refused;
     return refused;
+  }
   std::uint8_t* to = out;
   if (start) {
     // Unlike LZH, a stream of no bytes does not exist: there would be no first code.
-    if (total < 1) return CS_E_INVALID_LEN;
+    state.refusal = total < 1 ? CS_E_INVALID_LEN : CS_OK;
+    if (state.refusal != CS_OK) return state.refusal;
     const auto algorithm = static_cast<std::uint8_t>((options & CS_CHECKSUM) | 0x10 | CS_ALG_CODE_LZC);
     CsRSetHead(out, total, algorithm, lzc::kWriteMaxBits | lzc::kBlockMode);
     to += CS_HEAD_SIZE;

@@ -8,6 +8,7 @@
 #include "cslib/cslib.h"
 #include "cslib/lzc.h"
 #include "cslib/lzc_format.h"
+#include "cslib/stream_header.h"
 
 namespace tolven {
 namespace lzc {
@@ -73,6 +74,7 @@ struct Output {
 }  // namespace lzc
 
 struct LzcDecompressState {
+  int refusal = CS_E_NO_STAGING;  // why there is no stream to go on with; CS_OK while there is one
   std::array<lzc::String, lzc::kMaxCodes> strings;
   std::uint64_t bits;  // taken from the input and not used; between calls less than a code
   unsigned bitCount;
@@ -281,9 +283,8 @@ int Run(LzcDecompressState& state, Input& in, Output& out) {
 // Reads the stream header; CS_OK or a negative code.
 int StartCall(LzcDecompressState& state, const std::uint8_t* header, std::int32_t inLen) {
   if (inLen < CS_HEAD_SIZE) return CS_E_IN_BUFFER_LEN;
-  const std::int32_t total = CsRGetLen(header);
-  if (total == CS_E_FILENOTCOMPRESSED) return total;
-  if (total < 0) return CS_E_INVALID_LEN;
+  std::int32_t total = 0;
+  if (const int refused = ReadDeclaredLength(header, &total); refused != CS_OK) return refused;
   const std::uint8_t parameter = header[CS_HEAD_SIZE - 1];
   const int maxBits = parameter & kMaxBitsMask;
   if (maxBits < kInitBits || maxBits > kReadMaxBits) return CS_E_MAXBITS;
@@ -322,11 +323,15 @@ int CsRDecomprLZC(LzcDecompressState& state, const std::uint8_t* in, std::int32_
                   std::int32_t outLen, int options, std::int32_t* read, std::int32_t* written) {
   *read = *written = 0;
   const bool start = (options & CS_INIT) != 0;
-  if (const int refused = lzc::CheckCall(state, in, inLen, out, outLen, start); refused != CS_OK)
+  if (!start && state.refusal != CS_OK) return state.refusal;
+  if (const int refused = lzc::CheckCall(state, in, inLen, out, outLen, start); refused != CS_OK) {
+    if (start) state.refusal = refused;
     return refused;
+  }
   lzc::Input input{in, in == nullptr ? in : in + inLen};
   if (start) {
-    if (const int refused = lzc::StartCall(state, in, inLen); refused != CS_OK) return refused;
+    state.refusal = lzc::StartCall(state, in, inLen);
+    if (state.refusal != CS_OK) return state.refusal;
     input.at += CS_HEAD_SIZE;
     if (input.at == input.end && state.total > 0) {
       *read = CS_HEAD_SIZE;
@@ -336,6 +341,7 @@ int CsRDecomprLZC(LzcDecompressState& state, const std::uint8_t* in, std::int32_
   const std::int32_t room = std::min(outLen, state.total - state.produced);
   lzc::Output output{out, out == nullptr ? out : out + room};
   const int result = lzc::Run(state, input, output);
+  if (result < 0) state.refusal = result;
   *read = static_cast<std::int32_t>(input.at - in);
   *written = static_cast<std::int32_t>(output.at - out);
   return result;

@@ -9,6 +9,7 @@
 #include "cslib/cslib.h"
 #include "cslib/lzh_decompress_fast.h"
 #include "cslib/lzh_decompress_state.h"
+#include "cslib/stream_header.h"
 
 namespace tolven {
 namespace lzh {
@@ -186,7 +187,7 @@ int Decoder::DecodeSymbols() {
   while (s_.phase == LzhPhase::kSymbols) {
     const std::size_t room = std::min<std::size_t>(c_.Room(), Undelivered());
     if (WorthDecodingFast(c_, room)) {
-      const FastExit exit = DecodeFast(s_, c_, room);
+      const FastExit exit = s_.decodeFast(s_, c_, room);
       if (exit == FastExit::kBlockDone) return EndBlock();
       if (exit == FastExit::kDistance) {
         s_.phase = LzhPhase::kDistance;
@@ -324,16 +325,10 @@ int StartStream(LzhDecompressState& state, const std::uint8_t* in, std::int32_t 
   state.phase = LzhPhase::kFailed;
   state.failure = CS_E_IN_BUFFER_LEN;
   if (inLen < CS_HEAD_SIZE) return state.failure;
-  // The sign bit is looked at apart: with it, a length could look like the code for a bad magic.
-  std::array<std::uint8_t, CS_HEAD_SIZE> header;
-  std::copy_n(in, header.size(), header.begin());
-  const bool negative = (header[3] & 0x80U) != 0;
-  header[3] &= 0x7FU;
-  const std::int32_t length = CsRGetLen(header.data());
-  state.failure = length < 0 ? static_cast<int>(length) : CS_E_INVALID_LEN;
-  if (length < 0 || negative) return state.failure;
+  std::int32_t length = 0;
+  state.failure = ReadDeclaredLength(in, &length);
+  if (state.failure != CS_OK) return state.failure;
   state.phase = LzhPhase::kPreambleCount;
-  state.failure = CS_OK;
   state.declared = static_cast<std::uint32_t>(length);
   state.total = 0;
   state.bits = 0;

@@ -191,25 +191,12 @@ constexpr std::size_t kOutMargin = kMaxLiterals + kMaxMatch + kRun - 1;
   return leave(FastExit::kEdge);
 }
 
-FastExit DecodePlain(LzhDecompressState& state, Cursor& cursor, std::size_t room) {
-  return DecodeLoop(state, cursor, room);
-}
-
-using DecodeFunction = FastExit (*)(LzhDecompressState&, Cursor&, std::size_t);
-
 #if defined(__x86_64__)
 // The same with shifts and masks by a variable count in one instruction each.
 [[gnu::target("bmi,bmi2")]] FastExit DecodeBmi2(LzhDecompressState& state, Cursor& cursor, std::size_t room) {
   return DecodeLoop(state, cursor, room);
 }
 
-DecodeFunction FastestDecode() {
-  return __builtin_cpu_supports("bmi2") != 0 ? DecodeBmi2 : DecodePlain;
-}
-#else
-DecodeFunction FastestDecode() {
-  return DecodePlain;
-}
 #endif
 
 }  // namespace
@@ -218,9 +205,15 @@ bool WorthDecodingFast(const Cursor& cursor, std::size_t room) {
   return cursor.InLeft() >= kInMargin && room >= kOutMargin;
 }
 
-FastExit DecodeFast(LzhDecompressState& state, Cursor& cursor, std::size_t room) {
-  static const DecodeFunction decode = FastestDecode();
-  return decode(state, cursor, room);
+FastExit DecodePortable(LzhDecompressState& state, Cursor& cursor, std::size_t room) {
+  return DecodeLoop(state, cursor, room);
+}
+
+FastDecoder FastestDecoder() {
+#if defined(__x86_64__)
+  if (__builtin_cpu_supports("bmi2") != 0) return DecodeBmi2;
+#endif
+  return DecodePortable;
 }
 
 }  // namespace tolven::lzh

@@ -32,7 +32,40 @@ enum class LzhPhase {
   kFailed,    // `failure` says why; nothing more can be read
 };
 
+struct LzhDecompressState;
+
+namespace lzh {
+
+// The input and output of one call.
+struct Cursor {
+  const std::uint8_t* in;
+  const std::uint8_t* inEnd;
+  std::uint8_t* out;
+  std::uint8_t* outBegin;
+  std::uint8_t* outEnd;
+  std::uint64_t bits;  // above `bitCount` either zeros or the bits that follow in the input
+  unsigned bitCount;
+
+  [[nodiscard]] std::size_t InLeft() const { return static_cast<std::size_t>(inEnd - in); }
+  [[nodiscard]] std::size_t Room() const { return static_cast<std::size_t>(outEnd - out); }
+  [[nodiscard]] std::size_t Produced() const { return static_cast<std::size_t>(out - outBegin); }
+};
+
+enum class FastExit {
+  kEdge,       // near an edge of input or output, or at a code that only the careful path may judge
+  kBlockDone,  // the end-of-block code has been taken
+  kDistance,   // state.length is known, the distance code is next and reaches too far or does not exist
+};
+
+// The fast loop exists once for every machine and once for those with BMI2; both give the same.
+using FastDecoder = FastExit (*)(LzhDecompressState& state, Cursor& cursor, std::size_t room);
+
+FastDecoder FastestDecoder();
+
+}  // namespace lzh
+
 struct LzhDecompressState {
+  lzh::FastDecoder decodeFast = lzh::FastestDecoder();  // tests put the portable one here
   LzhPhase phase = LzhPhase::kFailed;
   int failure = CS_E_NO_STAGING;  // no stream was started yet
 
@@ -62,21 +95,6 @@ struct LzhDecompressState {
 };
 
 namespace lzh {
-
-// The input and output of one call.
-struct Cursor {
-  const std::uint8_t* in;
-  const std::uint8_t* inEnd;
-  std::uint8_t* out;
-  std::uint8_t* outBegin;
-  std::uint8_t* outEnd;
-  std::uint64_t bits;  // above `bitCount` either zeros or the bits that follow in the input
-  unsigned bitCount;
-
-  [[nodiscard]] std::size_t InLeft() const { return static_cast<std::size_t>(inEnd - in); }
-  [[nodiscard]] std::size_t Room() const { return static_cast<std::size_t>(outEnd - out); }
-  [[nodiscard]] std::size_t Produced() const { return static_cast<std::size_t>(out - outBegin); }
-};
 
 // Eight bytes, the first one lowest.
 inline std::uint64_t LoadLittleEndian64(const std::uint8_t* bytes) {

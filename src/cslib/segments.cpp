@@ -204,6 +204,7 @@ int DecodeSegment(CsContext& context, CsCall& call) {
   Consume(reader, call, static_cast<std::uint32_t>(inner.read));
   reader.coderHolds = result == CS_END_OUTBUFFER;
   if (result == CS_END_OF_STREAM) reader.state = SegmentReader::State::kRest;
+  if (result == CS_OK) reader.state = SegmentReader::State::kShortEnd;
   return result;
 }
 
@@ -224,7 +225,6 @@ int CheckTrailer(CsContext& context) {
     CsTPrintf("ERROR: CsRDecompress: CRC check for original data failed: data CRC = %8x\n", crc);
     return CS_E_CHECKSUM;
   }
-  ReleaseStream(context);
   return CS_END_OF_STREAM;
 }
 
@@ -249,6 +249,8 @@ int DecodeSegments(CsContext& context, CsCall& call) {
         break;
       case SegmentReader::State::kTrailer:
         return Gather(reader, call) ? CheckTrailer(context) : CS_END_INBUFFER;
+      case SegmentReader::State::kShortEnd:
+        return CS_OK;
     }
   }
 }
@@ -289,10 +291,7 @@ int CompressSegments(CsContext& context, CsCall& call) {
   bool starved = false;
   for (;;) {
     if (!Drain(writer, call)) return CS_END_OUTBUFFER;
-    if (writer.trailerMade) {
-      ReleaseStream(context);
-      return CS_END_OF_STREAM;
-    }
+    if (writer.trailerMade) return CS_END_OF_STREAM;
     if (writer.coderDone) {
       MakeTrailer(context);
     } else if (starved) {
@@ -315,7 +314,8 @@ int DecompressSegments(CsContext& context, CsCall& call) {
     call.read = CS_HEAD_SIZE;
     if (result == CS_END_OF_STREAM) context.segmentReader->state = SegmentReader::State::kTrailer;
     if (call.inLen == CS_HEAD_SIZE) return CS_END_INBUFFER;
-    if (call.outLen == 0) return CS_END_OUTBUFFER;
+    // Of an empty stream there is nothing to make room for.
+    if (call.outLen == 0 && CsRGetLen(call.in) > 0) return CS_END_OUTBUFFER;
   }
   return DecodeSegments(context, call);
 }

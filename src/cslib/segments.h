@@ -37,7 +37,13 @@ struct SegmentWriter {
 };
 
 struct SegmentReader {
-  enum class State : std::uint8_t { kHead, kData, kRest, kTrailer };
+  enum class State : std::uint8_t {
+    kHead,
+    kData,
+    kRest,
+    kTrailer,
+    kShortEnd,  // the last block ended before the declared length: nothing more can come
+  };
 
   std::array<std::uint8_t, kSegmentHeadSize> staging;  // segment header or trailer, gathered across calls
   std::int32_t fill = 0;

@@ -1,6 +1,8 @@
 // The 8 bytes in front of every compressed stream: length (4, little-endian), version and algorithm (1),
 // magic (2), parameter of the algorithm (1).
 
+#include "cslib/stream_header.h"
+
 #include "cslib/cslib.h"
 
 namespace tolven {
@@ -14,16 +16,27 @@ constexpr int length = 0, versionAlgorithm = 4, magic = 5, parameter = 7, end = 
 }
 static_assert(HeaderField::end == CS_HEAD_SIZE);
 
-}  // namespace
+bool HasMagic(const std::uint8_t* header) {
+  return header[HeaderField::magic] == kMagic0 && header[HeaderField::magic + 1] == kMagic1;
+}
 
-std::int32_t CsRGetLen(const std::uint8_t* header) {
-  if (header[HeaderField::magic] != kMagic0 || header[HeaderField::magic + 1] != kMagic1) {
-    return CS_E_FILENOTCOMPRESSED;
-  }
+std::int32_t Length(const std::uint8_t* header) {
   std::uint32_t length = 0;
   for (int i = 3; i >= 0; --i) length = length << 8 | header[HeaderField::length + i];
-  // A length above 2^31 - 1 comes out negative; the start call of a decompressor refuses it.
   return static_cast<std::int32_t>(length);
+}
+
+}  // namespace
+
+int ReadDeclaredLength(const std::uint8_t* header, std::int32_t* length) {
+  if (!HasMagic(header)) return CS_E_FILENOTCOMPRESSED;
+  *length = Length(header);
+  return *length < 0 ? CS_E_INVALID_LEN : CS_OK;
+}
+
+// A length above 2^31 - 1 comes out negative, and one of them as the very code for a bad magic.
+std::int32_t CsRGetLen(const std::uint8_t* header) {
+  return HasMagic(header) ? Length(header) : CS_E_FILENOTCOMPRESSED;
 }
 
 int CsRGetVersion(const std::uint8_t* header) {

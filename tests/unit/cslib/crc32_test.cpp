@@ -22,7 +22,8 @@ Bytes RandomBytes(std::size_t count, unsigned seed) {
   return bytes;
 }
 
-// zlib inverts before and after; the raw register is wanted here. A null pointer means "initial value" to zlib.
+// zlib inverts before and after; the raw register is wanted here. A null pointer means "initial value" to
+// zlib.
 std::uint32_t ZlibRegister(std::uint32_t crc, const std::uint8_t* bytes, std::size_t count) {
   if (count == 0) return crc;
   return ~static_cast<std::uint32_t>(::crc32(~crc, bytes, static_cast<uInt>(count)));

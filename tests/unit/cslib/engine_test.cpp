@@ -58,6 +58,14 @@ TEST(StreamHeader, KeepsItsEightBytes) {
   EXPECT_EQ(untouched, Bytes(CS_HEAD_SIZE, 7));
 }
 
+// A length field that reads as -50.
+Bytes OddLength(int algorithm) {
+  Bytes header = Header(0, algorithm, 0x8D);
+  header[0] = 0xCE;
+  std::fill_n(header.begin() + 1, 3, std::uint8_t{0xFF});
+  return header;
+}
+
 struct RefusedStart {
   const char* what;
   bool compress;
@@ -89,6 +97,9 @@ TEST(EngineCalls, RefuseStartsThatCannotWork) {
       {"algorithm 7, framed", false, 1, 0, Header(5, 0x1F, 2), 100, -21},
       {"bad magic", false, 1, 0, badMagic, 100, -50},
       {"length of 2 GiB", false, 1, 0, negative, 100, -13},
+      {"length like the code for bad magic, LZH", false, 1, 0, OddLength(0x12), 100, -13},
+      {"length like the code for bad magic, LZC", false, 1, 0, OddLength(0x11), 100, -13},
+      {"length like the code for bad magic, framed", false, 1, 0, OddLength(0x19), 100, -13},
   };
   for (const RefusedStart& row : table) {
     const TestHandle handle;
@@ -207,14 +218,47 @@ TEST(EngineCalls, StartForgetsAnAbandonedStream) {
   }
 }
 
-TEST(EngineCalls, RefuseNegativeLengths) {
+TEST(EngineCalls, RefuseBuffersThatCannotBeMeant) {
+  struct Row {
+    const char* what;
+    bool noIn;
+    std::int32_t inLen;
+    int out;  // 0: none, 1: one of its own, 2: the input
+    std::int32_t outLen;
+    int expected;
+  };
+  const Row table[] = {
+      {"negative input length", false, -1, 1, 50, -11}, {"no input, but a length", true, 20, 1, 50, -11},
+      {"negative room", false, 20, 1, -1, -10},         {"no output, but room", false, 20, 0, 50, -15},
+      {"output over the input", false, 20, 2, 50, -14},
+  };
   const TestHandle handle;
-  Bytes byte(100);
-  std::int32_t read = 0, written = 0;
-  EXPECT_EQ(CsRCompress(handle, 5, byte.data(), -1, byte.data() + 50, 50, 1 | kLzh, &read, &written), -11);
-  EXPECT_EQ(CsRCompress(handle, 5, nullptr, 1, byte.data() + 50, 50, 1 | kLzh, &read, &written), -11);
-  EXPECT_EQ(CsRCompress(handle, 5, byte.data(), 1, byte.data() + 50, -1, 1 | kLzh, &read, &written), -10);
-  EXPECT_EQ(CsRDecompress(handle, byte.data(), -1, byte.data() + 50, 50, 1, &read, &written), -11);
+  for (const int options : {kLzh, kLzc, kLzh | CS_CHECKSUM, kLzc | CS_CHECKSUM}) {
+    const Bytes stream = CompressPieces(handle, Bytes(200, 'a'), options, 200, 500).out;
+    for (const Row& row : table) {
+      for (const bool compress : {true, false}) {
+        for (const bool start : {true, false}) {
+          Bytes in(100), out(100);
+          std::int32_t read = 0, written = 0;
+          const auto call = [&](const std::uint8_t* from, std::int32_t inLen, std::uint8_t* to,
+                                std::int32_t outLen, bool first) {
+            return compress
+                       ? CsRCompress(handle, 100, from, inLen, to, outLen, options | first, &read, &written)
+                       : CsRDecompress(handle, from, inLen, to, outLen, first ? 1 : 0, &read, &written);
+          };
+          std::copy_n(stream.begin(), 20, in.begin());
+          if (!start) {
+            ASSERT_EQ(call(in.data(), compress ? 0 : 8, out.data(), 100, true), 3) << row.what;
+          }
+          std::uint8_t* const outs[] = {nullptr, out.data(), in.data()};
+          EXPECT_EQ(call(row.noIn ? nullptr : in.data(), row.inLen, outs[row.out], row.outLen, start),
+                    row.expected)
+              << row.what << (compress ? ", compress " : ", decompress ") << options << start;
+          EXPECT_EQ(read + written, 0) << row.what;
+        }
+      }
+    }
+  }
 }
 
 // --- The handle table
@@ -277,6 +321,18 @@ TEST(HandleTable, KeepsTheContextsOfOftenUsedHandles) {
   CsRCloseHandle(kSlot - 1);
 }
 
+TEST(HandleTable, UseCountsStartAnewBeforeTheyRunOver) {
+  HandleUses uses;
+  uses.sum = uses.ofSlot[5] = 0x7FFFFFFF;
+  uses.Count(5);
+  EXPECT_EQ(uses.ofSlot[5], 0x80000000U);
+  EXPECT_TRUE(uses.Often(5));
+  uses.Count(7);
+  EXPECT_EQ(uses.ofSlot[5], 0U);
+  EXPECT_EQ(uses.ofSlot[7], 1U);
+  EXPECT_EQ(uses.sum, 1U);
+}
+
 TEST(HandleTable, AKeptContextStartsClean) {
   constexpr int kSlot = CS_FIRST_HANDLE + 800;
   ASSERT_GE(CsOpenHandle(kSlot - 1), 0);
@@ -336,6 +392,52 @@ TEST(EntryPoints, MakeAndReadAStream) {
   EXPECT_EQ(_CsInitCompr(header.data(), -1, 3), -13);
   header[5] = 0;
   EXPECT_EQ(_CsInitDecompr(header.data()), -21);
+}
+
+std::string g_lines;
+
+// What the calls print with the given level.
+template <typename Calls>
+std::string Traced(int level, Calls calls) {
+  g_lines.clear();
+  CsSetTrace(level, [](const char* text) { g_lines += text; });
+  calls();
+  CsSetTrace(0, nullptr);
+  return g_lines;
+}
+
+TEST(Trace, EveryCallThatWorkedHasItsLines) {
+  const Bytes data(1000, 'a');
+  const auto count = [](const std::string& text, const std::string& part) {
+    int found = 0;
+    for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++found;
+    return found;
+  };
+  for (const int options : {kLzh, kLzc, kLzh | CS_CHECKSUM, kLzc | CS_CHECKSUM}) {
+    const TestHandle handle;
+    Bytes stream;
+    const std::string packing =
+        Traced(1 | 4, [&] { stream = CompressPieces(handle, data, options, 400, 700).out; });
+    const std::string unpacking =
+        Traced(1 | 4, [&] { EXPECT_EQ(DecompressPieces(handle, stream, 30, 700).out, data); });
+    for (const std::string& text : {packing, unpacking}) {
+      const int calls = count(text, ">>CsR");
+      EXPECT_GT(calls, 1);
+      for (const char* line : {"    user: inlen = ", "    data: position = ", "    stream: position = ",
+                               "    compressed: ", "    uncompressed: ", "<<CsR"}) {
+        EXPECT_EQ(count(text, line), calls) << line << options;
+      }
+      // The last lines tell of the whole stream.
+      EXPECT_GE(count(text, "    data: position = 1000 "), 1) << options;
+    }
+  }
+  Bytes header(CS_HEAD_SIZE);
+  EXPECT_NE(Traced(16, [&] { _CsInitComprEx(header.data(), 5, 3, "f.c", 7); })
+                .find("CS: f.c(7): CsInitCompr:  rc = 0\n"),
+            std::string::npos);
+  EXPECT_NE(
+      Traced(1, [&] { _CsInitCompr(header.data(), 5, 4); }).find("ERROR: CsRCompress: Unknow Algorithmus."),
+      std::string::npos);
 }
 
 }  // namespace

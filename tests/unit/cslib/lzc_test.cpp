@@ -316,9 +316,13 @@ TEST(LzcCalls, RefuseBadArguments) {
   Bytes out(6000);
   std::int32_t r = 0, w = 0;
   std::uint8_t* const o = out.data();
+  // Before any start call, and behind one that was refused.
+  EXPECT_EQ(CsRComprLZC(*packer, 9, buffer.data(), 9, o, 100, 0, &r, &w), -71);
+  EXPECT_EQ(CsRDecomprLZC(*unpacker, stream.data(), 100, o, 100, 0, &r, &w), -71);
   EXPECT_EQ(CsRComprLZC(*packer, 9, buffer.data(), -1, o, 100, 1, &r, &w), -11);
   EXPECT_EQ(CsRComprLZC(*packer, 9, buffer.data(), 9, o, 7, 1, &r, &w), -10);
   EXPECT_EQ(CsRComprLZC(*packer, 0, buffer.data(), 9, o, 100, 1, &r, &w), -13);
+  EXPECT_EQ(CsRComprLZC(*packer, 9, buffer.data(), 9, o, 100, 0, &r, &w), -13);
   EXPECT_EQ(CsRComprLZC(*packer, 9, buffer.data(), 9, nullptr, 100, 1, &r, &w), -15);
   EXPECT_EQ(CsRComprLZC(*packer, 9, o, 9, o, 100, 1, &r, &w), -14);
   EXPECT_EQ(CsRComprLZC(*packer, 9, nullptr, 0, o, 8, 1, &r, &w), 3);
@@ -327,6 +331,7 @@ TEST(LzcCalls, RefuseBadArguments) {
   EXPECT_EQ(CsRComprLZC(*packer, 3000, stream.data(), 1, o, 0, 0, &r, &w), -10) << "bytes are pending";
 
   EXPECT_EQ(CsRDecomprLZC(*unpacker, stream.data(), 7, o, 100, 1, &r, &w), -11);
+  EXPECT_EQ(CsRDecomprLZC(*unpacker, stream.data(), 100, o, 100, 0, &r, &w), -11);
   EXPECT_EQ(CsRDecomprLZC(*unpacker, stream.data(), -1, o, 100, 1, &r, &w), -11);
   EXPECT_EQ(CsRDecomprLZC(*unpacker, stream.data(), 100, nullptr, 100, 1, &r, &w), -15);
   EXPECT_EQ(CsRDecomprLZC(*unpacker, o, 100, o, 100, 1, &r, &w), -14);

@@ -8,6 +8,7 @@
 #include "cslib/cslib.h"
 #include "cslib/guarded_buffer.h"
 #include "cslib/lzh_decompress.h"
+#include "cslib/lzh_decompress_fast.h"
 #include "cslib/lzh_test_streams.h"
 
 namespace tolven::lzhtest {
@@ -17,8 +18,16 @@ struct Outcome {
   Bytes out;
 };
 
+// With the fast loop of this machine, or with the one for any machine.
+enum class FastLoop { kFastest, kPortable };
+inline constexpr FastLoop kFastLoops[] = {FastLoop::kFastest, FastLoop::kPortable};
+
 class Driver {
  public:
+  explicit Driver(FastLoop loop = FastLoop::kFastest) {
+    if (loop == FastLoop::kPortable) state_->decodeFast = lzh::DecodePortable;
+  }
+
   // One call with the next `inLen` bytes, which should end where their buffer ends.
   int Call(const std::uint8_t* in, std::size_t inLen, std::size_t room) {
     std::uint8_t* const output = output_.Take(room);

@@ -26,12 +26,15 @@ Lengths Only(std::size_t symbols, std::initializer_list<std::pair<std::size_t, s
 
 // Decodes whole, byte by byte, and with one byte of room; all must come to the same end as the reference.
 void ExpectAgreement(Driver& driver, const Bytes& stream, const char* what) {
+  static Driver portable(FastLoop::kPortable);
   const Outcome expected = Reference::Decode(stream);
   for (const auto& [piece, room] :
        {std::pair<std::size_t, std::size_t>{1 << 20, 70000}, {1, 70000}, {1 << 20, 1}, {13, 97}}) {
-    const Outcome outcome = driver.Decode(stream, piece, room);
-    ASSERT_EQ(outcome.rc, expected.rc) << what << ' ' << piece << ' ' << room;
-    ASSERT_TRUE(outcome.out == expected.out) << what << ' ' << piece << ' ' << room;
+    for (Driver* each : {&driver, &portable}) {
+      const Outcome outcome = each->Decode(stream, piece, room);
+      ASSERT_EQ(outcome.rc, expected.rc) << what << ' ' << piece << ' ' << room;
+      ASSERT_TRUE(outcome.out == expected.out) << what << ' ' << piece << ' ' << room;
+    }
   }
 }
 

@@ -65,8 +65,11 @@ Bytes LongCodes(std::uint8_t literalBits, unsigned seed) {
   return stream;
 }
 
-TEST(LzhMargins, LongCodesInARow) {
-  Driver driver;
+class LzhMargins : public ::testing::TestWithParam<FastLoop> {};
+INSTANTIATE_TEST_SUITE_P(FastLoops, LzhMargins, ::testing::ValuesIn(kFastLoops));
+
+TEST_P(LzhMargins, LongCodesInARow) {
+  Driver driver(GetParam());
   for (unsigned seed = 0; seed < 60; ++seed) {
     const Bytes stream = LongCodes(seed % 2 == 0 ? 11 : 15, seed);
     const Outcome expected = Reference::Decode(stream);
@@ -79,8 +82,8 @@ TEST(LzhMargins, LongCodesInARow) {
   }
 }
 
-TEST(LzhMargins, InputThatEndsAnywhereAmongLongCodes) {
-  Driver driver;
+TEST_P(LzhMargins, InputThatEndsAnywhereAmongLongCodes) {
+  Driver driver(GetParam());
   for (const std::uint8_t literalBits : {std::uint8_t{11}, std::uint8_t{15}}) {
     const Bytes stream = LongCodes(literalBits, 1);
     const Outcome expected = Reference::Decode(stream);
@@ -93,8 +96,8 @@ TEST(LzhMargins, InputThatEndsAnywhereAmongLongCodes) {
   }
 }
 
-TEST(LzhMargins, RoomThatEndsAnywhereAmongLongMatches) {
-  Driver driver;
+TEST_P(LzhMargins, RoomThatEndsAnywhereAmongLongMatches) {
+  Driver driver(GetParam());
   for (const std::size_t period : {1U, 2U, 7U, 8U, 39U, 40U, 1000U}) {
     const Bytes data = Periodic(200000, period);
     const Bytes stream = *ZlibStream(data);

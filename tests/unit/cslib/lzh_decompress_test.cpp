@@ -28,7 +28,7 @@ constexpr Sample kSamples[] = {
 };
 
 TEST(LzhDecompress, WholeStreamsOfEveryStrategyAndSize) {
-  Driver driver;
+  Driver driver, portable(FastLoop::kPortable);
   int decoded = 0;
   for (const Sample& sample : kSamples) {
     for (const std::size_t size : kSizes) {
@@ -39,6 +39,7 @@ TEST(LzhDecompress, WholeStreamsOfEveryStrategyAndSize) {
         const Outcome outcome = driver.Decode(*stream, 1 << 20, 1 << 20);
         ASSERT_EQ(outcome.rc, CS_END_OF_STREAM) << sample.name << ' ' << size << ' ' << strategy;
         ASSERT_TRUE(outcome.out == data) << sample.name << ' ' << size << ' ' << strategy;
+        ASSERT_TRUE(portable.Decode(*stream, 1 << 20, 1 << 20).out == data) << sample.name << ' ' << size;
         ++decoded;
       }
     }

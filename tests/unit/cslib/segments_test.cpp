@@ -81,8 +81,29 @@ TEST(Segments, AnEmptyStream) {
   const Outcome framed = CompressPieces(handle, {}, kFramedLzh, 1, 100);
   ASSERT_EQ(framed.result, 1);
   EXPECT_EQ(TakeApart(framed.out, {}).size() + 16, framed.out.size());
-  for (const std::size_t piece : {1U, 100U})
-    EXPECT_EQ(DecompressPieces(handle, framed.out, piece, 1).result, 1);
+  for (const std::size_t piece : {1U, 100U}) {
+    for (const std::size_t room : {0U, 1U})
+      EXPECT_EQ(DecompressPieces(handle, framed.out, piece, room).result, 1) << piece << ' ' << room;
+  }
+}
+
+// A stream whose last block ends before the length that the header declares says so, as often as it is asked.
+TEST(Segments, AShortStreamSaysSoForEver) {
+  const TestHandle handle;
+  const Bytes data = MakeData(Kind::kText, 3000);
+  for (const int options : {kFramedLzh, kFramedLzh & ~CS_CHECKSUM}) {
+    Bytes stream = CompressPieces(handle, data, options, 3000, 9000).out;
+    stream[0] = static_cast<std::uint8_t>(stream[0] + 1);
+    for (const std::size_t piece : {1U, 9000U}) {
+      const Outcome outcome = DecompressPieces(handle, stream, piece, 9000);
+      EXPECT_EQ(outcome.result, 0);
+      EXPECT_EQ(outcome.out, data);
+      Bytes rest = {0, 1, 2}, room(9);
+      std::int32_t read = 0, written = 0;
+      for (int n = 0; n < 3; ++n)
+        EXPECT_EQ(CsRDecompress(handle, rest.data(), 3, room.data(), 9, 0, &read, &written), 0) << options;
+    }
+  }
 }
 
 // Streams whose coded length runs over the end of a segment byte by byte: the last byte of the coder falls on
