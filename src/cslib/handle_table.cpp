@@ -10,7 +10,6 @@
 #include <system_error>
 
 #include "cslib/context.h"
-#include "cslib/cslib.h"
 #include "cslib/trace.h"
 
 namespace tolven {
@@ -21,18 +20,20 @@ constexpr std::uint32_t kKeepUses = 9;      // a context used more often than th
 constexpr std::uint32_t kKeepAllSum = 257;  // below this sum every such context is kept
 constexpr int kKeepShareShift = 7;          // above it only those with 1/128 of all uses
 
+// A slot is free, or in use by the thread that opened it. A context may also stay behind in a free slot, for
+// whoever opens it next.
 struct Slot {
   std::unique_ptr<CsContext> context;
   bool inUse = false;
 };
 
-struct Table {
+struct HandleTable {
   std::mutex mutex;  // guards everything below; a slot in use is also read by its owner, without the lock
   std::array<Slot, CS_MAX_HANDLES> slots;
   HandleUses uses;
 };
 
-constinit Table g_table;
+constinit HandleTable g_handleTable;
 
 bool InRange(int handle) {
   return handle >= CS_FIRST_HANDLE && handle < CS_FIRST_HANDLE + CS_MAX_HANDLES;
@@ -44,14 +45,15 @@ std::size_t SlotOf(int handle) {
 
 // Runs `work` with the table locked; CS_OK or the code of the lock.
 template <typename Work>
-int Locked(Work work) {
-  std::unique_lock<std::mutex> lock(g_table.mutex, std::defer_lock);
-  if (const int failed = ThrCSLock(lock); failed != CS_OK) return failed;
+CsResult Locked(Work work) {
+  std::unique_lock<std::mutex> lock(g_handleTable.mutex, std::defer_lock);
+  if (const CsResult failed = ThrCSLock(lock); failed != CS_OK) return failed;
   work();
   return ThrCSUnlock(lock);
 }
 
-// The slot is marked in use, so it is this thread's own; only handing the context in needs the lock.
+// The slot is marked in use, so it is this thread's own; only handing the context in needs the lock, since
+// the rule for keeping contexts looks at the neighbour's. Memory is never taken under the lock.
 // 0: the context was there; 1: newly allocated; negative: the slot is free again.
 int ProvideContext(Slot& slot) {
   if (slot.context) {
@@ -62,25 +64,26 @@ int ProvideContext(Slot& slot) {
   }
   try {
     auto context = std::make_unique<CsContext>();
-    const int locked = Locked([&] { slot.context = std::move(context); });
+    const CsResult locked = Locked([&] { slot.context = std::move(context); });
     return locked == CS_OK ? 1 : locked;
   } catch (const std::bad_alloc&) {
     CsTPrintf("ERROR: CsRCompress: Could not allocate internal buffer\n");
-    const int locked = Locked([&] { slot.inUse = false; });
+    const CsResult locked = Locked([&] { slot.inUse = false; });
     return locked == CS_OK ? CS_E_MEMORY : locked;
   }
 }
 
 // Under the lock. Contexts of often used handles stay for the next owner, which saves setting up the coders
-// anew.
+// anew: up to half a megabyte each. Slots are given out from the lowest free one upwards, so a context whose
+// lower neighbour has none is one that a passing crowd left behind, and goes whatever its count.
 bool KeepsContext(std::size_t index) {
-  return index >= kFirstFreeSlot && g_table.slots[index - 1].context && g_table.uses.Often(index);
+  return index >= kFirstFreeSlot && g_handleTable.slots[index - 1].context && g_handleTable.uses.Often(index);
 }
 
-int Release(std::size_t index) {
+CsResult Release(std::size_t index) {
   std::unique_ptr<CsContext> freed;  // its memory goes back after the table is unlocked
   return Locked([&] {
-    Slot& slot = g_table.slots[index];
+    Slot& slot = g_handleTable.slots[index];
     if (!KeepsContext(index)) freed = std::move(slot.context);
     slot.inUse = false;
   });
@@ -102,7 +105,7 @@ bool HandleUses::Often(std::size_t slot) const {
   return sum < kKeepAllSum || ofSlot[slot] >= sum >> kKeepShareShift;
 }
 
-int ThrCSLock(std::unique_lock<std::mutex>& lock) {
+CsResult ThrCSLock(std::unique_lock<std::mutex>& lock) {
   try {
     lock.lock();
     return CS_OK;
@@ -111,7 +114,7 @@ int ThrCSLock(std::unique_lock<std::mutex>& lock) {
   }
 }
 
-int ThrCSUnlock(std::unique_lock<std::mutex>& lock) {
+CsResult ThrCSUnlock(std::unique_lock<std::mutex>& lock) {
   try {
     lock.unlock();
     return CS_OK;
@@ -122,53 +125,53 @@ int ThrCSUnlock(std::unique_lock<std::mutex>& lock) {
 
 CsContext* FindContext(int handle) {
   if (!InRange(handle)) return nullptr;
-  const Slot& slot = g_table.slots[SlotOf(handle)];
+  const Slot& slot = g_handleTable.slots[SlotOf(handle)];
   return slot.inUse ? slot.context.get() : nullptr;
 }
 
 int CsSearchNewHandle() {
   std::size_t index = CS_MAX_HANDLES;
-  int locked = Locked([&] {
-    const auto first = g_table.slots.begin() + kFirstFreeSlot;
-    const auto free = std::find_if(first, g_table.slots.end(), [](const Slot& slot) { return !slot.inUse; });
-    if (free == g_table.slots.end()) return;
+  CsResult locked = Locked([&] {
+    const auto first = g_handleTable.slots.begin() + kFirstFreeSlot;
+    const auto free = std::find_if(first, g_handleTable.slots.end(), [](const Slot& slot) { return !slot.inUse; });
+    if (free == g_handleTable.slots.end()) return;
     free->inUse = true;
-    index = static_cast<std::size_t>(free - g_table.slots.begin());
+    index = static_cast<std::size_t>(free - g_handleTable.slots.begin());
   });
   if (locked != CS_OK) return locked;
   if (index == CS_MAX_HANDLES) return CS_E_NO_HANDLE;
-  Slot& slot = g_table.slots[index];
+  Slot& slot = g_handleTable.slots[index];
   if (const int context = ProvideContext(slot); context < 0) return context;
-  locked = Locked([&] { g_table.uses.Count(index); });
+  locked = Locked([&] { g_handleTable.uses.Count(index); });
   return locked == CS_OK ? static_cast<int>(index) + CS_FIRST_HANDLE : locked;
 }
 
-int CsRGetHandle(int* handle) {
+CsResult CsRGetHandle(int* handle) {
   *handle = CsSearchNewHandle();
-  return std::min(*handle, 0);
+  return *handle < 0 ? static_cast<CsResult>(*handle) : CS_OK;
 }
 
 int CsOpenHandle(int handle) {
   if (!InRange(handle)) return CS_E_HANDLE;
-  Slot& slot = g_table.slots[SlotOf(handle)];
+  Slot& slot = g_handleTable.slots[SlotOf(handle)];
   bool opened = false;
-  const int locked = Locked([&] {
+  const CsResult locked = Locked([&] {
     if (slot.inUse) return;
     slot.inUse = true;
     opened = true;
-    g_table.uses.Count(SlotOf(handle));
+    g_handleTable.uses.Count(SlotOf(handle));
   });
   if (locked != CS_OK) return locked;
   return opened ? ProvideContext(slot) : CS_OK;
 }
 
-int CsRCloseHandle(int handle) {
+CsResult CsRCloseHandle(int handle) {
   return InRange(handle) ? Release(SlotOf(handle)) : CS_OK;
 }
 
-int CsRCloseAllHandles() {
+CsResult CsRCloseAllHandles() {
   for (std::size_t index = kFirstFreeSlot; index < CS_MAX_HANDLES; ++index) {
-    if (const int failed = Release(index); failed != CS_OK) return failed;
+    if (const CsResult failed = Release(index); failed != CS_OK) return failed;
   }
   return CS_OK;
 }
@@ -176,7 +179,7 @@ int CsRCloseAllHandles() {
 int CsTestValidHandle(int handle) {
   if (!InRange(handle)) return 0;
   bool valid = false;
-  const int locked = Locked([&] { valid = FindContext(handle) != nullptr; });
+  const CsResult locked = Locked([&] { valid = FindContext(handle) != nullptr; });
   return locked == CS_OK && valid ? 1 : 0;
 }
 

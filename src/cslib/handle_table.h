@@ -13,9 +13,12 @@ namespace tolven {
 
 struct CsContext;
 
-// The context behind a handle: null when the number is out of range, or its slot is empty or not in use. The
-// caller is the thread that works on the handle's stream, so nothing is locked; the table keeps the
-// ownership.
+// The context behind a handle: null when the number is out of range, or its slot is empty or not in use.
+//
+// Nothing is locked here, although every call of a stream comes this way. A slot in use belongs to the thread
+// that opened it, and nobody else changes it before it is closed; that two threads do not share a handle is
+// the caller's part of the bargain. What may change at any time is which slots are free, and that is only
+// looked at under the lock. The table keeps the ownership.
 CsContext* FindContext(int handle);
 
 // How often the slots were used, and all of them together; each count runs up to 2^31 at most.
@@ -25,12 +28,12 @@ struct HandleUses {
 
   // A sum beyond 2^31 - 1 starts all counts anew.
   void Count(std::size_t slot);
-  // A context used often, and often enough beside all others, may outlive its handle.
+  // Whether a slot is used often, and often enough beside all others, for its context to outlive its handle.
   [[nodiscard]] bool Often(std::size_t slot) const;
 };
 
 // The lock of the table. A lock that cannot be taken is CS_E_LOCK, one that cannot be given back CS_E_UNLOCK.
-[[nodiscard]] int ThrCSLock(std::unique_lock<std::mutex>& lock);
-[[nodiscard]] int ThrCSUnlock(std::unique_lock<std::mutex>& lock);
+CsResult ThrCSLock(std::unique_lock<std::mutex>& lock);
+CsResult ThrCSUnlock(std::unique_lock<std::mutex>& lock);
 
 }  // namespace tolven

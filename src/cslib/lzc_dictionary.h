@@ -12,12 +12,11 @@
 
 namespace tolven::lzc {
 
-inline constexpr std::uint32_t kMaxCodes = 1U << kWriteMaxBits;
 // The classic hash table, of which only the places count (see ClassicPlaces).
 inline constexpr std::int32_t kHashSize = 9001;
 inline constexpr int kHashShift = 5;
-static_assert(((255 << kHashShift) | (kMaxCodes - 1)) < kHashSize, "every first probe lies inside the table");
-static_assert(kMaxCodes - kFirstFree < kHashSize, "a probe sequence always meets an empty place");
+static_assert(((255 << kHashShift) | (kWriteMaxCodes - 1)) < kHashSize, "every first probe lies inside the table");
+static_assert(kWriteMaxCodes - kFirstFree < kHashSize, "a probe sequence always meets an empty place");
 
 constexpr std::uint32_t PairKey(std::uint32_t prefix, std::uint32_t byte) {
   return byte << kWriteMaxBits | prefix;
@@ -29,6 +28,10 @@ inline constexpr std::uint32_t kZeroPair = PairKey(0, 0);
 // here for one peculiarity of the classic table that shows in the code stream: while searching it holds a
 // place with a key of 0, which is the pair of two zero bytes, for empty. A new pair that comes across that
 // place takes it, and the pair of zeros is forgotten.
+//
+// On its own first place, 0, the pair of zeros is safe: 9001 is a prime and a probe goes in equal steps, so it
+// comes to place 0 behind all others, and one of those is always empty. Only zeros that found place 0 taken
+// can be lost. Hardly any data gets there; the places are followed from then on and to the next CLEAR.
 class ClassicPlaces {
  public:
   void Clear() {
@@ -62,7 +65,11 @@ class ClassicPlaces {
 };
 
 // Pair -> code. The table holds codes alone, and the pair that a code stands for is compared beside the path
-// that leads to the next look-up. A load of an eighth keeps the runs short.
+// that leads to the next look-up: the processor goes on with the guess that the first place was the right one.
+// A load of an eighth keeps the runs short.
+//
+// The classic table would do as well, but a full dictionary fills nine tenths of it, and then every search for
+// a pair that is not there walks far through memory. Here such a search ends at the first or second place.
 class Dictionary {
  public:
   static constexpr std::uint32_t kAbsent = 0;  // codes below 257 are never in the table
@@ -76,7 +83,7 @@ class Dictionary {
 
   // The code that the next pair will get.
   std::uint32_t Next() const { return next_; }
-  bool Full() const { return next_ == kMaxCodes; }
+  bool Full() const { return next_ == kWriteMaxCodes; }
 
   // The code of the pair, or kAbsent with `place` where it belongs.
   std::uint32_t Find(std::uint32_t prefix, std::uint32_t byte, std::uint32_t* place) const {
@@ -106,7 +113,7 @@ class Dictionary {
  private:
   static constexpr int kPlaceBits = 16;
   static constexpr std::uint32_t kPlaces = 1U << kPlaceBits;
-  static_assert(kMaxCodes < kPlaces);
+  static_assert(kWriteMaxCodes < kPlaces);
 
   // Depends on the byte alone, so it is known long before the prefix is.
   static constexpr std::uint32_t Scatter(std::uint32_t byte) {
@@ -117,7 +124,7 @@ class Dictionary {
   void FollowPlaces() {
     places_.Clear();
     for (std::uint32_t code = kFirstFree; code < next_; ++code) {
-      places_.Insert(pairs_[code] & (kMaxCodes - 1), pairs_[code] >> kWriteMaxBits);
+      places_.Insert(pairs_[code] & (kWriteMaxCodes - 1), pairs_[code] >> kWriteMaxBits);
     }
     followsPlaces_ = places_.ZerosCanBeLost();
   }
@@ -129,7 +136,7 @@ class Dictionary {
   }
 
   std::array<std::uint16_t, kPlaces> codes_;
-  std::array<std::uint32_t, kMaxCodes> pairs_;
+  std::array<std::uint32_t, kWriteMaxCodes> pairs_;
   std::uint32_t next_ = kFirstFree;
   bool followsPlaces_ = false;
   ClassicPlaces places_;

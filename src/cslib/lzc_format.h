@@ -4,7 +4,13 @@
 //
 // Codes are packed from the least significant bit on, eight codes of n bits to a group of n bytes. The width
 // starts at 9 bits and grows when the dictionary outgrows it; CLEAR starts dictionary and width anew. Where
-// the width changes, the rest of the current group is left out.
+// the width changes, the rest of the current group is left out: the first programs of this kind wrote and read
+// whole groups, and what they did has become the format.
+//
+//   0..255   a byte
+//   256      CLEAR, in block mode; else the first string
+//   257..    strings, in the order in which they were met: each code but the first brings a new one, which is
+//            the string of the code before it and the first byte of its own
 
 #include <cstdint>
 
@@ -13,6 +19,10 @@ namespace tolven::lzc {
 inline constexpr int kInitBits = 9;
 inline constexpr int kWriteMaxBits = 13;  // what the compressor uses
 inline constexpr int kReadMaxBits = 14;   // what the decompressor accepts
+inline constexpr std::uint32_t kWriteMaxCodes = 1U << kWriteMaxBits;
+inline constexpr std::uint32_t kReadMaxCodes = 1U << kReadMaxBits;
+
+// The parameter of the stream header: the widest code, and whether CLEAR exists.
 inline constexpr std::uint8_t kBlockMode = 0x80;
 inline constexpr std::uint8_t kMaxBitsMask = 0x1F;
 

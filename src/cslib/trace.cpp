@@ -5,27 +5,24 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "cslib/cslib.h"
-
 namespace tolven {
 
-namespace trace_detail {
-constinit std::atomic<int> level{0};
-}
+constinit CsTrace g_csTrace;
 
 namespace {
-constinit std::atomic<CsTracePrint> g_print{nullptr};
 constexpr std::int32_t kBytesPerLine = 16;
 }  // namespace
 
 void CsSetTrace(int level, CsTracePrint print) {
-  g_print.store(print, std::memory_order_release);
-  trace_detail::level.store(level, std::memory_order_relaxed);
+  g_csTrace.print.store(print, std::memory_order_release);
+  g_csTrace.level.store(level, std::memory_order_relaxed);
 }
 
 void CsTPrintf(const char* format, ...) {
-  const CsTracePrint print = g_print.load(std::memory_order_acquire);
+  const CsTracePrint print = g_csTrace.print.load(std::memory_order_acquire);
   if (print == nullptr) return;
+  // On the stack, so that tracing neither allocates nor needs a lock; a file name that makes a line longer is
+  // cut.
   std::array<char, 1024> text;
   std::va_list arguments;
   va_start(arguments, format);
