@@ -53,6 +53,8 @@ bool StartDecompressor(CsContext& context) {
   return true;
 }
 
+// The state is there: a call gets here only behind a start call of the same direction, which provided it, and
+// the algorithm is the one of that start call.
 CsResult RunCompressor(CsContext& context, CsInput& in, CsOutput& out) {
   return context.header.algorithm == CS_ALGORITHM_LZH ? CsRComprLZH(*context.lzhCompress, in, out)
                                                       : CsRComprLZC(*context.lzcCompress, in, out);

@@ -1,6 +1,10 @@
 #pragma once
 
 // What one handle keeps between calls, and the way from there to the coder of its stream.
+//
+// Sizes, for those who want many handles: a context is some hundred bytes. An LZH compressor adds 300 KiB, of
+// which 128 KiB are touched only when a caller's room is too small for a block; an LZH decompressor 32 KiB;
+// an LZC compressor 161 KiB; an LZC decompressor 272 KiB.
 
 #include <cstdint>
 #include <memory>

@@ -26,7 +26,9 @@ constexpr std::size_t kSlices = 8;
 
 // kSlice[k][b] is the register after byte b and k zero bytes, starting from 0. The register is linear in its
 // input, so the eight bytes of a step can be looked up independently, each in the table of the bytes that
-// follow it. ("Slicing-by-8": M. E. Kounavis, F. L. Berry, "A Systematic Approach to Building High
+// follow it: the first byte is followed by seven others and goes through kSlice[7], the last one through the
+// table of the definition. The register itself is added to the first four bytes, since that is where it would
+// meet them. ("Slicing-by-8": M. E. Kounavis, F. L. Berry, "A Systematic Approach to Building High
 // Performance Software-based CRC Generators", ISCC 2005.)
 constexpr auto kSlice = [] {
   std::array<std::array<std::uint32_t, 256>, kSlices> slice{};
@@ -94,9 +96,11 @@ constexpr Fold kFold128 = FoldBy(128);
 static_assert(kFold512.low == 0x154442BD4U && kFold512.high == 0x1C6E41596U);
 static_assert(kFold128.low == 0x1751997D0U && kFold128.high == 0x0CCAA009EU);
 
-constexpr std::size_t kLane = 16;                 // bytes of one 128-bit piece
-constexpr std::size_t kStep = 4 * kLane;          // bytes of one round
-constexpr std::size_t kWorthFolding = 2 * kStep;  // below, setting up costs more than it saves
+constexpr std::size_t kLane = 16;         // bytes of one 128-bit piece
+constexpr std::size_t kStep = 4 * kLane;  // bytes of one round
+// Below this, setting up costs more than it saves. It is also the least that the code below can take: four
+// pieces to begin with, and one round.
+constexpr std::size_t kWorthFolding = 2 * kStep;
 
 [[gnu::target("pclmul,sse4.1")]] inline __m128i Load(const std::uint8_t* bytes) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));

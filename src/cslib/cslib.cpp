@@ -34,7 +34,8 @@ struct Arguments {
   [[nodiscard]] bool IsStart() const { return (options & CS_INIT) != 0; }
 };
 
-// What a check found: the result of the call, or nothing, in which case the coder runs.
+// What a check found: the result of the call, or nothing, in which case the coder runs. Not every verdict is
+// a refusal: a start call with nothing but a header in it is settled here, too.
 using Verdict = std::optional<CsResult>;
 
 // What the two directions differ in.
@@ -59,7 +60,8 @@ Verdict CheckBuffers(const Arguments& arguments, std::int32_t readFirst) {
   return std::nullopt;
 }
 
-// The only place where cursors are made from what a caller gave.
+// The only place where cursors are made from what a caller gave. Behind it lengths are never negative, null
+// goes with empty, and sizes have one type.
 void Enter(const Arguments& arguments, CsCall& call) {
   call.in = CsInput({arguments.in, static_cast<std::size_t>(arguments.inLen)});
   call.out = CsOutput({arguments.out, static_cast<std::size_t>(arguments.outLen)});
@@ -71,6 +73,8 @@ CsResult OutOfMemory(CsContext& context, const char* message) {
   return CS_E_MEMORY;
 }
 
+// The header goes into the caller's room before there is memory for a coder. That does no harm: it counts as
+// written only when everything else is in place.
 Verdict StartCompress(CsContext& context, const Arguments& arguments, CsCall& call) {
   if (const CsResult refused = HeaderFromOptions(arguments.total, arguments.options, context.header);
       refused != CS_OK) {
@@ -91,6 +95,9 @@ Verdict StartCompress(CsContext& context, const Arguments& arguments, CsCall& ca
   return std::nullopt;
 }
 
+// What the stream says about itself is believed only where it cannot hurt: the length is a limit for the
+// output and takes no memory, the algorithm chooses among two, framing and widths are bounded by tables of
+// fixed size. So a header from anywhere costs at most one coder's memory.
 Verdict StartDecompress(CsContext& context, const Arguments& arguments, CsCall& call) {
   if (arguments.in == nullptr || arguments.inLen < CS_HEAD_SIZE) {
     CsTPrintf("ERROR: CsRDecompress(init): inlen = %d\n", arguments.inLen);
@@ -156,13 +163,15 @@ Verdict CheckContinuation(const CsContext& context, const Side& side, const Argu
   return std::nullopt;
 }
 
-// A start call forgets whatever stream the handle carried, finished or not.
+// A start call forgets whatever stream the handle carried, finished or not, and does so before it looks at
+// anything else: a refused start leaves no stream behind that could be continued by mistake.
 Verdict StartStream(CsContext& context, const Side& side, const Arguments& arguments, CsCall& call) {
   ReleaseStream(context);
   context.direction = side.direction;
   return side.start(context, arguments, call);
 }
 
+// The result is what the next call of the stream is judged by.
 CsResult Keep(CsContext& context, const Side& side, CsResult result) {
   if (result < 0) CsTPrintf("ERROR: %s: return value = %d\n", side.name, result);
   return context.lastResult = result;

@@ -129,23 +129,51 @@ inline constexpr int CS_MAX_HANDLES = 1000;
 inline constexpr int CS_COMPR_HANDLE = CS_FIRST_HANDLE;
 inline constexpr int CS_DECOMPR_HANDLE = CS_FIRST_HANDLE + 1;
 
+// A stream is compressed like this; reading is the same with one argument less, and ends when the engine says
+// so and not when the input does, since the header tells it the length:
+//
+//   int options = CS_INIT | CS_ALGORITHM_LZH | 2 << CS_LEVEL_SHIFT;
+//   CsResult result;
+//   do {
+//     result = CsRCompress(handle, total, in, inLen, out, outLen, options, &read, &written);
+//     options &= ~CS_INIT;
+//     in += read, inLen -= read;
+//     // take `written` bytes from `out`; if result is CS_END_INBUFFER, bring more input
+//   } while (result == CS_END_INBUFFER || result == CS_END_OUTBUFFER);
+//
+// Rules that are easily missed:
+//  - The counts are set by every call, also by one that fails, and are never more than what was given.
+//  - What was read is gone: the engine keeps what it still needs of it. A caller need not keep any input, nor
+//    any output, although a decompressor copies from what it has delivered.
+//  - A compressor must be given exactly the bytes that were declared. It leaves what goes beyond them alone,
+//  and
+//    waits for ever for what is missing.
+//  - Streams end within 2 GiB - 1 bytes of uncompressed data. That is a property of the header; longer data
+//  is
+//    cut into streams, and archives cut it into blocks of 64 KiB anyway.
+//  - A stream that is given up needs no farewell: the next start call on the handle forgets it.
+
 // --- On the shared handles 300 and 301; one stream at a time.
+//
+// For programs with one thread. They spare the caller a handle, and the memory of the two contexts stays
+// until the process ends.
 
 // `total`: uncompressed length of the whole stream, needed on the start call.
 CsResult _CsCompr(std::int32_t total, const std::uint8_t* in, std::int32_t inLen, std::uint8_t* out,
                   std::int32_t outLen, int options, std::int32_t* read, std::int32_t* written);
 CsResult _CsDecompr(const std::uint8_t* in, std::int32_t inLen, std::uint8_t* out, std::int32_t outLen,
                     int options, std::int32_t* read, std::int32_t* written);
-// The same with the place of the call for the trace.
+// The same with the place of the call for the trace. `file` may be null only while nothing is traced.
 CsResult _CsComprEx(std::int32_t total, const std::uint8_t* in, std::int32_t inLen, std::uint8_t* out,
                     std::int32_t outLen, int options, std::int32_t* read, std::int32_t* written,
                     const char* file, int line);
 CsResult _CsDecomprEx(const std::uint8_t* in, std::int32_t inLen, std::uint8_t* out, std::int32_t outLen,
                       int options, std::int32_t* read, std::int32_t* written, const char* file, int line);
-// Writes only the 8 header bytes to `out`; min(result, 0).
+// Writes only the 8 header bytes to `out`; a failure, or CS_OK. The stream goes on with calls without
+// CS_INIT.
 CsResult _CsInitCompr(std::uint8_t* out, std::int32_t total, int options);
 CsResult _CsInitComprEx(std::uint8_t* out, std::int32_t total, int options, const char* file, int line);
-// Reads only the 8 header bytes from `in`; min(result, 0).
+// Reads only the 8 header bytes from `in`; a failure, or CS_OK.
 CsResult _CsInitDecompr(const std::uint8_t* in);
 CsResult _CsInitDecomprEx(const std::uint8_t* in, const char* file, int line);
 
@@ -161,7 +189,7 @@ inline CsResult CsDecomprEx(const std::uint8_t* in, std::int32_t inLen, std::uin
   return _CsDecomprEx(in, inLen, out, outLen, options, read, written, file, line);
 }
 
-// --- On a handle of the caller's own.
+// --- On a handle of the caller's own, as many streams side by side as there are handles.
 
 CsResult CsRCompress(int handle, std::int32_t total, const std::uint8_t* in, std::int32_t inLen,
                      std::uint8_t* out, std::int32_t outLen, int options, std::int32_t* read,
@@ -181,7 +209,7 @@ CsResult CsRCloseHandle(int handle);    // 0; numbers out of range are ignored
 CsResult CsRCloseAllHandles();          // all but the two fixed ones
 int CsTestValidHandle(int handle);      // 1 iff in range, allocated and in use
 
-// --- The stream header (8 bytes each).
+// --- The stream header (8 bytes each). Nothing is checked but what is said; `header` must have 8 bytes.
 
 std::int32_t CsRGetLen(const std::uint8_t* header);  // uncompressed length, or -50
 int CsRGetVersion(const std::uint8_t* header);

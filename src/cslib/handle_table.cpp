@@ -15,11 +15,18 @@
 namespace tolven {
 namespace {
 
-constexpr std::size_t kFirstFreeSlot = 2;   // below: the fixed handles
+constexpr std::size_t kFirstFreeSlot = 2;  // below: the fixed handles
+// The numbers are part of the interface: whether a context was kept shows in what CsOpenHandle returns.
 constexpr std::uint32_t kKeepUses = 9;      // a context used more often than this may outlive its handle
 constexpr std::uint32_t kKeepAllSum = 257;  // below this sum every such context is kept
 constexpr int kKeepShareShift = 7;          // above it only those with 1/128 of all uses
 
+// The life of a slot:
+//
+//   free, empty  --open-->  in use  --close-->  free, empty            the usual way
+//                                   --close-->  free, with a context   often used: see KeepsContext
+//   free, with a context    --open-->  in use, the context as after its first opening
+//
 // A slot is free, or in use by the thread that opened it. A context may also stay behind in a free slot, for
 // whoever opens it next.
 struct Slot {
@@ -43,6 +50,9 @@ std::size_t SlotOf(int handle) {
   return static_cast<std::size_t>(handle - CS_FIRST_HANDLE);
 }
 
+// The lock is held for a look at the table or a mark in it, never while memory is taken or given back, which
+// may be slow, and never while a coder runs.
+//
 // Runs `work` with the table locked; CS_OK or the code of the lock.
 template <typename Work>
 CsResult Locked(Work work) {
@@ -105,6 +115,8 @@ bool HandleUses::Often(std::size_t slot) const {
   return sum < kKeepAllSum || ofSlot[slot] >= sum >> kKeepShareShift;
 }
 
+// A mutex throws where the system refuses it. Nothing may be thrown across the interface of the engine, and a
+// code per direction tells the two failures apart.
 CsResult ThrCSLock(std::unique_lock<std::mutex>& lock) {
   try {
     lock.lock();
@@ -123,17 +135,22 @@ CsResult ThrCSUnlock(std::unique_lock<std::mutex>& lock) {
   }
 }
 
+// Numbers come from callers, so any number is an answer: of a handle that was closed, that never was, or that
+// is in use without a context because its memory could not be had.
 CsContext* FindContext(int handle) {
   if (!InRange(handle)) return nullptr;
   const Slot& slot = g_handleTable.slots[SlotOf(handle)];
   return slot.inUse ? slot.context.get() : nullptr;
 }
 
+// The slot is taken under the lock and its context made afterwards, so two threads never get the same slot,
+// and a failure gives it back. The use is counted last, since only a handle that was really given out is one.
 int CsSearchNewHandle() {
   std::size_t index = CS_MAX_HANDLES;
   CsResult locked = Locked([&] {
     const auto first = g_handleTable.slots.begin() + kFirstFreeSlot;
-    const auto free = std::find_if(first, g_handleTable.slots.end(), [](const Slot& slot) { return !slot.inUse; });
+    const auto free =
+        std::find_if(first, g_handleTable.slots.end(), [](const Slot& slot) { return !slot.inUse; });
     if (free == g_handleTable.slots.end()) return;
     free->inUse = true;
     index = static_cast<std::size_t>(free - g_handleTable.slots.begin());
@@ -151,6 +168,8 @@ CsResult CsRGetHandle(int* handle) {
   return *handle < 0 ? static_cast<CsResult>(*handle) : CS_OK;
 }
 
+// For the two fixed handles, which are opened by every start call and opened once. Here the use is counted
+// with the mark: there is no other user of the slot who could be counted wrongly.
 int CsOpenHandle(int handle) {
   if (!InRange(handle)) return CS_E_HANDLE;
   Slot& slot = g_handleTable.slots[SlotOf(handle)];

@@ -26,8 +26,8 @@ std::uint8_t* PackCode(LzcCompressState& state, CodePacker& packer, std::uint32_
 
 // With the dictionary full: starts anew once the stream compresses no better than at the last look.
 //
-// The ratio is taken with 8 bits behind the point, and beyond 8 MiB of input without the multiplication, which
-// would not have fit into 32 bits. Wider numbers could do without the second form, but the two round
+// The ratio is taken with 8 bits behind the point, and beyond 8 MiB of input without the multiplication,
+// which would not have fit into 32 bits. Wider numbers could do without the second form, but the two round
 // differently, and where CLEAR comes is part of the stream's fixed choices.
 std::uint8_t* CheckRatio(LzcCompressState& state, CodePacker& packer, std::uint8_t* to) {
   state.checkpoint = state.bytesIn + kCheckGap;

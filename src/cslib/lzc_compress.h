@@ -15,13 +15,18 @@ namespace tolven {
 
 namespace lzc {
 
-// What one input byte can bring at most: a code and a filled up group, twice when the second code is CLEAR.
+// What one input byte can bring at most: a code and a filled up group, twice when the second code is CLEAR. A
+// code is up to 13 bits, with the bits that waited in the packer at most 2 whole bytes and something that
+// goes on waiting; the rest of a group is at most its n bytes, for the widest code 13.
 inline constexpr std::size_t kStepBytes = 2 * (2 + static_cast<std::size_t>(kWriteMaxBits));
 // So much room behind a step lets it write without looking.
 inline constexpr std::size_t kOutMargin = kStepBytes + CodePacker::kSlack;
 
 }  // namespace lzc
 
+// Everything but the pending bytes is also what decides on the code stream, so none of it may depend on how
+// the caller cuts his buffers: bytesIn counts bytes looked at, and the bytes out are those of the packer's
+// groups.
 struct LzcCompressState {
   CsResult failure = CS_E_NO_STAGING;  // why no call can go on; CS_OK while there is a stream
 

@@ -14,6 +14,10 @@ constexpr int kNoCode = -1;
 // Bits that DecodeFast may find from before: see there, memory safety hangs on it.
 constexpr unsigned kMaxBitsOnEntry = 7;
 
+// The string of `prefix` with one byte more. Either it still fits the last chunk, and the new string shares
+// the parent of the old one; or the chunk was full, and the old string becomes the parent of a chunk with one
+// byte. Eight bytes "abcdefgh" and an "i":  {tail "abcdefgh", parent -}  ->  {tail "i", parent: code of
+// "abcdefgh"}.
 String Append(const String& prefix, std::uint32_t prefixCode, std::uint8_t byte) {
   const unsigned inTail = prefix.length % kChunk;
   const std::uint64_t shifted = static_cast<std::uint64_t>(byte) << (8 * inTail);
@@ -31,7 +35,9 @@ void SetWidth(LzcDecompressState& state, int width) {
   state.maxCode = MaxCode(width, state.maxBits);
 }
 
-// Writes up to 7 bytes behind the string.
+// From the last chunk back to the first. Each store but the first one overwrites nothing that counts, since
+// it is 8 whole bytes of the string; the first one, of the last chunk, writes up to 7 bytes behind the
+// string. The next string goes there, so they are wrong only for a moment.
 void WriteString(const std::array<String, kReadMaxCodes>& strings, const String& string, std::uint8_t* to) {
   std::size_t at = (string.length - 1U) & ~(kChunk - 1);
   StoreLittle64(to + at, string.tail);
@@ -49,17 +55,20 @@ void WriteString(const std::array<String, kReadMaxCodes>& strings, const String&
 //
 // What keeps it inside of memory, with a stream that may say anything:
 //
-//  - Fewer than 8 bits are held on entry (kMaxBitsOnEntry). On leaving, whole bytes are given back to the input,
+//  - Fewer than 8 bits are held on entry (kMaxBitsOnEntry). On leaving, whole bytes are given back to the
+//  input,
 //    and this makes sure that the loop itself has taken them. With 8 bits or more from an earlier call, a
 //    loop that has not refilled once would step to before the caller's buffer, and the next load would read
 //    there. The careful path may well hold up to 13 bits when a call ends inside a code; it has used them up
 //    after that code.
 //  - A refill leaves 56 bits or more, and four codes need no more than that.
-//  - Strings exist below freeEnt, and the one at freeEnt is made before it is looked at: a code above freeEnt is
-//    refused. freeEnt <= maxCode < 2^14 when a string is entered, so it lies in the table. Only in block mode is
-//    there a code below freeEnt without a string, CLEAR, and it is not taken here. oldCode was a code before,
-//    so it has a string, and so has every parent, which was oldCode once.
-//  - A string is no longer than kMaxString. It is written if it and kChunk bytes more fit, since its last store
+//  - Strings exist below freeEnt, and the one at freeEnt is made before it is looked at: a code above freeEnt
+//  is
+//    refused. freeEnt <= maxCode < 2^14 when a string is entered, so it lies in the table. Only in block mode
+//    is there a code below freeEnt without a string, CLEAR, and it is not taken here. oldCode was a code
+//    before, so it has a string, and so has every parent, which was oldCode once.
+//  - A string is no longer than kMaxString. It is written if it and kChunk bytes more fit, since its last
+//  store
 //    may go up to 7 bytes beyond it.
 void DecodeFast(LzcDecompressState& state, CsInput& in, CsOutput& out) {
   static_assert(4 * kReadMaxBits <= 56);
@@ -110,6 +119,7 @@ void DecodeFast(LzcDecompressState& state, CsInput& in, CsOutput& out) {
       --codesLeft;
     }
   }
+  // Whole bytes go back; all of them came from this call's input.
   from -= bitCount >> 3;
   bitCount &= 7;
   state.bits = bits & ((1U << bitCount) - 1);
@@ -184,8 +194,9 @@ void DrainPending(LzcDecompressState& state, CsOutput& out) {
   out.at += count;
 }
 
-// The careful path, with the fast one tried in front of every code. The width is changed when the next code is
-// about to be read, not as soon as it is known: the stream may end first, and then without the rest of a group.
+// The careful path, with the fast one tried in front of every code. The width is changed when the next code
+// is about to be read, not as soon as it is known: the stream may end first, and then without the rest of a
+// group.
 CsResult Run(LzcDecompressState& state, CsInput& in, CsOutput& out) {
   for (;;) {
     DrainPending(state, out);

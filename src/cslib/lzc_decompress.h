@@ -32,7 +32,11 @@ static_assert(kMaxString <= 0xFFFF);
 
 }  // namespace lzc
 
-// Strings from freeEnt on are left over from an earlier stream, or were never written.
+// The dictionary is strings[0 .. freeEnt), without 256 in block mode. Strings from freeEnt on are left over
+// from an earlier stream or from before CLEAR, or were never written: a code says nothing about them.
+//
+// A call may end anywhere. What is kept then are bits that do not make a code yet, bits of a group that still
+// have to be passed over, and the rest of a string that did not fit; whole codes are never kept.
 struct LzcDecompressState {
   CsResult failure = CS_E_NO_STAGING;  // why no call can go on; CS_OK while there is a stream
 
@@ -56,12 +60,13 @@ struct LzcDecompressState {
   std::size_t pendingEnd;
 };
 
-// A new stream behind its header, whose length and parameter these are. The parameter was checked: 9 to 14 bits.
+// A new stream behind its header, whose length and parameter these are. The parameter was checked: 9 to 14
+// bits.
 void StartDecomprLZC(LzcDecompressState& state, std::int32_t total, std::uint8_t parameter);
 
-// One call of it. CS_END_OF_STREAM, CS_END_OUTBUFFER, CS_END_INBUFFER, or CS_E_BAD_CODE, now and for every later
-// call. CS_E_NO_STAGING before any start. A call that has something to deliver must bring room for it: without
-// any it is CS_E_OUT_BUFFER_LEN, or CS_E_NO_OUT_BUFFER when there is no buffer at all.
+// One call of it. CS_END_OF_STREAM, CS_END_OUTBUFFER, CS_END_INBUFFER, or CS_E_BAD_CODE, now and for every
+// later call. CS_E_NO_STAGING before any start. A call that has something to deliver must bring room for it:
+// without any it is CS_E_OUT_BUFFER_LEN, or CS_E_NO_OUT_BUFFER when there is no buffer at all.
 CsResult CsRDecomprLZC(LzcDecompressState& state, CsInput& in, CsOutput& out);
 
 }  // namespace tolven

@@ -15,7 +15,8 @@ namespace tolven::lzc {
 // The classic hash table, of which only the places count (see ClassicPlaces).
 inline constexpr std::int32_t kHashSize = 9001;
 inline constexpr int kHashShift = 5;
-static_assert(((255 << kHashShift) | (kWriteMaxCodes - 1)) < kHashSize, "every first probe lies inside the table");
+static_assert(((255 << kHashShift) | (kWriteMaxCodes - 1)) < kHashSize,
+              "every first probe lies inside the table");
 static_assert(kWriteMaxCodes - kFirstFree < kHashSize, "a probe sequence always meets an empty place");
 
 constexpr std::uint32_t PairKey(std::uint32_t prefix, std::uint32_t byte) {
@@ -29,9 +30,9 @@ inline constexpr std::uint32_t kZeroPair = PairKey(0, 0);
 // place with a key of 0, which is the pair of two zero bytes, for empty. A new pair that comes across that
 // place takes it, and the pair of zeros is forgotten.
 //
-// On its own first place, 0, the pair of zeros is safe: 9001 is a prime and a probe goes in equal steps, so it
-// comes to place 0 behind all others, and one of those is always empty. Only zeros that found place 0 taken
-// can be lost. Hardly any data gets there; the places are followed from then on and to the next CLEAR.
+// On its own first place, 0, the pair of zeros is safe: 9001 is a prime and a probe goes in equal steps, so
+// it comes to place 0 behind all others, and one of those is always empty. Only zeros that found place 0
+// taken can be lost. Hardly any data gets there; the places are followed from then on and to the next CLEAR.
 class ClassicPlaces {
  public:
   void Clear() {
@@ -65,11 +66,19 @@ class ClassicPlaces {
 };
 
 // Pair -> code. The table holds codes alone, and the pair that a code stands for is compared beside the path
-// that leads to the next look-up: the processor goes on with the guess that the first place was the right one.
-// A load of an eighth keeps the runs short.
+// that leads to the next look-up: the processor goes on with the guess that the first place was the right
+// one. A load of an eighth keeps the runs short.
 //
-// The classic table would do as well, but a full dictionary fills nine tenths of it, and then every search for
-// a pair that is not there walks far through memory. Here such a search ends at the first or second place.
+// The classic table would do as well, but a full dictionary fills nine tenths of it, and then every search
+// for a pair that is not there walks far through memory. Here such a search ends at the first or second
+// place.
+//
+// An empty place holds the code 0, whose pair is one that no string and byte can make. So a search has a
+// single condition to leave its loop by a match or by an empty place, and both are found by the same two
+// loads. It always ends: at most 7935 of the 65536 places are taken.
+//
+// The pairs of codes from next_ on are left over from before the last CLEAR. Nothing leads to them, since the
+// codes in the table are cleared; that is a clear of 128 KiB, once in at least 8 KiB of output.
 class Dictionary {
  public:
   static constexpr std::uint32_t kAbsent = 0;  // codes below 257 are never in the table
@@ -115,7 +124,10 @@ class Dictionary {
   static constexpr std::uint32_t kPlaces = 1U << kPlaceBits;
   static_assert(kWriteMaxCodes < kPlaces);
 
-  // Depends on the byte alone, so it is known long before the prefix is.
+  // Depends on the byte alone, so it is known long before the prefix is: the prefix is the result of the
+  // look-up before, and all that is left to do with it is one XOR. The multiplier (2^32 by the golden ratio)
+  // spreads the bytes evenly over the upper bits, so prefixes, which are small and dense, fill the places
+  // between.
   static constexpr std::uint32_t Scatter(std::uint32_t byte) {
     return byte * 0x9E3779B1U >> (32 - kPlaceBits);
   }
@@ -129,7 +141,9 @@ class Dictionary {
     followsPlaces_ = places_.ZerosCanBeLost();
   }
 
-  // Its place in codes_ stays taken, so that longer runs stay whole.
+  // Its place in codes_ stays taken, so that longer runs stay whole. Its code is never found again and never
+  // given to another pair, just as in the classic table; the decompressor holds a string for it that nobody
+  // asks for.
   void ForgetZeros() {
     std::uint32_t place = 0;
     pairs_[Find(0, 0, &place)] = kNoPair;

@@ -41,7 +41,10 @@ class CodePacker {
     return Store(to);
   }
 
-  // The group is filled up with zero bits, and codes have `width` bits from here on.
+  // The group is filled up with zero bits, and codes have `width` bits from here on. Where the width
+  // grows there is nothing to fill: each code but the first of a dictionary brings one entry, so 256 codes of
+  // 9 bits come before that, then 512 of 10, and so on, all of them whole groups. CLEAR is what cuts groups
+  // off.
   std::uint8_t* Switch(int width, std::uint8_t* to) {
     const auto old = static_cast<std::uint32_t>(width_);
     const std::uint32_t open = inWidth_ % kCodesPerGroup;

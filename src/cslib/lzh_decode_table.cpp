@@ -112,6 +112,11 @@ class TableBuilder {
 };
 
 // Counts and sorts; refuses sets that no canonical code can have.
+//
+// With each bit the number of codes that could still be given out doubles, and every code takes one. Below
+// zero, two symbols would share a code, and filling the tables would write beyond them: this check is what
+// makes the rest of the file safe. Above zero at the end, some patterns have no code; that is allowed, since
+// compressors make such sets for a single distance, and the patterns decode to "invalid".
 constexpr CsResult TableBuilder::SortSymbols(std::span<const std::uint8_t> lengths) {
   if (lengths.size() > sorted_.size()) return CS_E_TREE;
   for (const std::uint8_t length : lengths) {
@@ -148,6 +153,15 @@ constexpr CsResult TableBuilder::Build(std::span<const std::uint8_t> lengths, un
 // Codes that fit the root index. The table starts with two slots and doubles with each bit, so a code of n
 // bits is written once and copied along. Slots no code has claimed yet are copied as they are and written
 // later.
+//
+// Lengths 1, 2, 2 for A, B, C, whose codes are 0, 10 and 11, the first bit being the lowest of the index:
+//
+//   1 bit   [A -]         A is the pattern 0
+//   copied  [A - A -]     with any bit above it
+//   2 bits  [A B A C]     B is 01 as a number, C is 11
+//
+// A table of n root bits is written from end to end once for all lengths together, where filling in each code
+// at all of its places would jump through it for each short code.
 constexpr void TableBuilder::FillRoot() {
   Entry* table = pool_.data();
   table[0] = table[1] = 0;
@@ -161,7 +175,10 @@ constexpr void TableBuilder::FillRoot() {
   }
 }
 
-// Codes longer than the root index. They come sorted, so all codes behind one root slot come in a row.
+// Codes longer than the root index. They come sorted, so all codes behind one root slot come in a row, and a
+// sub-table is begun where the slot changes. The pool of a block is large enough for any set that SortSymbols
+// lets through, as its size was derived from that; the check is for smaller pools, and for the day when
+// somebody changes one of the numbers.
 constexpr CsResult TableBuilder::FillSubTables() {
   const std::uint32_t rootMask = (1U << rootBits_) - 1;
   std::uint32_t slot = ~0U;
@@ -185,6 +202,10 @@ constexpr CsResult TableBuilder::FillSubTables() {
 
 // An incomplete set leaves the codes from `code_` on unused. They are covered from there to the end by the
 // largest aligned pieces, each of which is one bit pattern that no code begins with.
+//
+// After a single code 00 the next one is 01, and the patterns without a code are 01 and 1: a piece of 2 bits,
+// and behind it one of 1. Reversed, the highest bit set in the next code tells the size of the piece, and
+// counting on from it as if it were a code leads to the piece behind it, until the count runs over.
 constexpr void TableBuilder::FillUnassigned() {
   while (code_ != 0) {
     const auto bits = static_cast<unsigned>(std::bit_width(code_));

@@ -19,7 +19,9 @@
 
 namespace tolven::lzh {
 
-// One entry is 32 bits:
+// One entry is 32 bits, laid out so that the two most frequent questions are one instruction each: a literal
+// shows in the sign, and the bits to drop are the lowest byte, which a shift by a variable count reads by
+// itself. One entry:
 //   bits 0..7    bits to drop: the code (behind the root bits, in a sub-table) and its extra bits
 //   bits 8..11   bits of the code alone, or for a link the index bits of the sub-table
 //   bits 12..14  kind, see below; meaningful when kSpecial is set
@@ -55,8 +57,9 @@ constexpr std::uint32_t ValueWithExtra(Entry entry, std::uint64_t bits) {
   return Value(entry) + static_cast<std::uint32_t>(code >> CodeBits(entry));
 }
 
-// What each symbol decodes to, before the code length is added in.
-// The fixed code has two symbols more than a dynamic one may have.
+// What each symbol decodes to, before the code length is added in. For a length and a distance the lowest
+// byte holds the number of extra bits, so that adding the length of the code gives the bits to drop. The
+// fixed code has two symbols more than a dynamic one may have.
 inline constexpr int kFixedLitLenCodes = 288;
 extern const std::array<Entry, kFixedLitLenCodes> kLitLenResults;
 extern const std::array<Entry, kDistCodes> kDistResults;

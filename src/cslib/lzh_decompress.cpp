@@ -23,7 +23,7 @@ namespace {
 static_assert(!std::is_copy_constructible_v<LzhDecompressState>);
 
 // What became of a step: the machine moves on, or the call ends with a result that the decoder keeps.
-enum class [[nodiscard]] Step : bool{kMoveOn, kStop};
+enum class Step : bool { kMoveOn, kStop };
 
 class Decoder {
  public:
@@ -199,6 +199,9 @@ Step Decoder::BuildTables() {
   return MoveTo(LzhPhase::kSymbols);
 }
 
+// In a stream that is cut off, the last code may be complete although fewer bits are left than the longest
+// code has. It has to be decoded, so that a stream given byte by byte comes out as one that is given whole.
+//
 // Looks at the next code. What the bits at hand decide is decided with them alone: an entry counts once all
 // of its bits, extra bits included, are there, whatever stands above them in the buffer.
 inline Step Decoder::Lookup(const DecodeTable& table, Entry* entry, unsigned* linkBits) {
@@ -241,6 +244,7 @@ Step Decoder::DecodeSymbol() {
   unsigned linkBits;
   if (const Step step = Lookup(s_.litLen, &entry, &linkBits); step != Step::kMoveOn) return step;
   if ((entry & kLiteral) != 0) {
+    // In this order: the end of the declared length is also the end of the room that counts.
     if (Undelivered() == 0) return Stop(CS_E_BAD_CODE);     // a file that goes on behind its declared length
     if (c_.out.Room() == 0) return Stop(CS_END_OUTBUFFER);  // the code stays in the buffer
     Take(linkBits + DropBits(entry));
@@ -327,12 +331,15 @@ void Decoder::SaveBits() {
   s_.bitCount = c_.bitCount;
 }
 
-// Keeps what later calls may copy from, and counts what this one delivered.
+// Keeps what later calls may copy from, and counts what this one delivered. The caller may do with the output
+// what he likes as soon as the call returns, so the last 16 KiB are copied; but not at the end of the stream,
+// which for a stream that comes out in one call means never.
 void Decoder::SaveHistory() {
   const std::size_t produced = c_.out.Produced();
   const std::size_t kept = std::min<std::size_t>(produced, kWindowSize);
   s_.total += static_cast<std::uint32_t>(produced);
   if (kept == 0 || s_.total == s_.declared) return;
+  // Two copies at most: up to the end of the window, and from its beginning on.
   const std::size_t at = (s_.total - kept) % kWindowSize;
   const std::size_t first = std::min<std::size_t>(kept, kWindowSize - at);
   std::memcpy(s_.window.data() + at, c_.out.at - kept, first);

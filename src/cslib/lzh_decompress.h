@@ -40,6 +40,9 @@ FastDecoder FastestDecoder();
 
 }  // namespace lzh
 
+// How much of the stream a call may have read ahead is seen in `bits`: whole bytes are not given back, as
+// they might belong to an earlier call. They are kept instead, up to 63 bits.
+//
 // What is read next. Every item below takes at most 28 bits and is taken from the bit buffer as a whole or
 // not at all, so when input ends inside an item its first bits simply wait in the buffer. That is all it
 // takes to stop at any bit: no item has a state of its own.

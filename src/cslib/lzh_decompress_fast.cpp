@@ -32,6 +32,13 @@ constexpr unsigned kMaxDistanceBits = kMaxCodeBits + 12;  // a distance code ins
 
 // A round takes up to three literals, the last of which may come from a sub-table, or two of them and a
 // match; the look-up of the next symbol follows before the refill, so that it need not wait for it.
+//
+//   three literals       11 + 11 + 15 (a sub-table), and 11 to look up the next            48
+//   two and a length     11 + 11 + 15 + 5                                                  42
+//   a distance           15 + 12, and 11 to look up the next                               38
+//
+// The first two begin behind a refill, and fit. The third one may find too little left by the second; so
+// behind a length there is a refill if need be, which after short codes there is not.
 constexpr unsigned kMaxLiterals = 3;
 static_assert((kMaxLiterals - 1) * kLitLenRootBits + kMaxCodeBits + kLitLenRootBits <= kRefilledBits);
 static_assert((kMaxLiterals - 1) * kLitLenRootBits + kMaxLengthBits <= kRefilledBits);
@@ -46,6 +53,7 @@ constexpr std::size_t kInMargin = 2 * kRefillTake + kRefillLoad;
 // wider pieces with bytes just written. The last run may go on behind the match by all but one of its bytes.
 constexpr std::size_t kWord = 8;
 constexpr std::size_t kRun = 5 * kWord;
+// Runs of zeros aside, matches are short: most take one pass of the loop, whose length is fixed and unrolled.
 constexpr std::size_t kOutMargin = kMaxLiterals + kMaxMatch + kRun - 1;
 
 [[gnu::always_inline]] inline void CopyWord(std::uint8_t* to, const std::uint8_t* from) {
@@ -97,7 +105,9 @@ constexpr std::size_t kOutMargin = kMaxLiterals + kMaxMatch + kRun - 1;
   std::uint8_t* out = cursor.out.at;
   std::uint64_t bits = cursor.bits;
   // Whole entries are subtracted from the count, which spares cutting out their lowest byte each time: only
-  // the lowest byte of the count means anything.
+  // the lowest byte of the count means anything. It never borrows from the ones above it in a way that
+  // matters: the bits of an entry are there when it is taken, by the sums above, so the byte itself does not
+  // go below zero.
   unsigned bitCount = cursor.bitCount;
   const auto countedBits = [&]() __attribute__((always_inline)) {
     return bitCount & 0xFFU;
@@ -128,6 +138,9 @@ constexpr std::size_t kOutMargin = kMaxLiterals + kMaxMatch + kRun - 1;
 
   refill();
   Entry entry = litLen[bits & litLenMask];
+  // The declared length is not looked at in here. `room` is the smaller of it and the caller's room, and
+  // outStop leaves space for a whole round below that: what a round writes never reaches either end, so
+  // neither a literal nor a match in here can be one too many.
   do {
     // At least kRefilledBits in the buffer; `entry` is looked up but not taken yet.
     if ((entry & kLiteral) != 0) {
@@ -215,7 +228,8 @@ constexpr std::size_t kOutMargin = kMaxLiterals + kMaxMatch + kRun - 1;
     }
     drop(linkBits + DropBits(entry));
 
-    // The next symbol is looked up before the copy, so that the two overlap.
+    // The next symbol is looked up before the copy, so that the two overlap: its load is the longest wait in
+    // a round, and the copy, which depends on nothing that comes later, fills it.
     entry = litLen[bits & litLenMask];
     refill();
     CopyNear(out, length, distance);

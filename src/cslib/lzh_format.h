@@ -10,6 +10,7 @@
 
 namespace tolven::lzh {
 
+// Half of what RFC 1951 allows. A reader of this format may rely on it: no distance is longer.
 inline constexpr int kWindowBits = 14;
 inline constexpr std::uint32_t kWindowSize = 1U << kWindowBits;  // the dictionary
 inline constexpr std::uint32_t kMinMatch = 3;
@@ -38,7 +39,8 @@ inline constexpr std::array<std::uint8_t, 30> CsExtraDistBits1 = {
     0, 0, 0, 0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7, 8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13, 13};
 inline constexpr std::array<std::uint8_t, 19> extra_blbits = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
                                                               0, 0, 0, 0, 0, 0, 2, 3, 7};
-// The order in which the lengths of the bit-length code are sent.
+// The order in which the lengths of the bit-length code are sent: those that are rarely used come last, where
+// they need not be sent at all.
 inline constexpr std::array<std::uint8_t, 19> bl_order = {16, 17, 18, 0, 8,  7, 9,  6, 10, 5,
                                                           11, 4,  12, 3, 13, 2, 14, 1, 15};
 
@@ -92,6 +94,10 @@ constexpr std::uint32_t ReverseBits(std::uint32_t code, int length) {
   return code >> (16 - length);
 }
 
+// Codes of the same length are consecutive numbers in the order of their symbols, and shorter codes come
+// before longer ones; so the lengths say everything. For each length, the first code is what follows the last
+// one of the length below it, with a zero behind.
+//
 // Canonical codes (RFC 1951, 3.2.2) for the first `count` lengths, already reversed. `bl_count` counts the
 // symbols of each length; its entry 0 is ignored.
 constexpr void GenCodes(const std::uint8_t* length, std::size_t count,

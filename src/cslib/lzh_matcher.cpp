@@ -170,7 +170,8 @@ bool LzhMatcher::MatchUntil(std::uint32_t stop, LzhTrees& trees, LzhOutput& outp
   std::uint32_t matchStart = matchStart_;
   bool matchAvailable = matchAvailable_;
   bool goesOn = true;
-  // The value covers three bytes only (the oldest falls out of the mask), so it can be picked up anywhere.
+  // The value covers three bytes only (the oldest falls out of the mask), so it can be picked up anywhere: a
+  // call that goes on where another one stopped needs nothing but the window.
   std::uint32_t ins_h = (std::uint32_t{window[position]} << kHashShift) ^ window[position + 1];
   const auto nextHash = [&](std::uint32_t at) {
     return ((ins_h << kHashShift) ^ window[at + 2]) & kHashMask;
@@ -185,7 +186,8 @@ bool LzhMatcher::MatchUntil(std::uint32_t stop, LzhTrees& trees, LzhOutput& outp
 
   while (position < stop && goesOn) {
     const std::uint32_t candidate = insert(position);
-    // The next search starts here; its first loads would miss the nearest cache about half of the time.
+    // The next search starts here; its first loads would miss the nearest cache about half of the time. That
+    // a match may make it unnecessary costs less than waiting for it.
     const std::uint32_t nextCandidate = head_[nextHash(position + 1)];
     __builtin_prefetch(window + nextCandidate);
     __builtin_prefetch(&prev_[nextCandidate & kPositionMask]);
@@ -201,6 +203,7 @@ bool LzhMatcher::MatchUntil(std::uint32_t stop, LzhTrees& trees, LzhOutput& outp
     }
 
     if (prevLength >= kMinMatch && matchLength <= prevLength) {
+      // The match that was waiting is as good as it gets: it begins one byte back.
       const bool check = trees.TallyMatch(position - 1 - prevMatch, prevLength);
       const std::uint32_t next = position - 1 + prevLength;
       if (check) [[unlikely]]
@@ -210,6 +213,8 @@ bool LzhMatcher::MatchUntil(std::uint32_t stop, LzhTrees& trees, LzhOutput& outp
       matchAvailable = false;
       matchLength = kNoMatch;
     } else {
+      // Nothing better was waiting, or nothing at all: the byte before becomes a literal, and what was found
+      // here waits in its place.
       if (matchAvailable && trees.TallyLiteral(window[position - 1])) [[unlikely]] {
         goesOn = FlushIfDue(position, position, trees, output);
       }

@@ -10,7 +10,13 @@
 //
 // A position goes through three states: taken into the window (Fill), matched (MatchUntil), and at most 16
 // KiB back in the window, where later positions find it. The window is twice as long, so that it is moved
-// only once in 16 KiB of input.
+// only once in 16 KiB of input:
+//
+//   0          strstart_ - kMaxDist       strstart_          strstart_ + lookahead_      32768
+//   | behind   | found by later positions | to be matched    | room for input            | zeros |
+//
+// When the room is gone, fewer than 262 bytes are left to be matched. So strstart_ is above 32506, everything
+// that it can find is above 16384, and the lower half of the window is of no use to anybody.
 
 #include <array>
 #include <cstddef>
@@ -54,8 +60,10 @@ class LzhMatcher {
  private:
   static constexpr std::uint32_t kWindowBytes = 2 * kWindowSize;
   // Positions are matched while this much is known behind them, so that only the end of the input can cut a
-  // match.
+  // match: 258 bytes of the longest match, its three bytes of hash at the position behind it, and one more.
   static constexpr std::uint32_t kMinLookahead = kMaxMatch + kMinMatch + 1;
+  // No match begins further back. The window holds more, but a position this far behind is still there,
+  // whole, when its last byte is compared.
   static constexpr std::uint32_t kMaxDist = kWindowSize - kMinLookahead;
   static constexpr std::uint32_t kTooFar = 4096;  // beyond it three literals are cheaper than a match of 3
   // Zeros behind the window: comparing 8 bytes at a time touches up to 264 bytes from the last position on,
@@ -63,6 +71,8 @@ class LzhMatcher {
   static constexpr std::uint32_t kPadding = 264;
   static_assert(kPadding >= kMinLookahead && kPadding % 8 == 0);
   static constexpr std::uint32_t kPositionMask = kWindowSize - 1;
+  // Three bytes, each shifted by 5 more: 15 bits and more, of which 14 count, so the oldest byte's upper bits
+  // are dropped. Candidates of one chain nearly always share all three bytes, and are compared in any case.
   static constexpr int kHashShift = 5;
   static constexpr std::uint32_t kHashMask = kWindowSize - 1;
   static constexpr std::uint32_t kNoMatch = kMinMatch - 1;

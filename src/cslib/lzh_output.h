@@ -39,6 +39,10 @@ class LzhBitWriter {
     bi_valid_ += count;
   }
 
+  // (bi_valid_ - 1) / 16 and not bi_valid_ / 16: a pair that is just full stays, as it does in the 16-bit
+  // buffer, which gives up its bytes only when a further bit comes. So with 1 to 64 bits held, 0 to 3 pairs
+  // go.
+  //
   // Needs at least one bit held: true from the preamble to the end of the stream. The whole register is
   // stored and the position moved on by the pairs that are full; no branch, whatever the number of bits.
   void Spill() {

@@ -8,7 +8,10 @@ namespace {
 constexpr TreeDescriptor kLitLenDescriptor = {kFixedTrees.litLenLength.data(), CsExtraLenBits1.data(),
                                               kLiterals + 1, kLitLenCodes, kMaxCodeBits};
 // The extra bits are those of the lengths. That weighs distances wrongly, but only in the two totals that
-// decide between fixed and dynamic codes, and existing streams were made with it: it must stay.
+// decide between fixed and dynamic codes, and existing streams were made with it: it must stay. Both totals
+// are off by the same number of bits, so the choice would rarely be another one; rarely is too often for
+// streams that are compared. Code 29 even has the 99 that marks a length which does not exist, but no
+// distance is that long.
 constexpr TreeDescriptor kDistDescriptor = {kFixedTrees.distLength.data(), CsExtraLenBits1.data(), 0,
                                             kDistCodes, kMaxCodeBits};
 constexpr TreeDescriptor kBitLengthDescriptor = {nullptr, extra_blbits.data(), 0, kBitLengthCodes,
@@ -195,7 +198,9 @@ void LzhTrees::AddRun(std::uint8_t length, std::uint32_t count, bool repeatsPrev
   }
 }
 
-// What trees and data really take: the totals of the builder count the wrong extra bits for distances.
+// What trees and data really take: the totals of the builder count the wrong extra bits for distances. Here
+// they are exchanged for the right ones, since this number decides where the block goes and must not be too
+// small. In unsigned arithmetic the difference may pass through values below zero; the sum does not.
 std::size_t LzhTrees::BlockBits(bool dynamic) const {
   std::size_t bits = dynamic ? builder_.opt_len : builder_.static_len;
   for (std::size_t code = 0; code < kDistCodes; ++code) {

@@ -36,9 +36,22 @@ struct LzhItem {
   }
 };
 
+// A block as it is made and sent, with names of the format's description where it has any:
+//
+//   TallyLiteral, TallyMatch     items_ and the frequencies of the two alphabets
+//   FlushDue                     now and then: is this a good place to end the block?
+//   FlushBlock
+//     BuildTrees                 code lengths of the two alphabets; then ScanTree cuts them into runs, and
+//     the
+//                                runs get a code of their own
+//     opt_len, static_len        what the block takes with its own codes and with the fixed ones
+//     SendAllTrees               only for a dynamic block
+//     CompressBlock              the items
+//     InitBlock                  all frequencies 0 but that of the end of the block, which occurs once
 class LzhTrees {
  public:
-  // A block is full one item before the buffer is: the last item at the end of input may still follow.
+  // A block is full one item before the buffer is: the last item at the end of input may still follow. More
+  // would not make streams smaller: the codes of a block fit it less the longer it gets.
   static constexpr std::size_t kItemBufferSize = 16384;
   static constexpr std::size_t kMaxItems = kItemBufferSize - 1;
 
@@ -49,7 +62,8 @@ class LzhTrees {
   // A new stream of the given level (1..9): nothing tallied, no bits held.
   void Start(int level);
 
-  // Puts bits in front of the first block. At most 16 in a stream, so none leaves the register.
+  // Puts bits in front of the first block. At most 16 in a stream, so none leaves the register. That at least
+  // two are put there is what the bit writer relies on.
   void SendPreamble(std::uint32_t value, int count);
 
   // Adds a literal, or a match of `length` (3..258) at `distance` (1..32768). True iff FlushDue must be

@@ -50,7 +50,8 @@ int LzhTreeBuilder::CollectSymbols(const TreeDescriptor& descriptor, std::uint16
     }
   }
   // A reader wants at least two codes, so unused ones are forced in. They never occur in the data: their one
-  // bit is taken off the totals in advance.
+  // bit is taken off the totals in advance, which may take them below zero for a moment; they are unsigned,
+  // and what GenBitLengths adds brings them back.
   while (heapLength_ < 2) {
     const int node = maxCode < 2 ? ++maxCode : 0;
     frequency[node] = 1;
@@ -131,6 +132,10 @@ void LzhTreeBuilder::GenBitLengths(const TreeDescriptor& descriptor, const std::
 // Too long codes were cut to the maximum, which over-subscribes the code. Each step hangs one of them beside
 // a leaf higher up, which moves one level down; then the lengths are dealt out again, the longest to the
 // rarest.
+//
+// Why two at a time: two cut siblings take up the room of one of them too many. The step takes one leaf at
+// `bits` away and puts two at bits + 1 in its place, the old one and one of the cut pair, whose sibling now
+// has the place of both. This is not optimal, and it must not be: the reference coder does the same.
 void LzhTreeBuilder::ShortenCodes(const TreeDescriptor& descriptor, const std::uint16_t* frequency,
                                   std::uint8_t* length, int maxCode, int overflow) {
   const std::size_t longest = static_cast<std::size_t>(descriptor.maxLength);

@@ -13,6 +13,11 @@ namespace {
 // The decoder says "end of stream" as soon as the last byte is out, which it may know before it has seen the
 // zero byte that closes an LZH stream. That byte must not start a segment of its own: two bytes of every full
 // segment move on into the next one, so that the last segment always holds at least two.
+//
+// The reader goes on to the trailer when the coder is done and its segment is passed. If the zero byte alone
+// were the last segment, the coder would be done in the one before, and the reader would take the header of
+// the last segment for the trailer. Two bytes are enough: the one in front of the zero byte holds at least
+// one bit of the last code, so the decoder cannot be done without it.
 constexpr std::size_t kCarry = 2;
 
 void Feed(Crc32Handle* crc, std::span<const std::uint8_t> bytes) {
@@ -26,6 +31,11 @@ bool NewChecksums(CsContext& context, std::int32_t segmentLength) {
 }
 
 // --- Writing
+//
+// The coder is called with room for the rest of a segment, however little that is, and says "output full"
+// when it is used up: a segment is full exactly when the coder has filled it. So all segments but the last
+// have the same length, whatever pieces the caller's buffers come in, unless his room is between 1024 and
+// 1031 bytes.
 //
 // What is staged: [header gap | coded bytes]. A finished segment stands at the front, its header filled in,
 // and waits to be drained; coded bytes behind it already belong to the next one.
@@ -80,8 +90,7 @@ CsResult EncodeSegment(CsContext& context, CsCall& call) {
   std::size_t capacity = kSegmentData;
   // In less room than this the segments would come out shorter. With exactly 1024 bytes they still do, by the
   // size of the header, so the staged bytes may already be too many.
-  const bool inPlace =
-      room >= kSegmentData && writer.fill < std::min(kSegmentData, room - kSegmentHeadSize);
+  const bool inPlace = room >= kSegmentData && writer.fill < std::min(kSegmentData, room - kSegmentHeadSize);
   if (inPlace) {
     capacity = std::min(kSegmentData, room - kSegmentHeadSize);
     segment = call.out.at;
@@ -119,8 +128,12 @@ void MakeTrailer(CsContext& context) {
 
 // --- Reading
 //
-// kHead -> kData -> kHead ... -> kData -> kRest -> kTrailer, or from kData to kShortEnd. The coder is shown the
-// data of one segment at a time, and nothing of a segment whose checksum is known to be wrong.
+// Nothing in the framing is trusted. A segment may claim any length; it is never gathered, only counted down,
+// so the claim costs nothing. The coder never sees more of it than lies in the caller's input, and never
+// bytes of the next one, so it cannot run over a checksum.
+//
+// kHead -> kData -> kHead ... -> kData -> kRest -> kTrailer, or from kData to kShortEnd. The coder is shown
+// the data of one segment at a time, and nothing of a segment whose checksum is known to be wrong.
 
 // True when the staging buffer holds its 8 bytes.
 bool Gather(SegmentReader& reader, CsInput& in) {
@@ -178,8 +191,10 @@ CsResult OpenSegment(CsContext& context) {
   return CS_OK;
 }
 
-// One call of the coder on what there is of the current segment. What a coder that fails had read and written
-// by then does not count: it is not known which of it was damaged.
+// One call of the coder on what there is of the current segment. With the whole of it at hand the checksum
+// has been compared by now; with a part of it the coder runs ahead of that, and output may be delivered which
+// the checksum will condemn. The caller learns of it before the end of the stream, as with any error. What a
+// coder that fails had read and written by then does not count: it is not known which of it was damaged.
 CsResult DecodeSegment(CsContext& context, CsCall& call) {
   SegmentReader& reader = *context.segmentReader;
   const std::uint32_t available = AvailableInSegment(reader, call.in);

@@ -34,8 +34,8 @@ inline constexpr std::size_t kTrailerSize = 8;
 inline constexpr std::size_t kSegmentData = 1024;
 
 // The length and checksum of a segment stand in front of it and are known only behind it. So a segment is
-// staged here as a whole, but where the caller's room takes all of it: then it is coded in place, behind a gap
-// of 8 bytes, and nothing is copied.
+// staged here as a whole, but where the caller's room takes all of it: then it is coded in place, behind a
+// gap of 8 bytes, and nothing is copied.
 struct SegmentWriter {
   std::array<std::uint8_t, kSegmentHeadSize + kSegmentData> staging;
   std::size_t fill = 0;      // coded bytes behind the gap for the segment header, in no finished segment yet

@@ -89,6 +89,9 @@ CsResult ReadStreamHeader(ConstStreamHeaderBytes bytes, StreamHeader& header) {
 }
 
 // --- The published routines on header bytes
+//
+// They are what programs outside of the engine know of the header, and keep to what they always did: no check
+// but that of the magic, and that a length is not negative.
 
 // One of the lengths that come out negative is the very code for a bad magic: whoever reads streams uses
 // ReadStreamHeader.

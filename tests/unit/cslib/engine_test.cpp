@@ -107,7 +107,7 @@ TEST(EngineCalls, RefuseBuffersThatCannotBeMeant) {
   };
   Driver driver;
   for (const int options : kAllOptions) {
-    const Bytes stream = driver.Compress(Bytes(200, 'a'), options).out;
+    const Bytes stream = driver.Compress(MakeData(Kind::kRandom, 200), options).out;
     for (const Row& row : table) {
       for (const bool compress : {true, false}) {
         for (const bool start : {true, false}) {

@@ -94,7 +94,7 @@ class LzhCompressBits : public testing::Test {
   Bytes Compress(const Bytes& data, int level) { return driver_.Compress(data, Level(level)).out; }
   // The reference's account of the stream, after the comparison.
   ReferenceStream Agree(const Bytes& data, int level) {
-    const ReferenceStream expected = ReferenceCompress(data, level);
+    const ReferenceStream expected = LzhReference::Compress(data, level);
     const Bytes actual = Compress(data, level);
     EXPECT_EQ(actual.size(), expected.bytes.size());
     EXPECT_TRUE(actual == expected.bytes) << "differs";
@@ -265,7 +265,7 @@ TEST_F(LzhCompressBits, TooLongCodesAreShortened) {
       std::swap(data[at], data[from]);
       seen[static_cast<std::size_t>(trigram(at))] = true;
     }
-    EXPECT_EQ(Agree(data, 1).shortened_literal_trees, 1) << seed;
+    EXPECT_EQ(Agree(data, 1).shortenedLiteralTrees, 1) << seed;
   }
 }
 

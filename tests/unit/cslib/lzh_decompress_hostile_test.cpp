@@ -48,49 +48,35 @@ TEST(LzhHostile, EveryRefusal) {
   const Lengths anyLitLen = Only(257, {{'a', 1}, {256, 1}});
   // The counts of a dynamic block and the lengths of its bit-length code, in the order in which they are
   // sent.
-  const auto dynamic = [](BitWriter& w, unsigned litLen, unsigned dist,
-                          std::initializer_list<unsigned> lengths) {
-    w.Put(1, 1).Put(2, 2).Put(litLen - 257, 5).Put(dist - 1, 5).Put(lengths.size() - 4, 4);
-    for (const unsigned length : lengths) w.Put(length, 3);
+  const auto dynamic = [](BitWriter& w, unsigned litLen, unsigned dist, auto... lengths) -> BitWriter& {
+    w.Put(1, 1).Put(2, 2).Put(litLen - 257, 5).Put(dist - 1, 5).Put(sizeof...(lengths) - 4, 4);
+    (w.Put(static_cast<unsigned>(lengths), 3), ...);
+    return w;
   };
   const std::vector<Row> rows = {
       {"stored block", CS_E_UNKNOWN_TYPE, [](BitWriter& w) { w.Put(1, 1).Put(0, 2); }},
       {"block type 3", CS_E_UNKNOWN_TYPE, [](BitWriter& w) { w.Put(1, 1).Put(3, 2); }},
       {"stored block behind a good one", CS_E_UNKNOWN_TYPE,
        [](BitWriter& w) { w.FixedBlock(false).Fixed('a').Fixed(256).Put(0, 3); }},
-      {"287 literal/length codes", CS_E_BAD_HEADER,
-       [&](BitWriter& w) {
-         dynamic(w, 287, 1, {0, 0, 0, 1});
-       }},
-      {"31 distance codes", CS_E_BAD_HEADER,
-       [&](BitWriter& w) {
-         dynamic(w, 257, 31, {0, 0, 0, 1});
-       }},
-      {"no bit-length code", CS_E_TREE,
-       [&](BitWriter& w) {
-         dynamic(w, 257, 1, {0, 0, 0, 0});
-       }},
-      {"too many bit-length codes", CS_E_TREE,
-       [&](BitWriter& w) {
-         dynamic(w, 257, 1, {1, 1, 1, 0});
-       }},
+      {"287 literal/length codes", CS_E_BAD_HEADER, [&](BitWriter& w) { dynamic(w, 287, 1, 0, 0, 0, 1); }},
+      {"31 distance codes", CS_E_BAD_HEADER, [&](BitWriter& w) { dynamic(w, 257, 31, 0, 0, 0, 1); }},
+      {"no bit-length code", CS_E_TREE, [&](BitWriter& w) { dynamic(w, 257, 1, 0, 0, 0, 0); }},
+      {"too many bit-length codes", CS_E_TREE, [&](BitWriter& w) { dynamic(w, 257, 1, 1, 1, 1, 0); }},
       {"unassigned bit-length code", CS_E_BAD_CODE,
-       [&](BitWriter& w) {
-         dynamic(w, 257, 1, {1, 0, 0, 0}), w.Code(1, 1);
-       }},
+       [&](BitWriter& w) { dynamic(w, 257, 1, 1, 0, 0, 0).Code(1, 1); }},
       {"repeat before the first length", CS_E_BAD_CODE,
-       [&](BitWriter& w) {
-         dynamic(w, 257, 1, {1, 0, 1, 0}), w.Code(0, 1).Put(0, 2);
-       }},
+       [&](BitWriter& w) { dynamic(w, 257, 1, 1, 0, 1, 0).Code(0, 1).Put(0, 2); }},
       {"zeros beyond the count", CS_E_BAD_CODE,
-       [&](BitWriter& w) {
-         dynamic(w, 257, 1, {1, 0, 1, 0});
-         w.Code(1, 1).Put(127, 7).Code(1, 1).Put(127, 7);
-       }},
+       [&](BitWriter& w) { dynamic(w, 257, 1, 1, 0, 1, 0).Code(1, 1).Put(127, 7).Code(1, 1).Put(127, 7); }},
       {"repeat beyond the count", CS_E_BAD_CODE,
        [&](BitWriter& w) {
-         dynamic(w, 257, 1, {1, 0, 1, 0});
-         w.Code(1, 1).Put(127, 7).Code(1, 1).Put(119 - 11, 7).Code(0, 1).Put(0, 2);
+         dynamic(w, 257, 1, 1, 0, 1, 0)
+             .Code(1, 1)
+             .Put(127, 7)
+             .Code(1, 1)
+             .Put(119 - 11, 7)
+             .Code(0, 1)
+             .Put(0, 2);
          for (int i = 0; i < 3; ++i) w.Code(0, 1).Put(3, 2);
        }},
       {"no literal/length code", CS_E_TREE,
