@@ -67,6 +67,8 @@ void Enter(const Arguments& arguments, CsCall& call) {
   call.out = CsOutput({arguments.out, static_cast<std::size_t>(arguments.outLen)});
 }
 
+// Nothing is left half made: what there is of checksums and staging goes, the coder's state stays for the
+// next try.
 CsResult OutOfMemory(CsContext& context, const char* message) {
   ReleaseStream(context);
   CsTPrintf("%s", message);
@@ -135,6 +137,8 @@ constexpr Side kCompress = {"CsRCompress", CsDirection::kCompress, StartCompress
 constexpr Side kDecompress = {"CsRDecompress", CsDirection::kDecompress, StartDecompress, RunDecompress,
                               false};
 
+// A stream that never was, or one of the other direction: the handle has nothing that this call could go on
+// with.
 CsResult NotInitialised(const Side& side) {
   CsTPrintf("ERROR: %s: internal buffer is not initialised\n", side.name);
   return CS_E_NO_STAGING;
@@ -177,6 +181,8 @@ CsResult Keep(CsContext& context, const Side& side, CsResult result) {
   return context.lastResult = result;
 }
 
+// One call, from the caller's arguments to a result that the next call is judged by. A start call runs the
+// coder in the same breath: a caller may hand in a whole stream at once.
 CsResult RunStream(CsContext& context, const Side& side, const Arguments& arguments, CsCall& call) {
   if (arguments.IsStart()) {
     if (const Verdict settled = StartStream(context, side, arguments, call)) {
@@ -221,6 +227,7 @@ void TraceChecksums(CsContext& context, const Side& side, const CsCall& call) {
   }
 }
 
+// The same call with its lines around it. Kept apart so that a call without tracing asks for the level once.
 CsResult RunTraced(CsContext& context, const Side& side, int handle, const Arguments& arguments,
                    CsCall& call) {
   const bool lines = (CsTraceLevel() & kTraceLines) != 0;
@@ -264,6 +271,7 @@ bool TracesCalls() {
   return CsTraceLevel() == kTraceCalls;
 }
 
+// The second half of a line that the entry point began.
 CsResult TracedResult(CsResult result) {
   if (TracesCalls()) CsTPrintf("  rc = %d\n", result);
   return result;

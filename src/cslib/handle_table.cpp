@@ -83,6 +83,9 @@ int ProvideContext(Slot& slot) {
   }
 }
 
+// The rule, in the terms of the counts: the slot below has a context, the slot was used more than 9 times,
+// and either all slots together were used less than 257 times or this one had at least 1/128 of that.
+//
 // Under the lock. Contexts of often used handles stay for the next owner, which saves setting up the coders
 // anew: up to half a megabyte each. Slots are given out from the lowest free one upwards, so a context whose
 // lower neighbour has none is one that a passing crowd left behind, and goes whatever its count.
@@ -101,6 +104,7 @@ CsResult Release(std::size_t index) {
 
 }  // namespace
 
+// Starting anew forgets who was often used. That costs a few contexts, once in two thousand million uses.
 void HandleUses::Count(std::size_t slot) {
   if (sum > std::numeric_limits<std::int32_t>::max()) {
     ofSlot.fill(0);
@@ -184,6 +188,8 @@ int CsOpenHandle(int handle) {
   return opened ? ProvideContext(slot) : CS_OK;
 }
 
+// Closing a handle that is not open does nothing but look whether its context should stay: it is no error, so
+// that a caller may close in any order, and twice.
 CsResult CsRCloseHandle(int handle) {
   return InRange(handle) ? Release(SlotOf(handle)) : CS_OK;
 }
@@ -195,6 +201,7 @@ CsResult CsRCloseAllHandles() {
   return CS_OK;
 }
 
+// For a caller who does not own the handle and may look at it from any thread, hence under the lock.
 int CsTestValidHandle(int handle) {
   if (!InRange(handle)) return 0;
   bool valid = false;

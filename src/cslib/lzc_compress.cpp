@@ -94,6 +94,8 @@ void EncodePending(LzcCompressState& state, CsInput& in) {
   state.pendingEnd = static_cast<std::size_t>(Encode(state, in, start, start + 1) - start);
 }
 
+// The string that was being collected, and the last bits filled up to a byte. By way of the pending buffer
+// like any step near the edge, since the caller's room may be anything.
 void Finish(LzcCompressState& state) {
   std::uint8_t* start = state.pending.data();
   std::uint8_t* to = PackCode(state, state.packer, static_cast<std::uint32_t>(state.prefix), start);
@@ -112,6 +114,8 @@ bool DrainPending(LzcCompressState& state, CsOutput& out) {
   return state.pendingAt == state.pendingEnd;
 }
 
+// Pending bytes, then the first byte of all, which has nothing before it to be joined to, then straight into
+// the caller's room as long as a step surely fits, and through the pending buffer where it may not.
 CsResult Run(LzcCompressState& state, CsInput& in, CsOutput& out) {
   for (;;) {
     if (!DrainPending(state, out)) return CS_END_OUTBUFFER;

@@ -42,7 +42,8 @@ void SendPreamble(lzh::LzhTrees& trees, bool plain) {
   if (r > 0) trees.SendPreamble(RandomBits() & ((1U << r) - 1U), static_cast<int>(r));
 }
 
-// Runs on from where the last call stopped.
+// Runs on from where the last call stopped. Pending bytes go first, and as long as there are any nothing else
+// is done: a block is only ever sent with the overflow buffer empty, so it always has a place.
 CsResult Run(LzhCompressState& state, CsInput& in) {
   if (!state.output.Drain()) return CS_END_OUTBUFFER;
   if (state.finalFlushed) return CS_END_OF_STREAM;
@@ -69,6 +70,7 @@ CsResult Run(LzhCompressState& state, CsInput& in) {
 
 }  // namespace
 
+// Nothing of an earlier stream is cleared that could not be seen: the matcher says what it relies on.
 void StartComprLZH(LzhCompressState& state, std::int32_t length, int level, bool plainPreamble) {
   state.failure = CS_OK;
   state.finalFlushed = false;

@@ -25,6 +25,9 @@ static_assert(!std::is_copy_constructible_v<LzhDecompressState>);
 // What became of a step: the machine moves on, or the call ends with a result that the decoder keeps.
 enum class Step : bool { kMoveOn, kStop };
 
+// One call's work on a stream. It lives as long as the call and holds the cursor by value, so that the
+// compiler may keep bits and positions in registers between steps; the state is written where something has
+// to outlive the call.
 class Decoder {
  public:
   Decoder(LzhDecompressState& state, const BitCursor& cursor) : s_(state), c_(cursor) {}
@@ -99,6 +102,7 @@ inline std::uint32_t Decoder::Take(unsigned count) {
   return value;
 }
 
+// The preamble is two items, since how long the second one is stands in the first. Its bits mean nothing.
 Step Decoder::ReadPreambleCount() {
   if (!Have(2)) return Stop(CS_END_INBUFFER);
   s_.preambleBits = Take(2);
@@ -111,6 +115,9 @@ Step Decoder::SkipPreamble() {
   return MoveTo(LzhPhase::kBlockHeader);
 }
 
+// A fixed block borrows the shared tables and a dynamic one makes its own; the decoder of symbols does not
+// know which it has. No state of the block before is needed: a match may reach into it, but that is a matter
+// of the output.
 Step Decoder::ReadBlockHeader() {
   if (!Have(3)) return Stop(CS_END_INBUFFER);
   s_.lastBlock = Take(1) != 0;
@@ -138,6 +145,7 @@ Step Decoder::ReadDynamicCounts() {
   return MoveTo(LzhPhase::kBitLengthLengths);
 }
 
+// The code in which the lengths of the two others are sent. Lengths that are not sent are 0.
 Step Decoder::ReadBitLengthLengths() {
   for (; s_.lengthsRead < s_.bitLengthCodes; ++s_.lengthsRead) {
     if (!Have(3)) return Stop(CS_END_INBUFFER);
@@ -173,6 +181,8 @@ Step Decoder::ReadCodeLengths() {
   return BuildTables();
 }
 
+// The three run codes. A run that goes on behind the last length is refused and not cut: no writer makes one,
+// and the lengths lie in an array that is exactly as long as there may be.
 Step Decoder::RepeatLength(unsigned symbol, unsigned extra) {
   std::uint8_t length = 0;
   unsigned count = extra + 3;
@@ -188,6 +198,8 @@ Step Decoder::RepeatLength(unsigned symbol, unsigned extra) {
   return Step::kMoveOn;
 }
 
+// All lengths are there. A set without the end of the block is let through: such a block can only end by what
+// is wrong with it, or by the declared length, and then the stream is refused with the next symbol.
 Step Decoder::BuildTables() {
   const std::span<const std::uint8_t> lengths(s_.codeLengths.data(), s_.litLenCodes + s_.distCodes);
   CsResult built = BuildDecodeTable(lengths.first(s_.litLenCodes), kLitLenResults.data(), kLitLenRootBits,
@@ -262,6 +274,8 @@ Step Decoder::DecodeSymbol() {
   return MoveTo(LzhPhase::kDistance);
 }
 
+// A distance may reach back to the first byte of the stream and no further, and a table has no code for one
+// that begins behind the window. So everything that is copied is something the stream has delivered.
 Step Decoder::DecodeDistance() {
   Entry entry;
   unsigned linkBits;
@@ -273,6 +287,8 @@ Step Decoder::DecodeDistance() {
   return MoveTo(LzhPhase::kCopy);
 }
 
+// As much of the match as there is room for. The rest waits as a shorter match at the same distance: what was
+// copied by then moved both of its ends.
 Step Decoder::CopyPending() {
   const auto count = static_cast<std::uint32_t>(std::min<std::size_t>(s_.length, c_.out.Room()));
   CopyMatch(s_, c_, count, s_.distance);
@@ -281,6 +297,8 @@ Step Decoder::CopyPending() {
   return MoveTo(LzhPhase::kSymbols);
 }
 
+// The last block decides: with everything delivered the stream is complete, otherwise it ended short, which
+// is not called an error here. Whoever knows what the data should have been can say more.
 Step Decoder::EndBlock() {
   if (!s_.lastBlock) return MoveTo(LzhPhase::kBlockHeader);
   return MoveTo(Undelivered() == 0 ? LzhPhase::kEnd : LzhPhase::kShortEnd);
@@ -326,6 +344,8 @@ CsResult Decoder::Run() {
   return result_;
 }
 
+// Bits above bitCount are cut off, since the next call brings other bytes than those that were looked at
+// here.
 void Decoder::SaveBits() {
   s_.bits = c_.bits & ((std::uint64_t{1} << c_.bitCount) - 1);
   s_.bitCount = c_.bitCount;

@@ -68,6 +68,7 @@ constexpr LzhTrees::SendTable LzhTrees::kFixedSendTable =
     MakeSendTable(kFixedTrees.litLenLength.data(), kFixedTrees.litLenCode.data(),
                   kFixedTrees.distLength.data(), kFixedTrees.dist_code.data());
 
+// Levels 1 and 2 take blocks as long as they get, which spares them the estimate.
 void LzhTrees::Start(int level) {
   estimates_ = level > 2;
   bi_buf_ = 0;
@@ -75,6 +76,7 @@ void LzhTrees::Start(int level) {
   InitBlock();
 }
 
+// Items and runs are not cleared: their counts are what says how many there are.
 void LzhTrees::InitBlock() {
   litLen_.frequency.fill(0);
   dist_.frequency.fill(0);
@@ -85,6 +87,7 @@ void LzhTrees::InitBlock() {
   checkAt_ = items_.data() + (estimates_ ? kEstimateInterval : kMaxItems);
 }
 
+// Into the register that the first block begins with; there is no place in the output for it yet.
 void LzhTrees::SendPreamble(std::uint32_t value, int count) {
   bi_buf_ |= static_cast<std::uint64_t>(value) << bi_valid_;
   bi_valid_ += count;
@@ -210,6 +213,9 @@ std::size_t LzhTrees::BlockBits(bool dynamic) const {
   return bits;
 }
 
+// The counts are sent less their smallest values, as the format has it. The literal alphabet always reaches
+// up to the end of the block, so its count is at least 257; the distances have at least two codes, forced in
+// if need be.
 void LzhTrees::SendAllTrees(LzhBitWriter& bits) const {
   bits.SendBits(static_cast<std::uint32_t>(litLen_.maxCode + 1 - 257), 5);
   bits.SendBits(static_cast<std::uint32_t>(dist_.maxCode + 1 - 1), 5);

@@ -19,13 +19,16 @@ constexpr std::uint64_t DepthOf(std::uint64_t entry) {
 constexpr std::uint64_t FrequencyOf(std::uint64_t entry) {
   return entry >> 32;
 }
-// On equal frequency and depth the left one counts as the smaller.
+// On equal frequency and depth the left one counts as the smaller. The node itself never decides: which of
+// two equal ones comes first follows from where the heap has them.
 constexpr bool Smaller(std::uint64_t left, std::uint64_t right) {
   return left >> 16 <= right >> 16;
 }
 
 }  // namespace
 
+// The steps of the reference coder, one function each, in its order. Lengths of symbols that do not occur are
+// 0, which CollectSymbols sees to; codes only exist where lengths do.
 int LzhTreeBuilder::BuildTree(const TreeDescriptor& descriptor, std::uint16_t* frequency,
                               std::uint8_t* length, std::uint16_t* code) {
   const int maxCode = CollectSymbols(descriptor, frequency, length);

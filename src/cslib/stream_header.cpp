@@ -36,6 +36,7 @@ std::uint8_t LevelOf(int options) {
 
 }  // namespace
 
+// LZC has no levels: its streams are all made the same way, and readers learn the width from the header.
 CsResult HeaderFromOptions(std::int32_t length, int options, StreamHeader& header) {
   header.length = length;
   header.algorithm = options & CS_ALGORITHM_MASK;
@@ -61,6 +62,7 @@ CsResult WriteStreamHeader(const StreamHeader& header, StreamHeaderBytes bytes) 
                     header.parameter);
 }
 
+// The version is not asked for: only one is known, and what a reader has to know is told by the algorithm.
 CsResult ReadAlgorithm(ConstStreamHeaderBytes bytes, StreamHeader& header) {
   const int code = CsRGetAlgorithm(bytes.data());
   header.framed = (code & CS_ALG_CODE_CHECKSUM) != 0;

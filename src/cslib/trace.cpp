@@ -13,6 +13,8 @@ namespace {
 constexpr std::int32_t kBytesPerLine = 16;
 }  // namespace
 
+// The function first, so that there is one by the time a level asks for lines. A call that runs meanwhile may
+// still print through the old one.
 void CsSetTrace(int level, CsTracePrint print) {
   g_csTrace.print.store(print, std::memory_order_release);
   g_csTrace.level.store(level, std::memory_order_relaxed);
@@ -31,6 +33,7 @@ void CsTPrintf(const char* format, ...) {
   if (length >= 0) print(text.data());
 }
 
+// A line at a time through the print function, so that the dump of a large call needs no large buffer.
 void TshowBuf(const char* title, const std::uint8_t* bytes, std::int32_t count) {
   CsTPrintf("    %s: %d bytes\n", title, count);
   std::array<char, 3 * kBytesPerLine + 1> line;

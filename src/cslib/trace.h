@@ -17,7 +17,8 @@ inline constexpr int kTraceDumps = 4;
 inline constexpr int kTraceCalls = 16;
 
 // What CsSetTrace was given last. The level is looked at by every call and the function only when there is
-// something to print; a thread that sees a new level sees the function that came with it, or a later one.
+// something to print. They are set one after the other: calls that run meanwhile may use the old function or
+// the new one.
 struct CsTrace {
   std::atomic<int> level{0};
   std::atomic<CsTracePrint> print{nullptr};
