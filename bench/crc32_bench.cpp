@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "cslib/crc32.h"
-#include "cslib/crc32_kernels.h"
 
 namespace {
 

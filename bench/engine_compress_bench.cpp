@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "cslib/cslib.h"
-#include "cslib/lzh_compress.h"
 #include "machine_files.h"
 
 namespace {
@@ -76,7 +75,6 @@ void Lzh(benchmark::State& state) {
   if (sample.empty()) return state.SkipWithError("no such files on this machine");
   const int options =
       tolven::CS_INIT | tolven::CS_ALGORITHM_LZH | static_cast<int>(state.range(0)) << tolven::CS_LEVEL_SHIFT;
-  const tolven::LzhCompressStatePtr stream = tolven::NewLzhCompressState();
   Bytes out(2 * kBlock);
   std::size_t compressed = 0;
   for (auto _ : state) {
@@ -84,9 +82,8 @@ void Lzh(benchmark::State& state) {
     for (std::size_t at = 0; at < sample.size(); at += kBlock) {
       std::int32_t read = 0;
       std::int32_t written = 0;
-      const int result =
-          tolven::CsRComprLZH(*stream, kBlock, sample.data() + at, kBlock, out.data(),
-                              static_cast<std::int32_t>(out.size()), options, true, &read, &written);
+      const int result = tolven::_CsCompr(kBlock, sample.data() + at, kBlock, out.data(),
+                                          static_cast<std::int32_t>(out.size()), options, &read, &written);
       if (result != tolven::CS_END_OF_STREAM) return state.SkipWithError("compression failed");
       compressed += static_cast<std::size_t>(written);
     }

@@ -9,8 +9,7 @@
 #include <vector>
 
 #include "cslib/cslib.h"
-#include "cslib/lzh_decompress.h"
-#include "cslib/lzh_test_streams.h"
+#include "cslib/streams.h"
 #include "machine_files.h"
 
 namespace {
@@ -30,11 +29,11 @@ Corpus MakeCorpus(const Bytes& data) {
   for (std::size_t at = 0; at < data.size(); at += kBlock) {
     const auto begin = data.begin() + static_cast<std::ptrdiff_t>(at);
     const Bytes block(begin, begin + static_cast<std::ptrdiff_t>(std::min(kBlock, data.size() - at)));
-    Bytes deflated = tolven::lzhtest::Deflate(block, kLevel, Z_DEFAULT_STRATEGY);
-    if (tolven::lzhtest::HasStoredBlock(deflated)) continue;
+    Bytes deflated = tolven::test::Deflate(block, kLevel, Z_DEFAULT_STRATEGY);
+    if (tolven::test::HasStoredBlock(deflated)) continue;
     // One preamble bit: the bits of the two streams are not aligned alike.
     corpus.framed.push_back(
-        tolven::lzhtest::BitWriter(static_cast<std::uint32_t>(block.size()), 1).Bytes(deflated).Take());
+        tolven::test::BitWriter(static_cast<std::uint32_t>(block.size()), 1).Bytes(deflated).Take());
     corpus.deflated.push_back(std::move(deflated));
     corpus.bytes += static_cast<std::int64_t>(block.size());
   }
@@ -48,21 +47,20 @@ Bytes Binary() {
   return tolven::bench::ReadFiles("/usr/lib", ".so");
 }
 Bytes Generated() {
-  return tolven::lzhtest::Text(tolven::bench::kSampleSize);
+  return tolven::test::MakeData(tolven::test::Kind::kText, tolven::bench::kSampleSize);
 }
 
 void Engine(benchmark::State& state, Bytes (*sample)()) {
   const Corpus corpus = MakeCorpus(sample());
   if (corpus.bytes == 0) return state.SkipWithError("no such files on this machine");
-  const auto stream = tolven::NewLzhDecompressState();
   Bytes out(kBlock);
   for (auto _ : state) {
     for (std::size_t i = 0; i < corpus.framed.size(); ++i) {
       std::int32_t read = 0, written = 0;
       const Bytes& in = corpus.framed[i];
       const int rc =
-          tolven::CsRDecomprLZH(*stream, in.data(), static_cast<std::int32_t>(in.size()), out.data(),
-                                static_cast<std::int32_t>(out.size()), tolven::CS_INIT, &read, &written);
+          tolven::_CsDecompr(in.data(), static_cast<std::int32_t>(in.size()), out.data(),
+                             static_cast<std::int32_t>(out.size()), tolven::CS_INIT, &read, &written);
       if (rc != tolven::CS_END_OF_STREAM) state.SkipWithError("not decompressed");
       benchmark::DoNotOptimize(out.data());
     }

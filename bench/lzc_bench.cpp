@@ -44,8 +44,8 @@ Bytes Noise() {
 }
 
 struct Handle {
-  Handle() { tolven::CsRGetHandle(&number); }
-  ~Handle() { tolven::CsRCloseHandle(number); }
+  Handle() { static_cast<void>(tolven::CsRGetHandle(&number)); }
+  ~Handle() { static_cast<void>(tolven::CsRCloseHandle(number)); }
   int number = 0;
 };
 
@@ -101,8 +101,10 @@ void CallAtEnd(benchmark::State& state) {
   const Bytes stream = Pack(handle, {'x'});
   Bytes out(16);
   std::int32_t read = 0, written = 0;
-  tolven::CsRDecompress(handle.number, stream.data(), static_cast<std::int32_t>(stream.size()), out.data(),
-                        16, tolven::CS_INIT, &read, &written);
+  const int end =
+      tolven::CsRDecompress(handle.number, stream.data(), static_cast<std::int32_t>(stream.size()),
+                            out.data(), 16, tolven::CS_INIT, &read, &written);
+  if (end != tolven::CS_END_OF_STREAM) return state.SkipWithError("not at the end");
   for (auto _ : state) {
     benchmark::DoNotOptimize(
         tolven::CsRDecompress(handle.number, nullptr, 0, out.data(), 16, 0, &read, &written));

@@ -1,9 +1,25 @@
 #include "cslib/context.h"
 
-#include "cslib/cslib.h"
+#include <new>
+
 #include "cslib/trace.h"
 
 namespace tolven {
+namespace {
+
+// Makes the state if it is not there yet. Default-initialised: a coder's start writes all that it reads, and
+// clearing some hundred kilobytes first would be for nothing.
+template <typename State>
+bool Provide(std::unique_ptr<State>& state) {
+  try {
+    if (!state) state = std::make_unique_for_overwrite<State>();
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
+}  // namespace
 
 void ReleaseStream(CsContext& context) {
   context.dataCrc.reset();
@@ -12,40 +28,41 @@ void ReleaseStream(CsContext& context) {
   context.segmentReader.reset();
 }
 
-bool ProvideCompressor(CsContext& context) {
-  if (context.algorithm == CS_ALGORITHM_LZH) {
-    if (!context.lzhCompress) context.lzhCompress = NewLzhCompressState();
-    return context.lzhCompress != nullptr;
+bool StartCompressor(CsContext& context) {
+  const StreamHeader& header = context.header;
+  if (header.algorithm == CS_ALGORITHM_LZH) {
+    if (!Provide(context.lzhCompress)) return false;
+    // Two runs can be compared while tracing, since the preamble is the one thing that differs.
+    StartComprLZH(*context.lzhCompress, header.length, header.parameter, CsTraceLevel() != 0);
+    return true;
   }
-  if (!context.lzcCompress) context.lzcCompress = NewLzcCompressState();
-  return context.lzcCompress != nullptr;
+  if (!Provide(context.lzcCompress)) return false;
+  StartComprLZC(*context.lzcCompress, header.length);
+  return true;
 }
 
-bool ProvideDecompressor(CsContext& context) {
-  if (context.algorithm == CS_ALGORITHM_LZH) {
-    if (!context.lzhDecompress) context.lzhDecompress = NewLzhDecompressState();
-    return context.lzhDecompress != nullptr;
+bool StartDecompressor(CsContext& context) {
+  const StreamHeader& header = context.header;
+  if (header.algorithm == CS_ALGORITHM_LZH) {
+    if (!Provide(context.lzhDecompress)) return false;
+    StartDecomprLZH(*context.lzhDecompress, header.length);
+    return true;
   }
-  if (!context.lzcDecompress) context.lzcDecompress = NewLzcDecompressState();
-  return context.lzcDecompress != nullptr;
+  if (!Provide(context.lzcDecompress)) return false;
+  StartDecomprLZC(*context.lzcDecompress, header.length, header.parameter);
+  return true;
 }
 
-int RunCompressor(CsContext& context, CsCall& call) {
-  if (context.algorithm == CS_ALGORITHM_LZH) {
-    return CsRComprLZH(*context.lzhCompress, call.total, call.in, call.inLen, call.out, call.outLen,
-                       call.options, CsTraceLevel() != 0, &call.read, &call.written);
-  }
-  return CsRComprLZC(*context.lzcCompress, call.total, call.in, call.inLen, call.out, call.outLen,
-                     call.options, &call.read, &call.written);
+// The state is there: a call gets here only behind a start call of the same direction, which provided it, and
+// the algorithm is the one of that start call.
+CsResult RunCompressor(CsContext& context, CsInput& in, CsOutput& out) {
+  return context.header.algorithm == CS_ALGORITHM_LZH ? CsRComprLZH(*context.lzhCompress, in, out)
+                                                      : CsRComprLZC(*context.lzcCompress, in, out);
 }
 
-int RunDecompressor(CsContext& context, CsCall& call) {
-  if (context.algorithm == CS_ALGORITHM_LZH) {
-    return CsRDecomprLZH(*context.lzhDecompress, call.in, call.inLen, call.out, call.outLen, call.options,
-                         &call.read, &call.written);
-  }
-  return CsRDecomprLZC(*context.lzcDecompress, call.in, call.inLen, call.out, call.outLen, call.options,
-                       &call.read, &call.written);
+CsResult RunDecompressor(CsContext& context, CsInput& in, CsOutput& out) {
+  return context.header.algorithm == CS_ALGORITHM_LZH ? CsRDecomprLZH(*context.lzhDecompress, in, out)
+                                                      : CsRDecomprLZC(*context.lzcDecompress, in, out);
 }
 
 }  // namespace tolven

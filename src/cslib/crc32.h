@@ -1,10 +1,16 @@
 #pragma once
 
 // CRC-32 of IEEE 802.3 in its reflected form (polynomial 0xEDB88320), the only checksum code of the engine.
+//
+// Everything here works on the register as it runs: no initial value is put in and no final inversion is
+// done but where it says so. That is what lets an archive, which starts at 0, the checksum framing, which
+// starts at 0xFFFFFFFF and stores the register as it is, and the older format, which has 64 bits for it,
+// share one routine.
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 namespace tolven {
 
@@ -26,7 +32,8 @@ std::uint32_t CRC32Buf(std::uint32_t crc, const std::uint8_t* bytes, std::size_t
 // The same over a register kept in 64 bits, for the older format. Nothing is done for a count <= 0. Always 0.
 int calccrcb(const std::uint8_t* bytes, std::int64_t count, std::uint64_t* crc);
 
-// A running checksum cut into segments; the register runs on over segment ends.
+// A running checksum cut into segments. The register runs on over segment ends: the checksum of a segment is
+// that of everything up to its end, so that segments that changed places are found as well.
 struct Crc32Handle {
   std::uint32_t crcRegister;  // starts at 0xFFFFFFFF
   std::uint32_t position;     // inside the current segment
@@ -34,12 +41,30 @@ struct Crc32Handle {
   std::uint32_t total;  // bytes fed so far
 };
 
-// A new handle the caller must give to CRC32FreeHandle; null when memory is exhausted. 0 means 65536.
-Crc32Handle* CRC32NewHandle(std::int32_t segmentLength);
+// Null when memory is exhausted. 0 means 65536.
+[[nodiscard]] std::unique_ptr<Crc32Handle> CRC32NewHandle(std::int32_t segmentLength);
 // Feeds bytes, with `stopAtSegmentEnd` no further than the end of the segment. The number taken; 0 for null.
 std::uint32_t CRC32HBuffer(Crc32Handle* handle, const std::uint8_t* bytes, std::uint32_t count,
                            bool stopAtSegmentEnd);
 // Frees the handle and returns NOT of its register; 0 for null.
-std::uint32_t CRC32FreeHandle(Crc32Handle* handle);
+std::uint32_t CRC32FreeHandle(std::unique_ptr<Crc32Handle> handle);
 
+namespace crc32 {
+
+// The ways to run the register over bytes. All give the same register; CRC32Buf picks the fastest one that
+// the machine has. They are named here so that a test can hold them against each other.
+using Kernel = std::uint32_t (*)(std::uint32_t crc, const std::uint8_t* bytes, std::size_t count);
+
+// One table step a byte: the definition.
+std::uint32_t UpdateBytewise(std::uint32_t crc, const std::uint8_t* bytes, std::size_t count);
+// Eight tables, eight bytes a step.
+std::uint32_t UpdateSliced(std::uint32_t crc, const std::uint8_t* bytes, std::size_t count);
+
+#if defined(__x86_64__)
+// Folding with carry-less multiplication; only where HasFolding() is true.
+bool HasFolding();
+std::uint32_t UpdateFolded(std::uint32_t crc, const std::uint8_t* bytes, std::size_t count);
+#endif
+
+}  // namespace crc32
 }  // namespace tolven

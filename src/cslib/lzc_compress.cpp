@@ -1,58 +1,17 @@
-#include <algorithm>
-#include <array>
-#include <cstring>
-#include <new>
+#include "cslib/lzc_compress.h"
 
-#include "cslib/cslib.h"
-#include "cslib/lzc.h"
-#include "cslib/lzc_dictionary.h"
+#include <algorithm>
+#include <cstring>
+
 #include "cslib/lzc_format.h"
-#include "cslib/lzc_packer.h"
 
 namespace tolven {
 namespace lzc {
 namespace {
 
-constexpr std::uint32_t kCheckGap = 4096;  // input bytes between two looks at the ratio
-
-// What one input byte can bring at most: a code and a filled up group, twice when the second code is CLEAR.
-constexpr std::size_t kStepBytes = 2 * (2 + static_cast<std::size_t>(kWriteMaxBits));
-constexpr std::size_t kOutMargin = kStepBytes + CodePacker::kSlack;
-
-}  // namespace
-}  // namespace lzc
-
-struct LzcCompressState {
-  lzc::Dictionary dictionary;
-  lzc::CodePacker packer;
-  std::uint32_t maxCode;
-  std::int32_t prefix;  // the code of what was read and not yet packed; -1 before the first byte
-  std::int32_t total;
-  std::int64_t bytesIn;
-  std::int64_t checkpoint;
-  std::int64_t ratio;
-  bool ended;  // the last code is packed
-  // Bytes that did not fit the caller's room; the coder does not run on while there are any.
-  std::array<std::uint8_t, lzc::kOutMargin + 1> pending;
-  std::size_t pendingAt;
-  std::size_t pendingEnd;
-};
-
-namespace lzc {
-namespace {
-
-void Start(LzcCompressState& state, std::int32_t total) {
-  state.dictionary.Clear();
-  state.packer.Start();
-  state.maxCode = MaxCode(kInitBits, kWriteMaxBits);
-  state.prefix = -1;
-  state.total = total;
-  state.bytesIn = 0;
-  state.checkpoint = kCheckGap;
-  state.ratio = 0;
-  state.ended = false;
-  state.pendingAt = state.pendingEnd = 0;
-}
+// Input bytes between two looks at the ratio. compress(1) has 10000 here; streams of this engine were always
+// made with 4096, and a reader sees the difference only as CLEAR codes that come earlier.
+constexpr std::uint32_t kCheckGap = 4096;
 
 // Packs one code. The dictionary decides on the width of the next code as it stands now, before the pair that
 // this code ended is entered: the decompressor is one entry behind, too.
@@ -66,6 +25,10 @@ std::uint8_t* PackCode(LzcCompressState& state, CodePacker& packer, std::uint32_
 }
 
 // With the dictionary full: starts anew once the stream compresses no better than at the last look.
+//
+// The ratio is taken with 8 bits behind the point, and beyond 8 MiB of input without the multiplication,
+// which would not have fit into 32 bits. Wider numbers could do without the second form, but the two round
+// differently, and where CLEAR comes is part of the stream's fixed choices.
 std::uint8_t* CheckRatio(LzcCompressState& state, CodePacker& packer, std::uint8_t* to) {
   state.checkpoint = state.bytesIn + kCheckGap;
   const std::int64_t bytesOut = packer.BytesOut();
@@ -73,7 +36,7 @@ std::uint8_t* CheckRatio(LzcCompressState& state, CodePacker& packer, std::uint8
   if (state.bytesIn > 0x7FFFFF) {
     ratio = bytesOut >> 8 == 0 ? 0x7FFFFFFF : state.bytesIn / (bytesOut >> 8);
   } else {
-    ratio = (state.bytesIn << 8) / bytesOut;
+    ratio = (state.bytesIn << 8) / bytesOut;  // the header counts, so there are at least 8 bytes
   }
   if (state.ratio < ratio) {
     state.ratio = ratio;
@@ -87,14 +50,17 @@ std::uint8_t* CheckRatio(LzcCompressState& state, CodePacker& packer, std::uint8
   return to;
 }
 
-// Takes bytes of `in` until they are used up or `stopAt` is reached; writes less than kOutMargin bytes behind
-// it.
-std::uint8_t* Encode(LzcCompressState& state, const std::uint8_t** in, const std::uint8_t* inEnd,
-                     std::uint8_t* to, const std::uint8_t* stopAt) {
+// Takes input until it is used up or `stopAt` is reached; writes less than kOutMargin bytes behind it.
+//
+// A step is one input byte. It writes nothing while the string in `prefix` and the byte are in the dictionary
+// together, and kStepBytes at most otherwise. `stopAt` is looked at behind steps that wrote: so one step may
+// begin right below it and end up to kStepBytes behind it, and the packer stores up to kSlack bytes further.
+std::uint8_t* Encode(LzcCompressState& state, CsInput& in, std::uint8_t* to, const std::uint8_t* stopAt) {
   CodePacker packer = state.packer;
   auto prefix = static_cast<std::uint32_t>(state.prefix);
-  const std::uint8_t* from = *in;
-  while (from < inEnd) {
+  const std::uint8_t* from = in.at;
+  const std::uint8_t* const end = in.end;  // a local: the bytes stored below might be the cursor's own
+  while (from < end) {
     const std::uint32_t byte = *from++;
     std::uint32_t place = 0;
     const std::uint32_t code = state.dictionary.Find(prefix, byte, &place);
@@ -105,9 +71,10 @@ std::uint8_t* Encode(LzcCompressState& state, const std::uint8_t** in, const std
     to = PackCode(state, packer, prefix, to);
     if (!state.dictionary.Full()) {
       state.dictionary.Insert(place, prefix, byte);
-    } else if (state.bytesIn + (from - *in) >= state.checkpoint) {
-      state.bytesIn += from - *in;
-      *in = from;
+    } else if (state.bytesIn + (from - in.at) >= state.checkpoint) {
+      // The count of the whole stream is brought up to date only where somebody looks at it.
+      state.bytesIn += from - in.at;
+      in.at = from;
       to = CheckRatio(state, packer, to);
     }
     prefix = byte;
@@ -115,18 +82,20 @@ std::uint8_t* Encode(LzcCompressState& state, const std::uint8_t** in, const std
   }
   state.packer = packer;
   state.prefix = static_cast<std::int32_t>(prefix);
-  state.bytesIn += from - *in;
-  *in = from;
+  state.bytesIn += from - in.at;
+  in.at = from;
   return to;
 }
 
-// Into the pending buffer until something lies there.
-void EncodePending(LzcCompressState& state, const std::uint8_t** in, const std::uint8_t* inEnd) {
+// Into the pending buffer until something lies there. This is how a stream gets through room of one byte.
+void EncodePending(LzcCompressState& state, CsInput& in) {
   std::uint8_t* start = state.pending.data();
   state.pendingAt = 0;
-  state.pendingEnd = static_cast<std::size_t>(Encode(state, in, inEnd, start, start + 1) - start);
+  state.pendingEnd = static_cast<std::size_t>(Encode(state, in, start, start + 1) - start);
 }
 
+// The string that was being collected, and the last bits filled up to a byte. By way of the pending buffer
+// like any step near the edge, since the caller's room may be anything.
 void Finish(LzcCompressState& state) {
   std::uint8_t* start = state.pending.data();
   std::uint8_t* to = PackCode(state, state.packer, static_cast<std::uint32_t>(state.prefix), start);
@@ -137,81 +106,59 @@ void Finish(LzcCompressState& state) {
 }
 
 // True when nothing is left.
-bool DrainPending(LzcCompressState& state, std::uint8_t** to, const std::uint8_t* end) {
-  const std::size_t count = std::min(state.pendingEnd - state.pendingAt, static_cast<std::size_t>(end - *to));
-  std::memcpy(*to, state.pending.data() + state.pendingAt, count);
+bool DrainPending(LzcCompressState& state, CsOutput& out) {
+  const std::size_t count = std::min(state.pendingEnd - state.pendingAt, out.Room());
+  std::memcpy(out.at, state.pending.data() + state.pendingAt, count);
   state.pendingAt += count;
-  *to += count;
+  out.at += count;
   return state.pendingAt == state.pendingEnd;
 }
 
-int Run(LzcCompressState& state, const std::uint8_t** in, const std::uint8_t* inEnd, std::uint8_t** to,
-        const std::uint8_t* end) {
+// Pending bytes, then the first byte of all, which has nothing before it to be joined to, then straight into
+// the caller's room as long as a step surely fits, and through the pending buffer where it may not.
+CsResult Run(LzcCompressState& state, CsInput& in, CsOutput& out) {
   for (;;) {
-    if (!DrainPending(state, to, end)) return CS_END_OUTBUFFER;
+    if (!DrainPending(state, out)) return CS_END_OUTBUFFER;
     if (state.ended) return CS_END_OF_STREAM;
     if (state.bytesIn == state.total) {
       Finish(state);
-    } else if (*in == inEnd) {
+    } else if (in.Left() == 0) {
       return CS_END_INBUFFER;
     } else if (state.prefix < 0) {
-      state.prefix = *(*in)++;
+      state.prefix = *in.at++;
       state.bytesIn = 1;
-    } else if (static_cast<std::size_t>(end - *to) > kOutMargin) {
-      *to = Encode(state, in, inEnd, *to, end - kOutMargin);
+    } else if (out.Room() > kOutMargin) {
+      out.at = Encode(state, in, out.at, out.end - kOutMargin);
     } else {
-      EncodePending(state, in, inEnd);
+      EncodePending(state, in);
     }
   }
-}
-
-int CheckCall(const LzcCompressState& state, const std::uint8_t* in, std::int32_t inLen,
-              const std::uint8_t* out, std::int32_t outLen, bool start) {
-  if (inLen < 0) return CS_E_IN_BUFFER_LEN;
-  if (out == nullptr) return CS_E_NO_OUT_BUFFER;
-  if (inLen > 0 && in == out) return CS_E_SAME_BUFFER;
-  const bool pending = !start && state.pendingAt < state.pendingEnd;
-  const std::int32_t least = start ? CS_HEAD_SIZE : pending ? 1 : 0;
-  return outLen < least ? CS_E_OUT_BUFFER_LEN : CS_OK;
 }
 
 }  // namespace
 }  // namespace lzc
 
-void LzcCompressStateDeleter::operator()(LzcCompressState* state) const {
-  const std::unique_ptr<LzcCompressState> owner(state);
+void StartComprLZC(LzcCompressState& state, std::int32_t total) {
+  state.failure = CS_OK;
+  state.dictionary.Clear();
+  state.packer.Start();
+  state.maxCode = lzc::MaxCode(lzc::kInitBits, lzc::kWriteMaxBits);
+  state.prefix = -1;
+  state.total = total;
+  state.bytesIn = 0;
+  state.checkpoint = lzc::kCheckGap;
+  state.ratio = 0;
+  state.ended = false;
+  state.pendingAt = state.pendingEnd = 0;
 }
 
-LzcCompressStatePtr NewLzcCompressState() {
-  try {
-    return LzcCompressStatePtr(std::make_unique<LzcCompressState>().release());
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-
-int CsRComprLZC(LzcCompressState& state, std::int32_t total, const std::uint8_t* in, std::int32_t inLen,
-                std::uint8_t* out, std::int32_t outLen, int options, std::int32_t* read,
-                std::int32_t* written) {
-  *read = *written = 0;
-  const bool start = (options & CS_INIT) != 0;
-  if (const int refused = lzc::CheckCall(state, in, inLen, out, outLen, start); refused != CS_OK)
-    return refused;
-  std::uint8_t* to = out;
-  if (start) {
-    // Unlike LZH, a stream of no bytes does not exist: there would be no first code.
-    if (total < 1) return CS_E_INVALID_LEN;
-    const auto algorithm = static_cast<std::uint8_t>((options & CS_CHECKSUM) | 0x10 | CS_ALG_CODE_LZC);
-    CsRSetHead(out, total, algorithm, lzc::kWriteMaxBits | lzc::kBlockMode);
-    to += CS_HEAD_SIZE;
-    lzc::Start(state, total);
-  }
-  // Input beyond the declared length is left alone.
-  const auto wanted = static_cast<std::int32_t>(std::min<std::int64_t>(inLen, state.total - state.bytesIn));
-  const std::uint8_t* from = in;
-  const int result = lzc::Run(state, &from, wanted == 0 ? in : in + wanted, &to, out + outLen);
-  *read = static_cast<std::int32_t>(from - in);
-  *written = static_cast<std::int32_t>(to - out);
+CsResult CsRComprLZC(LzcCompressState& state, CsInput& in, CsOutput& out) {
+  if (state.failure != CS_OK) return state.failure;
+  if (out.begin == nullptr) return CS_E_NO_OUT_BUFFER;
+  const std::size_t wanted = static_cast<std::size_t>(state.total - state.bytesIn);
+  CsInput declared(in.Rest().first(std::min(in.Left(), wanted)));
+  const CsResult result = lzc::Run(state, declared, out);
+  in.at = declared.at;
   return result;
 }
 

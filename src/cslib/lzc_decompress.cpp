@@ -1,54 +1,23 @@
-#include <algorithm>
-#include <array>
-#include <bit>
-#include <cstddef>
-#include <cstring>
-#include <new>
+#include "cslib/lzc_decompress.h"
 
-#include "cslib/cslib.h"
-#include "cslib/lzc.h"
+#include <algorithm>
+#include <cstring>
+
 #include "cslib/lzc_format.h"
 
 namespace tolven {
 namespace lzc {
 namespace {
 
-constexpr std::uint32_t kMaxCodes = 1U << kReadMaxBits;
-constexpr std::size_t kChunk = 8;
-// Strings grow by one byte a code, so none is longer than this.
-constexpr std::size_t kMaxString = kMaxCodes;
+constexpr std::size_t kChunk = sizeof(std::uint64_t);
 constexpr int kNoCode = -1;
+// Bits that DecodeFast may find from before: see there, memory safety hangs on it.
+constexpr unsigned kMaxBitsOnEntry = 7;
 
-// A string of the dictionary, as its last 1 to 8 bytes and the code of the string before them (which is a
-// multiple of 8 long). So most strings are one store of 8 bytes, and long ones go backwards in steps of 8.
-// First byte lowest.
-struct String {
-  std::uint64_t tail;
-  std::uint16_t parent;
-  std::uint16_t length;
-  std::uint8_t first;
-};
-static_assert(sizeof(String) == 16);
-static_assert(kMaxString <= 0xFFFF);
-
-void Store64(std::uint8_t* to, std::uint64_t value) {
-  if constexpr (std::endian::native == std::endian::little) {
-    std::memcpy(to, &value, sizeof value);
-  } else {
-    for (unsigned i = 0; i < kChunk; ++i) to[i] = static_cast<std::uint8_t>(value >> (8 * i));
-  }
-}
-
-std::uint64_t Load64(const std::uint8_t* from) {
-  std::uint64_t value = 0;
-  if constexpr (std::endian::native == std::endian::little) {
-    std::memcpy(&value, from, sizeof value);
-  } else {
-    for (unsigned i = 0; i < kChunk; ++i) value |= static_cast<std::uint64_t>(from[i]) << (8 * i);
-  }
-  return value;
-}
-
+// The string of `prefix` with one byte more. Either it still fits the last chunk, and the new string shares
+// the parent of the old one; or the chunk was full, and the old string becomes the parent of a chunk with one
+// byte. Eight bytes "abcdefgh" and an "i":  {tail "abcdefgh", parent -}  ->  {tail "i", parent: code of
+// "abcdefgh"}.
 String Append(const String& prefix, std::uint32_t prefixCode, std::uint8_t byte) {
   const unsigned inTail = prefix.length % kChunk;
   const std::uint64_t shifted = static_cast<std::uint64_t>(byte) << (8 * inTail);
@@ -58,79 +27,24 @@ String Append(const String& prefix, std::uint32_t prefixCode, std::uint8_t byte)
           static_cast<std::uint16_t>(prefix.length + 1), prefix.first};
 }
 
-struct Input {
-  const std::uint8_t* at;
-  const std::uint8_t* end;
-};
-
-struct Output {
-  std::uint8_t* at;
-  std::uint8_t* end;  // of the caller's room, or where the declared length is reached
-  std::size_t Room() const { return static_cast<std::size_t>(end - at); }
-};
-
-}  // namespace
-}  // namespace lzc
-
-struct LzcDecompressState {
-  std::array<lzc::String, lzc::kMaxCodes> strings;
-  std::uint64_t bits;  // taken from the input and not used; between calls less than a code
-  unsigned bitCount;
-  unsigned skip;  // bits of a group that was left before its end, still to be passed over
-  int width;
-  int maxBits;
-  bool blockMode;
-  std::uint32_t freeEnt;
-  std::uint32_t maxCode;
-  std::uint32_t maxMaxCode;
-  int oldCode;              // kNoCode: the next code must be a literal
-  std::uint32_t codesLeft;  // of the current group
-  std::int32_t total;
-  std::int32_t produced;
-  // A string that did not fit the caller's room.
-  std::array<std::uint8_t, lzc::kMaxString + lzc::kChunk> pending;
-  std::size_t pendingAt;
-  std::size_t pendingEnd;
-};
-
-namespace lzc {
-namespace {
-
+// The rest of the group is to be passed over, and codes have `width` bits from here on.
 void SetWidth(LzcDecompressState& state, int width) {
-  // The rest of the group has no meaning.
   state.skip += (state.codesLeft % kCodesPerGroup) * static_cast<unsigned>(state.width);
   state.codesLeft = kCodesPerGroup;
   state.width = width;
   state.maxCode = MaxCode(width, state.maxBits);
 }
 
-void Start(LzcDecompressState& state, std::int32_t total, int maxBits, bool blockMode) {
-  for (std::uint32_t byte = 0; byte < kLiterals; ++byte) {
-    state.strings[byte] = {byte, 0, 1, static_cast<std::uint8_t>(byte)};
-  }
-  state.bits = 0;
-  state.bitCount = state.skip = 0;
-  state.maxBits = maxBits;
-  state.maxMaxCode = 1U << maxBits;
-  state.blockMode = blockMode;
-  state.width = kInitBits;
-  state.codesLeft = kCodesPerGroup;
-  SetWidth(state, kInitBits);
-  state.freeEnt = blockMode ? kFirstFree : kLiterals;
-  state.oldCode = kNoCode;
-  state.total = total;
-  state.produced = 0;
-  state.pendingAt = state.pendingEnd = 0;
-}
-
-// Writes up to 7 bytes behind the string.
-void WriteString(const std::array<String, kMaxCodes>& strings, const String& string, std::uint8_t* to) {
+// From the last chunk back to the first. Each store but the first one overwrites nothing that counts, since
+// it is 8 whole bytes of the string; the first one, of the last chunk, writes up to 7 bytes behind the
+// string. The next string goes there, so they are wrong only for a moment.
+void WriteString(const std::array<String, kReadMaxCodes>& strings, const String& string, std::uint8_t* to) {
   std::size_t at = (string.length - 1U) & ~(kChunk - 1);
-  Store64(to + at, string.tail);
+  StoreLittle64(to + at, string.tail);
   std::uint32_t parent = string.parent;
   while (at > 0) {
     at -= kChunk;
-    Store64(to + at, strings[parent].tail);
+    StoreLittle64(to + at, strings[parent].tail);
     parent = strings[parent].parent;
   }
 }
@@ -138,12 +52,30 @@ void WriteString(const std::array<String, kMaxCodes>& strings, const String& str
 // Decodes while there is comfortably enough of both: 8 bytes of input, from which four codes of at most 14
 // bits are taken, and room for each string and 7 bytes more. Everything out of the ordinary (first code,
 // CLEAR, a new width, a code that cannot be) is left to the careful path, with nothing of it consumed.
-void DecodeFast(LzcDecompressState& state, Input& in, Output& out) {
+//
+// What keeps it inside of memory, with a stream that may say anything:
+//
+//  - Fewer than 8 bits are held on entry (kMaxBitsOnEntry). On leaving, whole bytes are given back to the
+//  input,
+//    and this makes sure that the loop itself has taken them. With 8 bits or more from an earlier call, a
+//    loop that has not refilled once would step to before the caller's buffer, and the next load would read
+//    there. The careful path may well hold up to 13 bits when a call ends inside a code; it has used them up
+//    after that code.
+//  - A refill leaves 56 bits or more, and four codes need no more than that.
+//  - Strings exist below freeEnt, and the one at freeEnt is made before it is looked at: a code above freeEnt
+//  is
+//    refused. freeEnt <= maxCode < 2^14 when a string is entered, so it lies in the table. Only in block mode
+//    is there a code below freeEnt without a string, CLEAR, and it is not taken here. oldCode was a code
+//    before, so it has a string, and so has every parent, which was oldCode once.
+//  - A string is no longer than kMaxString. It is written if it and kChunk bytes more fit, since its last
+//  store
+//    may go up to 7 bytes beyond it.
+void DecodeFast(LzcDecompressState& state, CsInput& in, CsOutput& out) {
   static_assert(4 * kReadMaxBits <= 56);
-  std::array<String, kMaxCodes>& strings = state.strings;
+  std::array<String, kReadMaxCodes>& strings = state.strings;
   const auto width = static_cast<unsigned>(state.width);
   const std::uint32_t mask = (1U << width) - 1;
-  const std::uint32_t clear = state.blockMode ? kClear : kMaxCodes;
+  const std::uint32_t clear = state.blockMode ? kClear : kReadMaxCodes;  // kReadMaxCodes: no code is that
   const std::uint32_t maxCode = state.maxCode;
   const std::uint32_t maxMaxCode = state.maxMaxCode;
   std::uint32_t freeEnt = state.freeEnt;
@@ -157,7 +89,8 @@ void DecodeFast(LzcDecompressState& state, Input& in, Output& out) {
   bool ordinary = true;
 
   while (ordinary && in.end - from >= static_cast<std::ptrdiff_t>(kChunk)) {
-    bits |= Load64(from) << bitCount;
+    // The load brings more bits than are counted; the next one brings the same bits to the same places.
+    bits |= LoadLittle64(from) << bitCount;
     from += (63 - bitCount) >> 3;
     bitCount |= 56;
     for (int i = 0; i < 4; ++i) {
@@ -193,14 +126,14 @@ void DecodeFast(LzcDecompressState& state, Input& in, Output& out) {
   state.bitCount = bitCount;
   state.freeEnt = freeEnt;
   state.oldCode = static_cast<int>(oldCode);
-  state.codesLeft = codesLeft % kCodesPerGroup;
+  state.codesLeft = codesLeft % kCodesPerGroup;  // counted down through 0; 2^32 is a multiple of a group
   state.produced += static_cast<std::int32_t>(to - out.at);
   in.at = from;
   out.at = to;
 }
 
 // True when there are `count` bits.
-bool Need(LzcDecompressState& state, Input& in, unsigned count) {
+bool Need(LzcDecompressState& state, CsInput& in, unsigned count) {
   while (state.bitCount < count) {
     if (in.at == in.end) return false;
     state.bits |= static_cast<std::uint64_t>(*in.at++) << state.bitCount;
@@ -214,7 +147,8 @@ void Drop(LzcDecompressState& state, unsigned count) {
   state.bitCount -= count;
 }
 
-bool Skip(LzcDecompressState& state, Input& in) {
+// A byte at a time, so that a call may end anywhere in what is left out.
+bool Skip(LzcDecompressState& state, CsInput& in) {
   while (state.skip > 0) {
     const unsigned part = std::min(state.skip, 8U);
     if (!Need(state, in, part)) return false;
@@ -224,9 +158,11 @@ bool Skip(LzcDecompressState& state, Input& in) {
   return true;
 }
 
-// What a code means, its string left in the pending buffer. CS_OK or a negative code.
-int TakeCode(LzcDecompressState& state, std::uint32_t code) {
+// What a code means, its string left in the pending buffer. CS_OK or a negative code. All rules about codes
+// stand here; the fast path only knows which codes it may take without asking.
+CsResult TakeCode(LzcDecompressState& state, std::uint32_t code) {
   if (state.oldCode == kNoCode) {
+    // At the beginning and behind CLEAR there are no strings yet, and a second CLEAR would mean nothing.
     if (code >= kLiterals) return CS_E_BAD_CODE;
   } else if (state.blockMode && code == kClear) {
     state.freeEnt = kFirstFree;
@@ -249,7 +185,7 @@ int TakeCode(LzcDecompressState& state, std::uint32_t code) {
   return CS_OK;
 }
 
-void DrainPending(LzcDecompressState& state, Output& out) {
+void DrainPending(LzcDecompressState& state, CsOutput& out) {
   const std::size_t count = std::min(state.pendingEnd - state.pendingAt, out.Room());
   if (count == 0) return;
   std::memcpy(out.at, state.pending.data() + state.pendingAt, count);
@@ -258,13 +194,16 @@ void DrainPending(LzcDecompressState& state, Output& out) {
   out.at += count;
 }
 
-int Run(LzcDecompressState& state, Input& in, Output& out) {
+// The careful path, with the fast one tried in front of every code. The width is changed when the next code
+// is about to be read, not as soon as it is known: the stream may end first, and then without the rest of a
+// group.
+CsResult Run(LzcDecompressState& state, CsInput& in, CsOutput& out) {
   for (;;) {
     DrainPending(state, out);
     if (state.produced == state.total) return CS_END_OF_STREAM;
     if (out.Room() == 0) return CS_END_OUTBUFFER;
     if (!Skip(state, in)) return CS_END_INBUFFER;
-    if (state.oldCode != kNoCode && state.bitCount < 8) DecodeFast(state, in, out);
+    if (state.oldCode != kNoCode && state.bitCount <= kMaxBitsOnEntry) DecodeFast(state, in, out);
     if (state.freeEnt > state.maxCode) {
       SetWidth(state, state.width + 1);
       continue;
@@ -274,70 +213,43 @@ int Run(LzcDecompressState& state, Input& in, Output& out) {
     const auto code = static_cast<std::uint32_t>(state.bits) & ((1U << width) - 1);
     Drop(state, width);
     state.codesLeft = (state.codesLeft + kCodesPerGroup - 1) % kCodesPerGroup;
-    if (const int bad = TakeCode(state, code); bad != CS_OK) return bad;
+    if (const CsResult bad = TakeCode(state, code); bad != CS_OK) return bad;
   }
-}
-
-// Reads the stream header; CS_OK or a negative code.
-int StartCall(LzcDecompressState& state, const std::uint8_t* header, std::int32_t inLen) {
-  if (inLen < CS_HEAD_SIZE) return CS_E_IN_BUFFER_LEN;
-  const std::int32_t total = CsRGetLen(header);
-  if (total == CS_E_FILENOTCOMPRESSED) return total;
-  if (total < 0) return CS_E_INVALID_LEN;
-  const std::uint8_t parameter = header[CS_HEAD_SIZE - 1];
-  const int maxBits = parameter & kMaxBitsMask;
-  if (maxBits < kInitBits || maxBits > kReadMaxBits) return CS_E_MAXBITS;
-  Start(state, total, maxBits, (parameter & kBlockMode) != 0);
-  return CS_OK;
-}
-
-// A start call may come without any room: it reads the header and then says that it wants output.
-int CheckCall(const LzcDecompressState& state, const std::uint8_t* in, std::int32_t inLen,
-              const std::uint8_t* out, std::int32_t outLen, bool start) {
-  if (inLen < 0) return CS_E_IN_BUFFER_LEN;
-  if (outLen < 0) return CS_E_OUT_BUFFER_LEN;
-  if (start && outLen == 0) return CS_OK;
-  if (!start && state.produced == state.total) return CS_OK;
-  if (out == nullptr) return CS_E_NO_OUT_BUFFER;
-  if (in == out && inLen > (start ? CS_HEAD_SIZE : 0)) return CS_E_SAME_BUFFER;
-  return outLen == 0 ? CS_E_OUT_BUFFER_LEN : CS_OK;
 }
 
 }  // namespace
 }  // namespace lzc
 
-void LzcDecompressStateDeleter::operator()(LzcDecompressState* state) const {
-  const std::unique_ptr<LzcDecompressState> owner(state);
+void StartDecomprLZC(LzcDecompressState& state, std::int32_t total, std::uint8_t parameter) {
+  using namespace lzc;
+  state.failure = CS_OK;
+  for (std::uint32_t byte = 0; byte < kLiterals; ++byte) {
+    state.strings[byte] = {byte, 0, 1, static_cast<std::uint8_t>(byte)};
+  }
+  state.bits = 0;
+  state.bitCount = state.skip = 0;
+  state.maxBits = parameter & kMaxBitsMask;
+  state.maxMaxCode = 1U << state.maxBits;
+  state.blockMode = (parameter & kBlockMode) != 0;
+  state.width = kInitBits;
+  state.codesLeft = kCodesPerGroup;
+  state.maxCode = MaxCode(kInitBits, state.maxBits);
+  state.freeEnt = state.blockMode ? kFirstFree : kLiterals;
+  state.oldCode = kNoCode;
+  state.total = total;
+  state.produced = 0;
+  state.pendingAt = state.pendingEnd = 0;
 }
 
-LzcDecompressStatePtr NewLzcDecompressState() {
-  try {
-    return LzcDecompressStatePtr(std::make_unique<LzcDecompressState>().release());
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-
-int CsRDecomprLZC(LzcDecompressState& state, const std::uint8_t* in, std::int32_t inLen, std::uint8_t* out,
-                  std::int32_t outLen, int options, std::int32_t* read, std::int32_t* written) {
-  *read = *written = 0;
-  const bool start = (options & CS_INIT) != 0;
-  if (const int refused = lzc::CheckCall(state, in, inLen, out, outLen, start); refused != CS_OK)
-    return refused;
-  lzc::Input input{in, in == nullptr ? in : in + inLen};
-  if (start) {
-    if (const int refused = lzc::StartCall(state, in, inLen); refused != CS_OK) return refused;
-    input.at += CS_HEAD_SIZE;
-    if (input.at == input.end && state.total > 0) {
-      *read = CS_HEAD_SIZE;
-      return CS_END_INBUFFER;
-    }
-  }
-  const std::int32_t room = std::min(outLen, state.total - state.produced);
-  lzc::Output output{out, out == nullptr ? out : out + room};
-  const int result = lzc::Run(state, input, output);
-  *read = static_cast<std::int32_t>(input.at - in);
-  *written = static_cast<std::int32_t>(output.at - out);
+CsResult CsRDecomprLZC(LzcDecompressState& state, CsInput& in, CsOutput& out) {
+  if (state.failure != CS_OK) return state.failure;
+  const auto missing = static_cast<std::size_t>(state.total - state.produced);
+  if (missing > 0 && out.Room() == 0) return out.begin == nullptr ? CS_E_NO_OUT_BUFFER : CS_E_OUT_BUFFER_LEN;
+  // A string that reaches beyond the declared length is cut there.
+  CsOutput declared(out.Rest().first(std::min(out.Room(), missing)));
+  const CsResult result = lzc::Run(state, in, declared);
+  out.at = declared.at;
+  if (result < 0) state.failure = result;
   return result;
 }
 

@@ -1,23 +1,35 @@
 #pragma once
 
+// The LZH compressor: runs a stream through matcher, trees and output.
+
+#include <cstddef>
 #include <cstdint>
-#include <memory>
+
+#include "cslib/bytes.h"
+#include "cslib/cslib.h"
+#include "cslib/lzh_matcher.h"
+#include "cslib/lzh_output.h"
+#include "cslib/lzh_trees.h"
 
 namespace tolven {
 
-struct LzhCompressState;  // everything a stream keeps between calls; about 300 KiB, no allocation per call
-struct LzhCompressStateDeleter {
-  void operator()(LzhCompressState* state) const;
+// Everything a stream keeps between calls; about 350 KiB, no allocation per call. It points into itself (the
+// trees do), so it stays where it was made.
+struct LzhCompressState {
+  CsResult failure = CS_E_NO_STAGING;  // why no call can go on; CS_OK while there is a stream
+  bool finalFlushed = false;           // the last block is out, or pending
+  std::size_t missing = 0;             // declared bytes not taken in yet
+  lzh::LzhMatcher matcher;
+  lzh::LzhTrees trees;
+  lzh::LzhOutput output;
 };
-using LzhCompressStatePtr = std::unique_ptr<LzhCompressState, LzhCompressStateDeleter>;
 
-// Null when memory is exhausted.
-LzhCompressStatePtr NewLzhCompressState();
+// A new stream of `length` bytes behind a stream header that is written. `level`: 1..9. `plainPreamble`
+// replaces the random preamble by two zero bits, so that two runs can be compared.
+void StartComprLZH(LzhCompressState& state, std::int32_t length, int level, bool plainPreamble);
 
-// One call of an LZH stream (arguments and results as CsRCompress). `plainPreamble` replaces the random
-// preamble by two zero bits, so that two runs can be compared.
-int CsRComprLZH(LzhCompressState& state, std::int32_t total, const std::uint8_t* in, std::int32_t inLen,
-                std::uint8_t* out, std::int32_t outLen, int options, bool plainPreamble, std::int32_t* read,
-                std::int32_t* written);
+// One call of it: CS_END_OF_STREAM, CS_END_OUTBUFFER, CS_END_INBUFFER, or CS_E_NO_STAGING before any start.
+// Input beyond the declared length is left alone.
+CsResult CsRComprLZH(LzhCompressState& state, CsInput& in, CsOutput& out);
 
 }  // namespace tolven

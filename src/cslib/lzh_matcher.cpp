@@ -7,23 +7,11 @@
 namespace tolven::lzh {
 namespace {
 
-inline std::uint32_t Load32(const std::uint8_t* from) {
-  std::uint32_t value;
-  std::memcpy(&value, from, sizeof value);
-  return value;
-}
-
-inline std::uint64_t Load64(const std::uint8_t* from) {
-  std::uint64_t value;
-  std::memcpy(&value, from, sizeof value);
-  return value;
-}
-
-// Number of equal bytes, at most kMaxMatch. Reads up to 264 bytes of both.
+// Number of equal bytes, at most kMaxMatch. Reads up to 264 bytes of both. The first byte that differs is the
+// lowest one of the first word that does.
 inline std::uint32_t MatchLength(const std::uint8_t* left, const std::uint8_t* right) {
-  static_assert(std::endian::native == std::endian::little, "the first byte is the lowest");
   for (std::uint32_t n = 0; n < kMaxMatch; n += 8) {
-    const std::uint64_t difference = Load64(left + n) ^ Load64(right + n);
+    const std::uint64_t difference = LoadLittle64(left + n) ^ LoadLittle64(right + n);
     if (difference != 0)
       return std::min(n + static_cast<std::uint32_t>(std::countr_zero(difference)) / 8, kMaxMatch);
   }
@@ -35,27 +23,30 @@ inline std::uint32_t MatchLength(const std::uint8_t* left, const std::uint8_t* r
 void LzhMatcher::Start(const LevelParameters& parameters) {
   parameters_ = parameters;
   strstart_ = lookahead_ = 0;
-  block_start_ = 0;
-  match_start_ = 0;
-  match_length_ = kNoMatch;
-  match_available_ = slid_ = end_of_input_ = false;
+  blockStart_ = 0;
+  matchStart_ = 0;
+  matchLength_ = kNoMatch;
+  matchAvailable_ = slid_ = endOfInput_ = false;
   // With the heads gone no chain leads to an old entry of prev_, so those may stay; old bytes of the window
   // are cleared where they could be seen, see ClearBehindInput.
   head_.fill(0);
 }
 
+// Matching goes on as far as any decision is certain: while input is missing, a position is matched only with
+// kMinLookahead bytes behind it, so that how the caller cuts the input changes nothing. What has been tallied
+// stays in the block when the call ends.
 LzhMatcher::Outcome LzhMatcher::Run(LzhInput& input, LzhTrees& trees, LzhOutput& output) {
   for (;;) {
-    if (!end_of_input_ && lookahead_ < kMinLookahead && !Fill(input)) return Outcome::kInputUsedUp;
+    if (!endOfInput_ && lookahead_ < kMinLookahead && !Fill(input)) return Outcome::kInputUsedUp;
     if (lookahead_ == 0) break;
     const std::uint32_t end = strstart_ + lookahead_;
-    const std::uint32_t stop = end_of_input_ ? end : end - kMinLookahead + 1;
+    const std::uint32_t stop = endOfInput_ ? end : end - kMinLookahead + 1;
     if (!MatchUntil(stop, trees, output)) return Outcome::kOutputFull;
   }
-  if (match_available_) {
+  if (matchAvailable_) {
     // The final block follows in any case, so a flush that falls due here is not done.
     trees.TallyLiteral(window_[strstart_ - 1]);
-    match_available_ = false;
+    matchAvailable_ = false;
   }
   return Outcome::kEnd;
 }
@@ -64,12 +55,12 @@ LzhMatcher::Outcome LzhMatcher::Run(LzhInput& input, LzhTrees& trees, LzhOutput&
 bool LzhMatcher::Fill(LzhInput& input) {
   for (;;) {
     if (input.missing == 0) {
-      end_of_input_ = true;
+      endOfInput_ = true;
       ClearBehindInput();
       return true;
     }
     if (lookahead_ >= kMinLookahead) return true;
-    if (input.left == 0) return false;
+    if (input.bytes.Left() == 0) return false;
     FillWindow(input);
   }
 }
@@ -77,21 +68,24 @@ bool LzhMatcher::Fill(LzhInput& input) {
 void LzhMatcher::FillWindow(LzhInput& input) {
   if (strstart_ + lookahead_ == kWindowBytes) Slide();
   const std::uint32_t end = strstart_ + lookahead_;
-  const std::size_t count = std::min<std::size_t>(kWindowBytes - end, input.left);
-  std::memcpy(window_.data() + end, input.next, count);
+  const std::size_t count = std::min<std::size_t>(kWindowBytes - end, input.bytes.Left());
+  std::memcpy(window_.data() + end, input.bytes.at, count);
   lookahead_ += static_cast<std::uint32_t>(count);
-  input.next += count;
-  input.left -= count;
+  input.bytes.at += count;
   input.missing -= count;
 }
 
 // Drops the lower half of the window. What falls out of it becomes 0, the end of a chain.
+//
+// Both tables are walked from end to end, 32 Ki entries for 16 KiB of input. Positions that keep counting,
+// and are compared modulo the window, would spare that; but chains end at position 0 of the window, a place
+// that a slide moves, and the search must end where it always did.
 void LzhMatcher::Slide() {
   std::memcpy(window_.data(), window_.data() + kWindowSize, kWindowSize);
   slid_ = true;
-  match_start_ -= kWindowSize;  // wraps when there is no match; it is not looked at then
+  matchStart_ -= kWindowSize;  // wraps when there is no match; it is not looked at then
   strstart_ -= kWindowSize;
-  block_start_ -= kWindowSize;
+  blockStart_ -= kWindowSize;
   const auto lower = [](std::uint16_t position) {
     return static_cast<std::uint16_t>(position >= kWindowSize ? position - kWindowSize : 0);
   };
@@ -109,19 +103,28 @@ void LzhMatcher::ClearBehindInput() {
 
 // Finds a match longer than `best`, or returns `best`; of equally long ones the nearest. Candidates share the
 // hash value of three bytes. Not inlined: in the caller's loop the walk would run out of registers.
+//
+// The description of the format compares a candidate's byte at best.length, the one before it and the first
+// one, and then the bytes in between. Any order of comparing gives the same match. Here the four bytes that
+// end at best.length are one comparison: for a candidate that is to beat `best` they must agree, and for
+// nearly all others they do not. With less than a first match there are only three bytes to compare, so that
+// case has a loop of its own; the fourth byte that its load brings is masked out.
+//
+// Candidates are positions of this window, none of them 0 and none before `limit`, and `position` has
+// kMinLookahead bytes or the padding behind it: all loads stay inside window_.
 [[gnu::noinline]] LzhMatcher::Candidate LzhMatcher::LongestMatch(std::uint32_t position,
                                                                  std::uint32_t candidate,
                                                                  Candidate best) const {
   const std::uint8_t* const window = window_.data();
   const std::uint8_t* const scan = window + position;
   const std::uint32_t limit = position > kMaxDist ? position - kMaxDist : 0;
-  std::uint32_t chain = parameters_.max_chain;
-  if (best.length >= parameters_.good_length) chain >>= 2;
+  std::uint32_t chain = parameters_.maxChain;
+  if (best.length >= parameters_.goodLength) chain >>= 2;
 
   if (best.length < kMinMatch) {
     // Nearly every candidate has the three bytes that make a first match, so this rarely goes round.
-    const std::uint32_t first = Load32(scan);
-    while (((Load32(window + candidate) ^ first) & 0xFFFFFFU) != 0) {
+    const std::uint32_t first = LoadLittle32(scan);
+    while (((LoadLittle32(window + candidate) ^ first) & 0xFFFFFFU) != 0) {
       candidate = prev_[candidate & kPositionMask];
       if (candidate <= limit || --chain == 0) return best;
     }
@@ -132,16 +135,16 @@ void LzhMatcher::ClearBehindInput() {
   }
   // What beats best.length shares all bytes up to there. The last four of them rule out most, so they come
   // first.
-  const std::uint8_t* tail_window = window + best.length - 3;
-  std::uint32_t tail = Load32(scan + best.length - 3);
+  const std::uint8_t* tailWindow = window + best.length - 3;
+  std::uint32_t tail = LoadLittle32(scan + best.length - 3);
   do {
-    if (Load32(tail_window + candidate) == tail) {
+    if (LoadLittle32(tailWindow + candidate) == tail) {
       const std::uint32_t length = MatchLength(scan, window + candidate);
       if (length > best.length) {
         best = {length, candidate};
         if (length == kMaxMatch) break;
-        tail_window = window + length - 3;
-        tail = Load32(scan + length - 3);
+        tailWindow = window + length - 3;
+        tail = LoadLittle32(scan + length - 3);
       }
     }
     candidate = prev_[candidate & kPositionMask];
@@ -150,76 +153,91 @@ void LzhMatcher::ClearBehindInput() {
 }
 
 // Processes positions from strstart_ on, the last one below `stop`. False iff a flush left output pending.
+//
+// Lazy evaluation: a match found at one position is not taken before the next position was looked at, and is
+// dropped for a literal if that one has a longer match. So the loop is always one decision behind:
+// `matchAvailable` says that the byte before `position` waits for it, and prevLength and prevMatch are what
+// was found there. A match that is long enough (maxLazy) is taken without looking further.
+//
+// The state of the search lives in locals for the length of the loop. The members are reached through `this`,
+// and after every store through a byte pointer the compiler would have to load them again.
 bool LzhMatcher::MatchUntil(std::uint32_t stop, LzhTrees& trees, LzhOutput& output) {
   const std::uint8_t* const window = window_.data();
   const std::uint32_t end = strstart_ + lookahead_;
-  const std::uint32_t max_lazy = parameters_.max_lazy;
+  const std::uint32_t maxLazy = parameters_.maxLazy;
   std::uint32_t position = strstart_;
-  std::uint32_t match_length = match_length_;
-  std::uint32_t match_start = match_start_;
-  bool match_available = match_available_;
-  bool goes_on = true;
-  // The value covers three bytes only (the oldest falls out of the mask), so it can be picked up anywhere.
+  std::uint32_t matchLength = matchLength_;
+  std::uint32_t matchStart = matchStart_;
+  bool matchAvailable = matchAvailable_;
+  bool goesOn = true;
+  // The value covers three bytes only (the oldest falls out of the mask), so it can be picked up anywhere: a
+  // call that goes on where another one stopped needs nothing but the window.
   std::uint32_t ins_h = (std::uint32_t{window[position]} << kHashShift) ^ window[position + 1];
-  const auto next_hash = [&](std::uint32_t at) {
+  const auto nextHash = [&](std::uint32_t at) {
     return ((ins_h << kHashShift) ^ window[at + 2]) & kHashMask;
   };
   const auto insert = [&](std::uint32_t at) {
-    ins_h = next_hash(at);
+    ins_h = nextHash(at);
     const std::uint32_t previous = head_[ins_h];
     prev_[at & kPositionMask] = static_cast<std::uint16_t>(previous);
     head_[ins_h] = static_cast<std::uint16_t>(at);
     return previous;
   };
 
-  while (position < stop && goes_on) {
+  while (position < stop && goesOn) {
     const std::uint32_t candidate = insert(position);
-    // The next search starts here; its first loads would miss the nearest cache about half of the time.
-    const std::uint32_t next_candidate = head_[next_hash(position + 1)];
-    __builtin_prefetch(window + next_candidate);
-    __builtin_prefetch(&prev_[next_candidate & kPositionMask]);
-    const std::uint32_t prev_length = match_length;
-    const std::uint32_t prev_match = match_start;
-    match_length = kNoMatch;
-    if (candidate != 0 && prev_length < max_lazy && position - candidate <= kMaxDist) {
-      const Candidate best = LongestMatch(position, candidate, {prev_length, match_start});
-      match_start = best.start;
-      match_length = std::min(best.length, end - position);
-      if (match_length == kMinMatch && position - match_start > kTooFar) match_length = kNoMatch;
+    // The next search starts here; its first loads would miss the nearest cache about half of the time. That
+    // a match may make it unnecessary costs less than waiting for it.
+    const std::uint32_t nextCandidate = head_[nextHash(position + 1)];
+    __builtin_prefetch(window + nextCandidate);
+    __builtin_prefetch(&prev_[nextCandidate & kPositionMask]);
+    const std::uint32_t prevLength = matchLength;
+    const std::uint32_t prevMatch = matchStart;
+    matchLength = kNoMatch;
+    if (candidate != 0 && prevLength < maxLazy && position - candidate <= kMaxDist) {
+      const Candidate best = LongestMatch(position, candidate, {prevLength, matchStart});
+      matchStart = best.start;
+      matchLength = std::min(best.length, end - position);
+      // kTooFar is judged behind the search: it does not let a nearer candidate take the place of a far one.
+      if (matchLength == kMinMatch && position - matchStart > kTooFar) matchLength = kNoMatch;
     }
 
-    if (prev_length >= kMinMatch && match_length <= prev_length) {
-      const bool check = trees.TallyMatch(position - 1 - prev_match, prev_length);
-      const std::uint32_t next = position - 1 + prev_length;
+    if (prevLength >= kMinMatch && matchLength <= prevLength) {
+      // The match that was waiting is as good as it gets: it begins one byte back.
+      const bool check = trees.TallyMatch(position - 1 - prevMatch, prevLength);
+      const std::uint32_t next = position - 1 + prevLength;
       if (check) [[unlikely]]
-        goes_on = FlushIfDue(position, next, trees, output);
+        goesOn = FlushIfDue(position, next, trees, output);
+      // The positions inside the match are found by later ones, though none of them is searched for itself.
       while (++position != next) insert(position);
-      match_available = false;
-      match_length = kNoMatch;
+      matchAvailable = false;
+      matchLength = kNoMatch;
     } else {
-      if (match_available && trees.TallyLiteral(window[position - 1])) [[unlikely]] {
-        goes_on = FlushIfDue(position, position, trees, output);
+      // Nothing better was waiting, or nothing at all: the byte before becomes a literal, and what was found
+      // here waits in its place.
+      if (matchAvailable && trees.TallyLiteral(window[position - 1])) [[unlikely]] {
+        goesOn = FlushIfDue(position, position, trees, output);
       }
-      match_available = true;
+      matchAvailable = true;
       ++position;
     }
   }
 
   strstart_ = position;
   lookahead_ = end - position;
-  match_length_ = match_length;
-  match_start_ = match_start;
-  match_available_ = match_available;
-  return goes_on;
+  matchLength_ = matchLength;
+  matchStart_ = matchStart;
+  matchAvailable_ = matchAvailable;
+  return goesOn;
 }
 
-// Flushes the block if its statistics at `position` ask for it; the next block begins at `next_position`.
+// Flushes the block if its statistics at `position` ask for it; the next block begins at `nextPosition`.
 // False iff output is pending then.
-bool LzhMatcher::FlushIfDue(std::uint32_t position, std::uint32_t next_position, LzhTrees& trees,
+bool LzhMatcher::FlushIfDue(std::uint32_t position, std::uint32_t nextPosition, LzhTrees& trees,
                             LzhOutput& output) {
-  if (!trees.FlushDue(static_cast<std::int64_t>(position) - block_start_)) return true;
+  if (!trees.FlushDue(static_cast<std::int64_t>(position) - blockStart_)) return true;
   trees.FlushBlock(false, output);
-  block_start_ = next_position;
+  blockStart_ = nextPosition;
   return !output.HasPending();
 }
 

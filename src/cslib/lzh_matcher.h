@@ -1,29 +1,45 @@
 #pragma once
 
 // The window with its hash chains, and the lazy search that turns input into literals and matches.
+//
+// Which matches are found, and which of them are taken, is fixed: streams of this engine are compared and
+// signed as bytes. So nothing here may find a better match than the description of the format does. What is
+// free is how fast it is found, and most of what looks odd below is about that: bytes are compared eight at a
+// time, the candidates that cannot win are dropped by one comparison, and the next chain is fetched before it
+// is needed.
+//
+// A position goes through three states: taken into the window (Fill), matched (MatchUntil), and at most 16
+// KiB back in the window, where later positions find it. The window is twice as long, so that it is moved
+// only once in 16 KiB of input:
+//
+//   0          strstart_ - kMaxDist       strstart_          strstart_ + lookahead_      32768
+//   | behind   | found by later positions | to be matched    | room for input            | zeros |
+//
+// When the room is gone, fewer than 262 bytes are left to be matched. So strstart_ is above 32506, everything
+// that it can find is above 16384, and the lower half of the window is of no use to anybody.
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 
-#include "cslib/lzh_compress_output.h"
+#include "cslib/bytes.h"
 #include "cslib/lzh_format.h"
+#include "cslib/lzh_output.h"
 #include "cslib/lzh_trees.h"
 
 namespace tolven::lzh {
 
-// What is left of the input: `next[0..left)` of this call, and `missing` declared bytes (these included) that
-// have not been taken into the window. left <= missing.
+// What is left of the input: `bytes` of this call, and `missing` declared bytes (these included) that have
+// not been taken into the window. bytes.Left() <= missing.
 struct LzhInput {
-  const std::uint8_t* next = nullptr;
-  std::size_t left = 0;
+  CsInput bytes;
   std::size_t missing = 0;
 };
 
 struct LevelParameters {
-  std::uint32_t good_length;  // a match this long quarters the search for a better one
-  std::uint32_t max_lazy;     // a match this long ends it
-  std::uint32_t max_chain;    // candidates examined for one position
+  std::uint32_t goodLength;  // a match this long quarters the search for a better one
+  std::uint32_t maxLazy;     // a match this long ends it
+  std::uint32_t maxChain;    // candidates examined for one position
 };
 
 class LzhMatcher {
@@ -44,14 +60,19 @@ class LzhMatcher {
  private:
   static constexpr std::uint32_t kWindowBytes = 2 * kWindowSize;
   // Positions are matched while this much is known behind them, so that only the end of the input can cut a
-  // match.
+  // match: 258 bytes of the longest match, its three bytes of hash at the position behind it, and one more.
   static constexpr std::uint32_t kMinLookahead = kMaxMatch + kMinMatch + 1;
+  // No match begins further back. The window holds more, but a position this far behind is still there,
+  // whole, when its last byte is compared.
   static constexpr std::uint32_t kMaxDist = kWindowSize - kMinLookahead;
   static constexpr std::uint32_t kTooFar = 4096;  // beyond it three literals are cheaper than a match of 3
-  // Zeros behind the window: comparing 8 bytes at a time touches up to 264 bytes from the last position on.
+  // Zeros behind the window: comparing 8 bytes at a time touches up to 264 bytes from the last position on,
+  // and what a match may meet behind the end of the input is fixed, too.
   static constexpr std::uint32_t kPadding = 264;
   static_assert(kPadding >= kMinLookahead && kPadding % 8 == 0);
   static constexpr std::uint32_t kPositionMask = kWindowSize - 1;
+  // Three bytes, each shifted by 5 more: 15 bits and more, of which 14 count, so the oldest byte's upper bits
+  // are dropped. Candidates of one chain nearly always share all three bytes, and are compared in any case.
   static constexpr int kHashShift = 5;
   static constexpr std::uint32_t kHashMask = kWindowSize - 1;
   static constexpr std::uint32_t kNoMatch = kMinMatch - 1;
@@ -67,21 +88,22 @@ class LzhMatcher {
   void ClearBehindInput();
   bool MatchUntil(std::uint32_t stop, LzhTrees& trees, LzhOutput& output);
   Candidate LongestMatch(std::uint32_t position, std::uint32_t candidate, Candidate best) const;
-  bool FlushIfDue(std::uint32_t position, std::uint32_t next_position, LzhTrees& trees, LzhOutput& output);
+  bool FlushIfDue(std::uint32_t position, std::uint32_t nextPosition, LzhTrees& trees, LzhOutput& output);
 
   LevelParameters parameters_{};
   std::uint32_t strstart_ = 0;
   std::uint32_t lookahead_ = 0;
-  std::int64_t block_start_ = 0;  // negative when it has slid out of the window
-  std::uint32_t match_start_ = 0;
-  std::uint32_t match_length_ = kNoMatch;
-  bool match_available_ = false;  // the byte before strstart_ is neither tallied nor part of a match
+  std::int64_t blockStart_ = 0;  // negative when it has slid out of the window
+  std::uint32_t matchStart_ = 0;
+  std::uint32_t matchLength_ = kNoMatch;
+  bool matchAvailable_ = false;  // the byte before strstart_ is neither tallied nor part of a match
   bool slid_ = false;
-  bool end_of_input_ = false;
+  bool endOfInput_ = false;
 
   // Latest position of each hash value, and for each position (modulo kWindowSize) the one before it with the
-  // same value; 0 ends a chain, so position 0 is never found. Entries of prev_ further back than kMaxDist are
-  // stale.
+  // same value; 0 ends a chain, so position 0 is never found. Entries of positions
+  // further back than kMaxDist may be gone, their places taken by younger positions; a search stops at that
+  // distance before it follows one.
   std::array<std::uint16_t, kWindowSize> head_{};
   std::array<std::uint16_t, kWindowSize> prev_{};
   std::array<std::uint8_t, kWindowBytes + kPadding> window_{};

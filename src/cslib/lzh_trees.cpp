@@ -5,11 +5,14 @@
 namespace tolven::lzh {
 namespace {
 
-constexpr TreeDescriptor kLitLenDescriptor = {kFixedTrees.litlen_length.data(), CsExtraLenBits1.data(),
+constexpr TreeDescriptor kLitLenDescriptor = {kFixedTrees.litLenLength.data(), CsExtraLenBits1.data(),
                                               kLiterals + 1, kLitLenCodes, kMaxCodeBits};
 // The extra bits are those of the lengths. That weighs distances wrongly, but only in the two totals that
-// decide between fixed and dynamic codes, and existing streams were made with it: it must stay.
-constexpr TreeDescriptor kDistDescriptor = {kFixedTrees.dist_length.data(), CsExtraLenBits1.data(), 0,
+// decide between fixed and dynamic codes, and existing streams were made with it: it must stay. Both totals
+// are off by the same number of bits, so the choice would rarely be another one; rarely is too often for
+// streams that are compared. Code 29 even has the 99 that marks a length which does not exist, but no
+// distance is that long.
+constexpr TreeDescriptor kDistDescriptor = {kFixedTrees.distLength.data(), CsExtraLenBits1.data(), 0,
                                             kDistCodes, kMaxCodeBits};
 constexpr TreeDescriptor kBitLengthDescriptor = {nullptr, extra_blbits.data(), 0, kBitLengthCodes,
                                                  kMaxBitLengthBits};
@@ -18,6 +21,9 @@ constexpr int kBlockHeaderBits = 3;
 constexpr int kTreeCountBits = 5 + 5 + 4;
 constexpr std::size_t kEstimateInterval = 4096;
 
+// The largest block there can be: every item takes the longest literal/length code with the most extra bits
+// and the longest distance code with the most extra bits, and the two trees are sent without any run.
+//
 // Behind the codes of a final block: the fill of the last byte and the zero byte.
 constexpr std::size_t kFinalBytes = 3;
 constexpr std::size_t kMaxItemBits = kMaxCodeBits + 5 + kMaxCodeBits + 13;
@@ -32,35 +38,37 @@ static_assert(LzhBitWriter::kMaxPut >= kMaxItemBits, "one spill an item is enoug
 
 }  // namespace
 
-constexpr LzhTrees::SendTable LzhTrees::MakeSendTable(const std::uint8_t* litlen_length,
-                                                      const std::uint16_t* litlen_code,
-                                                      const std::uint8_t* dist_length,
+// Code and extra bits of each literal and of each of the 256 lengths, so that a length is sent by one
+// look-up; and the codes of the distances, whose extra bits stand in the item.
+constexpr LzhTrees::SendTable LzhTrees::MakeSendTable(const std::uint8_t* litLenLength,
+                                                      const std::uint16_t* litLenCode,
+                                                      const std::uint8_t* distLength,
                                                       const std::uint16_t* dist_code) {
   SendTable table{};
   for (std::uint32_t n = 0; n < 256; ++n) {
-    table.litlen[n] = litlen_code[n] | static_cast<std::uint32_t>(litlen_length[n]) << 24;
+    table.litLen[n] = litLenCode[n] | static_cast<std::uint32_t>(litLenLength[n]) << 24;
   }
   for (std::uint32_t lc = 0; lc < 256; ++lc) {
     const std::uint32_t code = kCodeMaps.length_code[lc];
-    const std::uint32_t length = litlen_length[kLiterals + 1U + code];
-    const std::uint32_t extra_bits = CsExtraLenBits1[code];
-    const std::uint32_t extra = extra_bits != 0 ? lc - kCodeMaps.base_length[code] : 0;
-    table.litlen[256 + lc] =
-        litlen_code[kLiterals + 1U + code] | extra << length | (length + extra_bits) << 24;
+    const std::uint32_t length = litLenLength[kLiterals + 1U + code];
+    const std::uint32_t extraBits = CsExtraLenBits1[code];
+    const std::uint32_t extra = extraBits != 0 ? lc - kCodeMaps.base_length[code] : 0;
+    table.litLen[256 + lc] = litLenCode[kLiterals + 1U + code] | extra << length | (length + extraBits) << 24;
   }
   for (std::uint32_t code = 0; code < kDistCodes; ++code) {
-    const std::uint32_t length = dist_length[code];
+    const std::uint32_t length = distLength[code];
     table.dist[code] = dist_code[code] | length << 16 | (length + CsExtraDistBits1[code]) << 24;
   }
   table.dist[LzhItem::kNoDist] = 0;
-  table.end_block = litlen_code[kEndBlock] | static_cast<std::uint32_t>(litlen_length[kEndBlock]) << 24;
+  table.endBlock = litLenCode[kEndBlock] | static_cast<std::uint32_t>(litLenLength[kEndBlock]) << 24;
   return table;
 }
 
 constexpr LzhTrees::SendTable LzhTrees::kFixedSendTable =
-    MakeSendTable(kFixedTrees.litlen_length.data(), kFixedTrees.litlen_code.data(),
-                  kFixedTrees.dist_length.data(), kFixedTrees.dist_code.data());
+    MakeSendTable(kFixedTrees.litLenLength.data(), kFixedTrees.litLenCode.data(),
+                  kFixedTrees.distLength.data(), kFixedTrees.dist_code.data());
 
+// Levels 1 and 2 take blocks as long as they get, which spares them the estimate.
 void LzhTrees::Start(int level) {
   estimates_ = level > 2;
   bi_buf_ = 0;
@@ -68,49 +76,57 @@ void LzhTrees::Start(int level) {
   InitBlock();
 }
 
+// Items and runs are not cleared: their counts are what says how many there are.
 void LzhTrees::InitBlock() {
-  litlen_.frequency.fill(0);
+  litLen_.frequency.fill(0);
   dist_.frequency.fill(0);
-  bit_length_.frequency.fill(0);
-  litlen_.frequency[kEndBlock] = 1;
+  bitLength_.frequency.fill(0);
+  litLen_.frequency[kEndBlock] = 1;
   builder_.opt_len = builder_.static_len = 0;
-  next_item_ = items_.data();
-  check_at_ = items_.data() + (estimates_ ? kEstimateInterval : kMaxItems);
+  nextItem_ = items_.data();
+  checkAt_ = items_.data() + (estimates_ ? kEstimateInterval : kMaxItems);
 }
 
+// Into the register that the first block begins with; there is no place in the output for it yet.
 void LzhTrees::SendPreamble(std::uint32_t value, int count) {
   bi_buf_ |= static_cast<std::uint64_t>(value) << bi_valid_;
   bi_valid_ += count;
 }
 
-bool LzhTrees::FlushDue(std::int64_t block_bytes) {
-  const auto last_lit = static_cast<std::size_t>(next_item_ - items_.data());
-  if (last_lit >= kMaxItems) return true;
-  check_at_ = items_.data() + std::min(last_lit + kEstimateInterval, kMaxItems);
+// The estimate takes 8 bits for an item and 5 with the extra bits for a distance. If half of the items are
+// literals and the block would come out at less than half of its input, its codes fit the data well, and
+// fresh ones may fit what follows better.
+bool LzhTrees::FlushDue(std::int64_t blockBytes) {
+  const auto lastLit = static_cast<std::size_t>(nextItem_ - items_.data());
+  if (lastLit >= kMaxItems) return true;
+  checkAt_ = items_.data() + std::min(lastLit + kEstimateInterval, kMaxItems);
 
-  std::size_t last_dist = 0;
-  std::size_t out_bits = last_lit * 8;
+  std::size_t lastDist = 0;
+  std::size_t outBits = lastLit * 8;
   for (std::size_t code = 0; code < kDistCodes; ++code) {
-    last_dist += dist_.frequency[code];
-    out_bits += std::size_t{dist_.frequency[code]} * (5U + CsExtraDistBits1[code]);
+    lastDist += dist_.frequency[code];
+    outBits += std::size_t{dist_.frequency[code]} * (5U + CsExtraDistBits1[code]);
   }
-  return last_dist < last_lit / 2 && static_cast<std::int64_t>(out_bits / 8) < block_bytes / 2;
+  return lastDist < lastLit / 2 && static_cast<std::int64_t>(outBits / 8) < blockBytes / 2;
 }
 
+// A block goes out in one piece, to a place that holds it whatever it comes to: its size in bits is known as
+// soon as its codes are. `+ 10` stands for the three bits of the block header and rounding up; it is part of
+// the choice between the two types.
 void LzhTrees::FlushBlock(bool final, LzhOutput& output) {
   BuildTrees();
   const bool dynamic = (builder_.opt_len + 10) >> 3 < (builder_.static_len + 10) >> 3;
-  const std::size_t block_bits = static_cast<std::size_t>(bi_valid_ + kBlockHeaderBits) + BlockBits(dynamic);
-  const std::size_t max_bytes = block_bits / 8 + 1 + kFinalBytes + LzhBitWriter::kSlack;
+  const std::size_t blockBits = static_cast<std::size_t>(bi_valid_ + kBlockHeaderBits) + BlockBits(dynamic);
+  const std::size_t maxBytes = blockBits / 8 + 1 + kFinalBytes + LzhBitWriter::kSlack;
 
-  LzhBitWriter bits(output.Reserve(max_bytes), bi_buf_, bi_valid_);
+  LzhBitWriter bits(output.Reserve(maxBytes), bi_buf_, bi_valid_);
   bits.SendBits(static_cast<std::uint32_t>((dynamic ? kBlockDynamic : kBlockFixed) << 1) + (final ? 1U : 0U),
                 kBlockHeaderBits);
   if (dynamic) {
     SendAllTrees(bits);
-    send_table_ =
-        MakeSendTable(litlen_.length.data(), litlen_.code.data(), dist_.length.data(), dist_.code.data());
-    CompressBlock(send_table_, bits);
+    sendTable_ =
+        MakeSendTable(litLen_.length.data(), litLen_.code.data(), dist_.length.data(), dist_.code.data());
+    CompressBlock(sendTable_, bits);
   } else {
     CompressBlock(kFixedSendTable, bits);
   }
@@ -119,38 +135,41 @@ void LzhTrees::FlushBlock(bool final, LzhOutput& output) {
     bits.Align();
     bits.PutByte(0);
   }
-  output.Commit(bits.position());
-  bi_buf_ = bits.bi_buf();
-  bi_valid_ = bits.bi_valid();
+  output.Commit(bits.Position());
+  bi_buf_ = bits.BiBuf();
+  bi_valid_ = bits.BiValid();
 }
 
+// In this order: the lengths of the first two trees are what the third one codes. Of its own lengths only
+// those up to the last one in use are sent, in an order that puts the rare ones last, and at least four of
+// them.
 void LzhTrees::BuildTrees() {
-  litlen_.max_code = builder_.BuildTree(kLitLenDescriptor, litlen_.frequency.data(), litlen_.length.data(),
-                                        litlen_.code.data());
-  dist_.max_code =
+  litLen_.maxCode = builder_.BuildTree(kLitLenDescriptor, litLen_.frequency.data(), litLen_.length.data(),
+                                       litLen_.code.data());
+  dist_.maxCode =
       builder_.BuildTree(kDistDescriptor, dist_.frequency.data(), dist_.length.data(), dist_.code.data());
-  run_count_ = 0;
-  ScanTree(litlen_.length.data(), litlen_.max_code);
-  ScanTree(dist_.length.data(), dist_.max_code);
-  bit_length_.max_code = builder_.BuildTree(kBitLengthDescriptor, bit_length_.frequency.data(),
-                                            bit_length_.length.data(), bit_length_.code.data());
-  max_bl_index_ = kBitLengthCodes - 1;
-  while (max_bl_index_ > 3 && bit_length_.length[bl_order[static_cast<std::size_t>(max_bl_index_)]] == 0) {
-    --max_bl_index_;
+  runCount_ = 0;
+  ScanTree(litLen_.length.data(), litLen_.maxCode);
+  ScanTree(dist_.length.data(), dist_.maxCode);
+  bitLength_.maxCode = builder_.BuildTree(kBitLengthDescriptor, bitLength_.frequency.data(),
+                                          bitLength_.length.data(), bitLength_.code.data());
+  maxBlIndex_ = kBitLengthCodes - 1;
+  while (maxBlIndex_ > 3 && bitLength_.length[bl_order[static_cast<std::size_t>(maxBlIndex_)]] == 0) {
+    --maxBlIndex_;
   }
-  builder_.opt_len += static_cast<std::uint32_t>(3 * (max_bl_index_ + 1) + kTreeCountBits);
+  builder_.opt_len += static_cast<std::uint32_t>(3 * (maxBlIndex_ + 1) + kTreeCountBits);
 }
 
 // Cuts the lengths of a tree into runs. The cuts are part of the format's fixed choices: a run ends at 138
 // zeros, at 6 repetitions of the length before it, or, when it starts with a new length, at 7 of them.
-void LzhTrees::ScanTree(const std::uint8_t* length, int max_code) {
+void LzhTrees::ScanTree(const std::uint8_t* length, int maxCode) {
   int previous = -1;
-  for (int n = 0; n <= max_code;) {
+  for (int n = 0; n <= maxCode;) {
     const std::uint8_t current = length[n];
     const bool repeats = current != 0 && current == previous;
     const std::uint32_t longest = current == 0 ? 138 : repeats ? 6 : 7;
     std::uint32_t count = 1;
-    while (count < longest && n + static_cast<int>(count) <= max_code &&
+    while (count < longest && n + static_cast<int>(count) <= maxCode &&
            length[n + static_cast<int>(count)] == current) {
       ++count;
     }
@@ -160,16 +179,17 @@ void LzhTrees::ScanTree(const std::uint8_t* length, int max_code) {
   }
 }
 
-void LzhTrees::AddRun(std::uint8_t length, std::uint32_t count, bool repeats_previous) {
+// A new length is sent once before it can be repeated. Runs too short for a repeat code go as they are.
+void LzhTrees::AddRun(std::uint8_t length, std::uint32_t count, bool repeatsPrevious) {
   const auto add = [this](int symbol, std::uint32_t extra) {
-    runs_[run_count_++] = {static_cast<std::uint8_t>(symbol), static_cast<std::uint8_t>(extra)};
-    ++bit_length_.frequency[static_cast<std::size_t>(symbol)];
+    runs_[runCount_++] = {static_cast<std::uint8_t>(symbol), static_cast<std::uint8_t>(extra)};
+    ++bitLength_.frequency[static_cast<std::size_t>(symbol)];
   };
-  const std::uint32_t shortest = length != 0 && !repeats_previous ? 4 : 3;
+  const std::uint32_t shortest = length != 0 && !repeatsPrevious ? 4 : 3;
   if (count < shortest) {
     for (; count != 0; --count) add(length, 0);
   } else if (length != 0) {
-    if (!repeats_previous) {
+    if (!repeatsPrevious) {
       add(length, 0);
       --count;
     }
@@ -181,7 +201,9 @@ void LzhTrees::AddRun(std::uint8_t length, std::uint32_t count, bool repeats_pre
   }
 }
 
-// What trees and data really take: the totals of the builder count the wrong extra bits for distances.
+// What trees and data really take: the totals of the builder count the wrong extra bits for distances. Here
+// they are exchanged for the right ones, since this number decides where the block goes and must not be too
+// small. In unsigned arithmetic the difference may pass through values below zero; the sum does not.
 std::size_t LzhTrees::BlockBits(bool dynamic) const {
   std::size_t bits = dynamic ? builder_.opt_len : builder_.static_len;
   for (std::size_t code = 0; code < kDistCodes; ++code) {
@@ -191,32 +213,37 @@ std::size_t LzhTrees::BlockBits(bool dynamic) const {
   return bits;
 }
 
+// The counts are sent less their smallest values, as the format has it. The literal alphabet always reaches
+// up to the end of the block, so its count is at least 257; the distances have at least two codes, forced in
+// if need be.
 void LzhTrees::SendAllTrees(LzhBitWriter& bits) const {
-  bits.SendBits(static_cast<std::uint32_t>(litlen_.max_code + 1 - 257), 5);
-  bits.SendBits(static_cast<std::uint32_t>(dist_.max_code + 1 - 1), 5);
-  bits.SendBits(static_cast<std::uint32_t>(max_bl_index_ + 1 - 4), 4);
-  for (std::size_t n = 0; n <= static_cast<std::size_t>(max_bl_index_); ++n) {
-    bits.SendBits(bit_length_.length[bl_order[n]], 3);
+  bits.SendBits(static_cast<std::uint32_t>(litLen_.maxCode + 1 - 257), 5);
+  bits.SendBits(static_cast<std::uint32_t>(dist_.maxCode + 1 - 1), 5);
+  bits.SendBits(static_cast<std::uint32_t>(maxBlIndex_ + 1 - 4), 4);
+  for (std::size_t n = 0; n <= static_cast<std::size_t>(maxBlIndex_); ++n) {
+    bits.SendBits(bitLength_.length[bl_order[n]], 3);
   }
-  for (std::size_t n = 0; n < run_count_; ++n) {
+  for (std::size_t n = 0; n < runCount_; ++n) {
     const std::size_t symbol = runs_[n].symbol;
-    bits.Put(bit_length_.code[symbol], bit_length_.length[symbol]);
+    bits.Put(bitLength_.code[symbol], bitLength_.length[symbol]);
     bits.SendBits(runs_[n].extra, extra_blbits[symbol]);
   }
 }
 
+// One item a round, without a branch: a literal has a "distance" whose code is 0 bits long. An item is 48
+// bits at most, which is what the register takes between two spills.
 void LzhTrees::CompressBlock(const SendTable& table, LzhBitWriter& bits) const {
   LzhBitWriter local = bits;  // in registers: its bytes may alias nothing of the loop then
-  const std::uint32_t* const end = next_item_;
+  const std::uint32_t* const end = nextItem_;
   for (const std::uint32_t* item = items_.data(); item != end; ++item) {
-    const std::uint32_t litlen = table.litlen[*item & 511U];
+    const std::uint32_t litLen = table.litLen[*item & 511U];
     const std::uint32_t dist = table.dist[(*item >> LzhItem::kDistShift) & 31U];
     const std::uint64_t extra = *item >> LzhItem::kExtraShift;
-    local.Put(litlen & 0xFFFFFFU, static_cast<int>(litlen >> 24));
+    local.Put(litLen & 0xFFFFFFU, static_cast<int>(litLen >> 24));
     local.Put((dist & 0xFFFFU) | extra << ((dist >> 16) & 0xFFU), static_cast<int>(dist >> 24));
     local.Spill();
   }
-  local.SendBits(table.end_block & 0xFFFFFFU, static_cast<int>(table.end_block >> 24));
+  local.SendBits(table.endBlock & 0xFFFFFFU, static_cast<int>(table.endBlock >> 24));
   bits = local;
 }
 

@@ -2,16 +2,23 @@
 
 // The pending block: the literals and matches found so far, their frequencies, and how they become a block of
 // Huffman codes.
+//
+// Where a block ends is fixed (16383 items, or above level 2 an estimate every 4096), and so are its codes
+// and its type: the smaller one of fixed and dynamic, by totals that are slightly wrong and must stay so.
+//
+// Tallying is done for every item of a stream and sending once more, so both are kept free of decisions. An
+// item is tallied as one store and one or two counts, and becomes one 32-bit record that sends itself by two
+// look-ups, literal or match alike. When to ask about a flush is a comparison with a pointer that was
+// computed before.
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 
-#include "cslib/lzh_bit_writer.h"
-#include "cslib/lzh_compress_output.h"
+#include "cslib/bytes.h"
 #include "cslib/lzh_format.h"
+#include "cslib/lzh_output.h"
 #include "cslib/lzh_trees_builder.h"
-#include "cslib/lzh_trees_static.h"
 
 namespace tolven::lzh {
 
@@ -29,9 +36,22 @@ struct LzhItem {
   }
 };
 
+// A block as it is made and sent, with names of the format's description where it has any:
+//
+//   TallyLiteral, TallyMatch     items_ and the frequencies of the two alphabets
+//   FlushDue                     now and then: is this a good place to end the block?
+//   FlushBlock
+//     BuildTrees                 code lengths of the two alphabets; then ScanTree cuts them into runs, and
+//     the
+//                                runs get a code of their own
+//     opt_len, static_len        what the block takes with its own codes and with the fixed ones
+//     SendAllTrees               only for a dynamic block
+//     CompressBlock              the items
+//     InitBlock                  all frequencies 0 but that of the end of the block, which occurs once
 class LzhTrees {
  public:
-  // A block is full one item before the buffer is: the last item at the end of input may still follow.
+  // A block is full one item before the buffer is: the last item at the end of input may still follow. More
+  // would not make streams smaller: the codes of a block fit it less the longer it gets.
   static constexpr std::size_t kItemBufferSize = 16384;
   static constexpr std::size_t kMaxItems = kItemBufferSize - 1;
 
@@ -42,79 +62,81 @@ class LzhTrees {
   // A new stream of the given level (1..9): nothing tallied, no bits held.
   void Start(int level);
 
-  // Puts bits in front of the first block. At most 16 in a stream, so none leaves the register.
+  // Puts bits in front of the first block. At most 16 in a stream, so none leaves the register. That at least
+  // two are put there is what the bit writer relies on.
   void SendPreamble(std::uint32_t value, int count);
 
   // Adds a literal, or a match of `length` (3..258) at `distance` (1..32768). True iff FlushDue must be
   // asked.
   bool TallyLiteral(std::uint8_t byte) {
-    *next_item_++ = LzhItem::Literal(byte);
-    ++litlen_.frequency[byte];
-    return next_item_ == check_at_;
+    *nextItem_++ = LzhItem::Literal(byte);
+    ++litLen_.frequency[byte];
+    return nextItem_ == checkAt_;
   }
   bool TallyMatch(std::uint32_t distance, std::uint32_t length) {
     const std::uint32_t lc = length - kMinMatch;
     const std::uint32_t dist = distance - 1;
     const std::uint32_t code = kCodeMaps.dist_code[dist < 256 ? dist : 256 + (dist >> 7)];
-    *next_item_++ = LzhItem::Match(lc, code, dist - kCodeMaps.base_dist[code]);
-    ++litlen_.frequency[kLiterals + 1U + kCodeMaps.length_code[lc]];
+    *nextItem_++ = LzhItem::Match(lc, code, dist - kCodeMaps.base_dist[code]);
+    ++litLen_.frequency[kLiterals + 1U + kCodeMaps.length_code[lc]];
     ++dist_.frequency[code];
-    return next_item_ == check_at_;
+    return nextItem_ == checkAt_;
   }
 
   // True iff the block should be flushed now: it is full, or (above level 2, every 4096 items) it looks as if
-  // its statistics paid off. `block_bytes`: input bytes from the start of the block to the current position.
-  bool FlushDue(std::int64_t block_bytes);
+  // its statistics paid off. `blockBytes`: input bytes from the start of the block to the current position.
+  bool FlushDue(std::int64_t blockBytes);
 
   // Sends the block, as the stream's last one with all that follows it if `final`, and starts the next one.
   // Nothing may be pending in `output`.
   void FlushBlock(bool final, LzhOutput& output);
 
  private:
-  // Codes with their extra bits merged, one row an item. `litlen`: bits, and their count from bit 24 on.
+  // Codes with their extra bits merged, one row an item. `litLen`: bits, and their count from bit 24 on.
   // `dist`: the code, from bit 16 on its length, from bit 24 on its length with the extra bits behind it.
   struct SendTable {
-    std::array<std::uint32_t, 512> litlen;
+    std::array<std::uint32_t, 512> litLen;
     std::array<std::uint32_t, 32> dist;
-    std::uint32_t end_block;
+    std::uint32_t endBlock;
   };
-  // One step of the run-length coded lengths of the two trees.
+  // One step of the run-length coded lengths of the two trees: the runs are counted before the code they are
+  // sent in is known, so they are kept.
   struct LengthRun {
     std::uint8_t symbol;
     std::uint8_t extra;
   };
 
-  static constexpr SendTable MakeSendTable(const std::uint8_t* litlen_length,
-                                           const std::uint16_t* litlen_code, const std::uint8_t* dist_length,
-                                           const std::uint16_t* dist_code);
+  static constexpr SendTable MakeSendTable(const std::uint8_t* litLenLength, const std::uint16_t* litLenCode,
+                                           const std::uint8_t* distLength, const std::uint16_t* dist_code);
   static const SendTable kFixedSendTable;
 
   void InitBlock();
   void BuildTrees();
-  void ScanTree(const std::uint8_t* length, int max_code);
-  void AddRun(std::uint8_t length, std::uint32_t count, bool repeats_previous);
+  void ScanTree(const std::uint8_t* length, int maxCode);
+  void AddRun(std::uint8_t length, std::uint32_t count, bool repeatsPrevious);
   std::size_t BlockBits(bool dynamic) const;
   void SendAllTrees(LzhBitWriter& bits) const;
   void CompressBlock(const SendTable& table, LzhBitWriter& bits) const;
 
   bool estimates_ = false;  // the level has the early flush
 
-  Tree<kLitLenCodes> litlen_;
+  Tree<kLitLenCodes> litLen_;
   Tree<kDistCodes> dist_;
-  Tree<kBitLengthCodes> bit_length_;
-  int max_bl_index_ = 0;
+  Tree<kBitLengthCodes> bitLength_;
+  int maxBlIndex_ = 0;
   std::array<LengthRun, kLitLenCodes + kDistCodes> runs_;
-  std::size_t run_count_ = 0;
+  std::size_t runCount_ = 0;
   LzhTreeBuilder builder_;
-  SendTable send_table_;
+  SendTable sendTable_;
 
-  // Bits of the last block that do not fill a pair of bytes yet.
+  // Bits of the last block that do not fill a pair of bytes yet; in front of the first block, the preamble.
   std::uint64_t bi_buf_ = 0;
   int bi_valid_ = 0;
 
+  // The block, as many items as there are before nextItem_. checkAt_ is where a flush is next asked about.
   std::array<std::uint32_t, kItemBufferSize> items_;
-  std::uint32_t* next_item_ = items_.data();
-  const std::uint32_t* check_at_ = items_.data();
+  std::uint32_t* nextItem_ = items_.data();
+  const std::uint32_t* checkAt_ = items_.data();
 };
 
 }  // namespace tolven::lzh

@@ -2,7 +2,12 @@
 
 // Code lengths from frequencies: the construction that the reference coder of RFC 1951 uses, including its
 // ties and its repair of codes that came out too long. Any optimal code would do for a reader; the writer's
-// bits are fixed, so the heap must make the same choices.
+// bits are fixed, so the heap must make the same choices. That rules out the faster ways to the same lengths,
+// such as sorting once and merging two queues: they break ties differently.
+//
+// Terms: a node is a symbol (0 .. elements - 1) or, from `elements` on, an inner node in the order in which
+// they were made. Its depth is the height of the tree below it, which decides between equal frequencies, so
+// that trees stay flat.
 
 #include <array>
 #include <cstddef>
@@ -14,11 +19,11 @@ namespace tolven::lzh {
 
 // What is constant about one of the three trees.
 struct TreeDescriptor {
-  const std::uint8_t* fixed_length;  // lengths of the fixed tree, null when there is none
-  const std::uint8_t* extra_bits;    // of the symbols from extra_base on
-  int extra_base;
+  const std::uint8_t* fixedLength;  // lengths of the fixed tree, null when there is none
+  const std::uint8_t* extraBits;    // of the symbols from extraBase on
+  int extraBase;
   int elements;
-  int max_length;
+  int maxLength;
 };
 
 // The symbols of one tree with what a block found out about them. `length` and `code` of a symbol that does
@@ -28,7 +33,7 @@ struct Tree {
   std::array<std::uint16_t, kElements> frequency;
   std::array<std::uint8_t, kElements> length;
   std::array<std::uint16_t, kElements> code;
-  int max_code;  // largest symbol in use
+  int maxCode;  // largest symbol in use
 };
 
 class LzhTreeBuilder {
@@ -47,21 +52,23 @@ class LzhTreeBuilder {
 
   int CollectSymbols(const TreeDescriptor& descriptor, std::uint16_t* frequency, std::uint8_t* length);
   void SiftDown(std::size_t hole);
-  void JoinNodes(int first_inner);
+  void JoinNodes(int firstInner);
   void GenBitLengths(const TreeDescriptor& descriptor, const std::uint16_t* frequency, std::uint8_t* length,
-                     int max_code);
+                     int maxCode);
   void ShortenCodes(const TreeDescriptor& descriptor, const std::uint16_t* frequency, std::uint8_t* length,
-                    int max_code, int overflow);
+                    int maxCode, int overflow);
 
   // Heap entries: frequency << 32 | depth << 16 | node. Comparing the upper 48 bits orders by frequency, then
-  // depth.
+  // depth, in one comparison of what would otherwise be looked up in two arrays by node. A block has fewer
+  // than 2^15 items and a tree fewer than 2^10 nodes, so the fields never run into each other. Entry 0 is not
+  // used: the children of n are 2n and 2n + 1.
   std::array<std::uint64_t, kHeapSize> heap_;
-  std::size_t heap_length_ = 0;
+  std::size_t heapLength_ = 0;
   // Nodes in the order in which they left the heap, filled from the back: the root comes first.
   std::array<std::uint16_t, kHeapSize> sorted_;
-  std::size_t sorted_begin_ = 0;
+  std::size_t sortedBegin_ = 0;
   std::array<std::uint16_t, kHeapSize> dad_;
-  std::array<std::uint8_t, kHeapSize> node_length_;
+  std::array<std::uint8_t, kHeapSize> nodeLength_;
   std::array<std::uint16_t, kMaxCodeBits + 1> bl_count_;
 };
 

@@ -5,27 +5,26 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "cslib/cslib.h"
-
 namespace tolven {
 
-namespace trace_detail {
-constinit std::atomic<int> level{0};
-}
+constinit CsTrace g_csTrace;
 
 namespace {
-constinit std::atomic<CsTracePrint> g_print{nullptr};
 constexpr std::int32_t kBytesPerLine = 16;
 }  // namespace
 
+// The function first, so that there is one by the time a level asks for lines. A call that runs meanwhile may
+// still print through the old one.
 void CsSetTrace(int level, CsTracePrint print) {
-  g_print.store(print, std::memory_order_release);
-  trace_detail::level.store(level, std::memory_order_relaxed);
+  g_csTrace.print.store(print, std::memory_order_release);
+  g_csTrace.level.store(level, std::memory_order_relaxed);
 }
 
 void CsTPrintf(const char* format, ...) {
-  const CsTracePrint print = g_print.load(std::memory_order_acquire);
+  const CsTracePrint print = g_csTrace.print.load(std::memory_order_acquire);
   if (print == nullptr) return;
+  // On the stack, so that tracing neither allocates nor needs a lock; a file name that makes a line longer is
+  // cut.
   std::array<char, 1024> text;
   std::va_list arguments;
   va_start(arguments, format);
@@ -34,6 +33,7 @@ void CsTPrintf(const char* format, ...) {
   if (length >= 0) print(text.data());
 }
 
+// A line at a time through the print function, so that the dump of a large call needs no large buffer.
 void TshowBuf(const char* title, const std::uint8_t* bytes, std::int32_t count) {
   CsTPrintf("    %s: %d bytes\n", title, count);
   std::array<char, 3 * kBytesPerLine + 1> line;

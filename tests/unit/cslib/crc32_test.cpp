@@ -3,45 +3,39 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
-#include <memory>
-#include <random>
 #include <string_view>
+#include <utility>
 #include <vector>
 
-#include "cslib/crc32_kernels.h"
+#include "cslib/data.h"
 
 namespace tolven {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using test::Bytes;
 
 Bytes RandomBytes(std::size_t count, unsigned seed) {
-  std::mt19937 random(seed);
-  Bytes bytes(count);
-  for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random());
-  return bytes;
+  return test::MakeData(test::Kind::kRandom, count, seed);
 }
 
-// zlib inverts before and after; the raw register is wanted here. A null pointer means "initial value" to zlib.
+// zlib inverts before and after; the raw register is wanted here. A null pointer means "initial value" to
+// zlib.
 std::uint32_t ZlibRegister(std::uint32_t crc, const std::uint8_t* bytes, std::size_t count) {
   if (count == 0) return crc;
   return ~static_cast<std::uint32_t>(::crc32(~crc, bytes, static_cast<uInt>(count)));
 }
-
-struct FreeHandle {
-  void operator()(Crc32Handle* handle) const { CRC32FreeHandle(handle); }
-};
-using Handle = std::unique_ptr<Crc32Handle, FreeHandle>;
 
 TEST(Crc32, CheckValueOfTheNineDigits) {
   constexpr std::string_view digits = "123456789";
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(digits.data());
   EXPECT_EQ(~CRC32Buf(0xFFFFFFFFU, bytes, digits.size()), 0xCBF43926U);
 
-  Crc32Handle* handle = CRC32NewHandle(0);
-  ASSERT_NE(handle, nullptr);
-  EXPECT_EQ(CRC32HBuffer(handle, bytes, 9, false), 9U);
-  EXPECT_EQ(CRC32FreeHandle(handle), 0xCBF43926U);
+  auto handle = CRC32NewHandle(0);
+  ASSERT_TRUE(handle);
+  EXPECT_EQ(CRC32HBuffer(handle.get(), bytes, 9, false), 9U);
+  EXPECT_EQ(CRC32FreeHandle(std::move(handle)), 0xCBF43926U);
+  EXPECT_EQ(CRC32FreeHandle(CRC32NewHandle(0)), 0U);
+  EXPECT_EQ(CRC32FreeHandle(nullptr), 0U);
 }
 
 TEST(Crc32, EveryKernelAgreesWithZlibAtEveryLengthAndAlignment) {
@@ -107,7 +101,7 @@ TEST(Crc32Handle, SegmentsAsAskedFor) {
   const Bytes bytes = RandomBytes(70000, 5);
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << "segment " << row.segment << " first " << row.asked[0]);
-    const Handle handle(CRC32NewHandle(row.segment));
+    const auto handle(CRC32NewHandle(row.segment));
     ASSERT_TRUE(handle);
     std::size_t at = 0;
     for (std::size_t i = 0; i < row.asked.size(); ++i) {
@@ -121,7 +115,7 @@ TEST(Crc32Handle, SegmentsAsAskedFor) {
 }
 
 TEST(Crc32Handle, SegmentLengthZeroFromAFileTracksNothing) {
-  const Handle handle(CRC32NewHandle(10));
+  const auto handle(CRC32NewHandle(10));
   handle->segmentLength = 0;
   const Bytes bytes(25, 1);
   EXPECT_EQ(CRC32HBuffer(handle.get(), bytes.data(), 25, true), 25U);

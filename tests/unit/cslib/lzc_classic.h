@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "cslib/sample_data.h"
+#include "cslib/data.h"
 
 namespace tolven::test {
 

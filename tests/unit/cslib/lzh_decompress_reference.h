@@ -7,9 +7,9 @@
 #include <utility>
 
 #include "cslib/cslib.h"
-#include "cslib/lzh_decompress_driver.h"
+#include "cslib/driver.h"
 
-namespace tolven::lzhtest {
+namespace tolven::test {
 
 class Reference {
  public:
@@ -22,7 +22,7 @@ class Reference {
     } catch (const int code) {
       rc = code;
     }
-    return {rc, std::move(reference.out_)};
+    return {rc, std::move(reference.out_), 0};
   }
 
  private:
@@ -163,4 +163,4 @@ class Reference {
   Code litLen_, dist_;
 };
 
-}  // namespace tolven::lzhtest
+}  // namespace tolven::test

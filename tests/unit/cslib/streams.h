@@ -1,33 +1,18 @@
 #pragma once
 
-// LZH streams that this system's own compressor did not write: zlib's deflate with our header and preamble
-// put in front, and streams written bit by bit. Shared by the decompressor's tests, its benchmark and its
-// fuzz seeds.
+// LZH streams that this system's own compressor did not write (zlib's deflate with our
+// header and preamble in front, and streams written bit by bit).
 
 #include <zlib.h>
 
-#include <algorithm>
-#include <cstdint>
 #include <initializer_list>
 #include <optional>
-#include <random>
 #include <span>
-#include <string>
-#include <vector>
 
-namespace tolven::lzhtest {
+#include "cslib/cslib.h"
+#include "cslib/data.h"
 
-using Bytes = std::vector<std::uint8_t>;
-
-// 32 random bits a call, the same in every run.
-class Random {
- public:
-  explicit Random(unsigned seed) : engine_(seed) {}
-  unsigned operator()() { return static_cast<unsigned>(engine_()); }
-
- private:
-  std::mt19937 engine_;
-};
+namespace tolven::test {
 
 // Bits in the order of RFC 1951: the first bit of a byte is its lowest.
 class BitWriter {
@@ -75,8 +60,8 @@ class BitWriter {
   }
 
   // The bytes so far. With `closed` the zero byte that ends a whole stream is added.
-  [[nodiscard]] lzhtest::Bytes Take(bool closed = true) const {
-    lzhtest::Bytes bytes = bytes_;
+  [[nodiscard]] test::Bytes Take(bool closed = true) const {
+    test::Bytes bytes = bytes_;
     if (closed) bytes.push_back(0);
     return bytes;
   }
@@ -88,7 +73,7 @@ class BitWriter {
     used_ = (used_ + 1) % 8;
   }
 
-  lzhtest::Bytes bytes_;
+  test::Bytes bytes_;
   unsigned used_ = 0;  // bits taken in the last byte, 0 when it is full
 };
 
@@ -141,51 +126,4 @@ inline std::optional<Bytes> ZlibStream(const Bytes& data, int level = 6, int str
   return BitWriter(static_cast<std::uint32_t>(data.size()), preambleBits).Bytes(deflated).Take();
 }
 
-// Words in sentences, some words much more frequent than others.
-inline Bytes Text(std::size_t size) {
-  std::mt19937 random(1);
-  std::vector<std::string> words(600);
-  for (auto& word : words) {
-    for (auto n = 1 + random() % 9; n > 0; --n)
-      word += static_cast<char>('a' + random() % 26 * (random() % 3) / 2);
-  }
-  Bytes data;
-  while (data.size() < size) {
-    const auto& word = words[random() % words.size() * (random() % 100) / 100];
-    data.insert(data.end(), word.begin(), word.end());
-    data.push_back(random() % 12 == 0 ? '\n' : ' ');
-  }
-  data.resize(size);
-  return data;
-}
-
-// Records of 24 bytes with counters, small numbers and some noise, as in object files and data bases.
-inline Bytes Binary(std::size_t size) {
-  std::mt19937 random(2);
-  Bytes data;
-  for (std::uint32_t record = 0; data.size() < size; ++record) {
-    for (unsigned i = 0; i < 4; ++i) data.push_back(static_cast<std::uint8_t>(record * 40 >> (8 * i)));
-    for (unsigned i = 0; i < 8; ++i) data.push_back(static_cast<std::uint8_t>(random() % (1U + i * i)));
-    for (unsigned i = 0; i < 4; ++i) data.push_back(static_cast<std::uint8_t>(random()));
-    data.insert(data.end(), 8, static_cast<std::uint8_t>(record % 7));
-  }
-  data.resize(size);
-  return data;
-}
-
-inline Bytes Periodic(std::size_t size, std::size_t period) {
-  Bytes data = Binary(period);
-  data.resize(size);
-  for (std::size_t i = period; i < size; ++i) data[i] = data[i - period];
-  return data;
-}
-
-// Noise over few enough values that coding always beats storing.
-inline Bytes Noise(std::size_t size) {
-  std::mt19937 random(3);
-  Bytes data(size);
-  for (auto& byte : data) byte = static_cast<std::uint8_t>(random() % 90 * (random() % 5) / 4);
-  return data;
-}
-
-}  // namespace tolven::lzhtest
+}  // namespace tolven::test
