@@ -50,6 +50,9 @@ struct CertStackReleaser {
 };
 using CertStack = std::unique_ptr<STACK_OF(X509), CertStackReleaser>;
 
+// A context of its own with the default provider and another one; null when OpenSSL has no such provider.
+std::shared_ptr<OSSL_LIB_CTX> ContextWith(const char* provider);
+
 using Certs = std::vector<CertPtr>;
 using Bytes = std::span<const std::uint8_t>;
 

@@ -2,7 +2,6 @@
 #define OPENSSL_SUPPRESS_DEPRECATED
 #include <openssl/engine.h>
 #include <openssl/err.h>
-#include <openssl/provider.h>
 #include <openssl/store.h>
 #include <openssl/ui.h>
 #include <unistd.h>
@@ -117,16 +116,6 @@ std::string FindPin(const Address& address, const char* password) {
 }
 
 // --- A provider.
-
-CtxPtr ProviderContext() {
-  CtxPtr context(OSSL_LIB_CTX_new(), OSSL_LIB_CTX_free);
-  if (context != nullptr && OSSL_PROVIDER_load(context.get(), "default") != nullptr &&
-      OSSL_PROVIDER_load(context.get(), "pkcs11") != nullptr) {
-    return context;
-  }
-  ERR_clear_error();
-  return nullptr;
-}
 
 int GivePin(char* buffer, int size, int /*writing*/, void* user) {
   const auto& pin = *static_cast<const std::string*>(user);
@@ -267,7 +256,7 @@ bool BelongsTo(EVP_PKEY* key, const Certs& certificates) {
 Pse ReadHardware(const std::string& uri, const char* password, PseUse use) {
   const Address address = ParseUri(uri);
   std::string pin = FindPin(address, password);
-  CtxPtr context = ProviderContext();
+  CtxPtr context = ContextWith("pkcs11");
   Pse pse =
       context != nullptr ? ReadStore(std::move(context), address.object, pin) : ReadEngine(address, pin, use);
   OPENSSL_cleanse(pin.data(), pin.size());

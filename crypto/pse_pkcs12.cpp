@@ -1,6 +1,3 @@
-#include <openssl/err.h>
-#include <openssl/provider.h>
-
 #include <optional>
 
 #include "api.h"
@@ -8,19 +5,6 @@
 
 namespace tolven::crypto {
 namespace {
-
-// The old ciphers, for reading a file and for nothing else: in a context of their own, so that neither a
-// signature nor the program around us can come to use them.
-std::shared_ptr<OSSL_LIB_CTX> LegacyContext() {
-  std::shared_ptr<OSSL_LIB_CTX> context(OSSL_LIB_CTX_new(), OSSL_LIB_CTX_free);
-  // Unloaded with their context.
-  if (context != nullptr && OSSL_PROVIDER_load(context.get(), "default") != nullptr &&
-      OSSL_PROVIDER_load(context.get(), "legacy") != nullptr) {
-    return context;
-  }
-  ERR_clear_error();
-  return nullptr;
-}
 
 Pkcs12Ptr Decode(const Secret& content, OSSL_LIB_CTX* context) {
   PKCS12* p12 = PKCS12_init_ex(NID_pkcs7_data, context, nullptr);
@@ -81,8 +65,9 @@ Pse ReadPkcs12(const Secret& content, const char* password) {
   if (std::optional<Pse> pse = Parse(Decode(content, nullptr).get(), password)) return std::move(*pse);
   const std::string algorithm = UnsupportedAlgorithm();
   if (algorithm.empty()) throw Failure(DKV_ERR_PSE_FORMAT, "PKCS#12 content");
-  // A certified kernel is not to be led around.
-  const std::shared_ptr<OSSL_LIB_CTX> legacy = IsFipsActive() ? nullptr : LegacyContext();
+  // The old ciphers, for reading a file and for nothing else: in a context of their own, so that neither a
+  // signature nor the program around us can come to use them. A certified kernel is not to be led around.
+  const std::shared_ptr<OSSL_LIB_CTX> legacy = IsFipsActive() ? nullptr : ContextWith("legacy");
   if (legacy == nullptr) throw Unsupported(algorithm);
   const std::optional<Pse> foreign = Parse(Decode(content, legacy.get()).get(), password);
   if (!foreign) throw Unsupported(algorithm);
