@@ -1,6 +1,5 @@
 // LZC streams, decoded whole, in pieces, and by a plain decoder. Input: 1 byte that sets the pieces, then the
 // stream.
-#include "cslib/lzc.h"
 #include "fuzz/streams.h"
 
 namespace {
@@ -9,9 +8,11 @@ using namespace tolven;
 using namespace tolven::fuzz;
 
 Outcome Decode(Bytes stream, std::size_t piece, std::size_t room) {
-  static const LzcDecompressStatePtr state = NewLzcDecompressState();
-  return DecodeInPieces(stream, piece, room,
-                        [](auto... arguments) { return CsRDecomprLZC(*state, arguments...); });
+  static const int handle = CsSearchNewHandle();
+  Data lzc(stream.begin(), stream.end());
+  if (lzc.size() > 4) lzc[4] = 0x10 | CS_ALG_CODE_LZC;  // whatever the input says
+  return DecodeInPieces(lzc, piece, room,
+                        [](auto... arguments) { return CsRDecompress(handle, arguments...); });
 }
 
 // Bit by bit and byte by byte, as the format reads on paper.

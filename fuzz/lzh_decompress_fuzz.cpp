@@ -2,7 +2,6 @@
 // length, then the stream behind its header.
 #include <zlib.h>
 
-#include "cslib/lzh_decompress.h"
 #include "fuzz/streams.h"
 
 namespace {
@@ -11,9 +10,9 @@ using namespace tolven;
 using namespace tolven::fuzz;
 
 Outcome Decode(Bytes stream, std::size_t piece, std::size_t room) {
-  static const LzhDecompressStatePtr state = NewLzhDecompressState();
+  static const int handle = CsSearchNewHandle();
   return DecodeInPieces(stream, piece, room,
-                        [](auto... arguments) { return CsRDecomprLZH(*state, arguments...); });
+                        [](auto... arguments) { return CsRDecompress(handle, arguments...); });
 }
 
 // What zlib makes of the bits behind the preamble. With room for one byte a call it sees no further back than
