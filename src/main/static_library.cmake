@@ -6,14 +6,7 @@ add_library(tolven_embedded OBJECT embedded.cpp)
 tolven_options(tolven_embedded)
 target_include_directories(tolven_embedded PRIVATE "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}/src")
 
-set(objects "$<TARGET_OBJECTS:tolven_embedded>")
-foreach(floor IN ITEMS cslib hash report fileio dkv cmdline manifest run archive oldarchive signing commands app)
-  get_target_property(type tolven_${floor} TYPE)
-  if(type STREQUAL "STATIC_LIBRARY")
-    list(APPEND objects "$<TARGET_OBJECTS:tolven_${floor}>")
-  endif()
-endforeach()
-
+set(objects "$<TARGET_OBJECTS:tolven_embedded>" ${tolven_floor_objects})
 set(whole "${CMAKE_CURRENT_BINARY_DIR}/tolven_whole.o")
 add_custom_command(OUTPUT "${whole}"
   COMMAND "${CMAKE_LINKER}" -r --force-group-allocation -o "${whole}" ${objects}
