@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034,SC2015
 # Sourced by the other scripts: makes sure that Debian packages are there.
 
 # need_packages PACKAGE...: installs what is missing, as root or through sudo; names it where it cannot.
