@@ -7,10 +7,13 @@ tolven_options(tolven_embedded)
 target_include_directories(tolven_embedded PRIVATE "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}/src")
 
 set(objects "$<TARGET_OBJECTS:tolven_embedded>" ${tolven_floor_objects})
+# Settling groups is the GNU linker's: the one beside another compiler may not know how.
+find_program(TOLVEN_RELOCATING_LINKER NAMES ld.bfd ld REQUIRED)
+find_program(TOLVEN_OBJCOPY NAMES objcopy REQUIRED)
 set(whole "${CMAKE_CURRENT_BINARY_DIR}/tolven_whole.o")
 add_custom_command(OUTPUT "${whole}"
-  COMMAND "${CMAKE_LINKER}" -r --force-group-allocation -o "${whole}" ${objects}
-  COMMAND "${CMAKE_OBJCOPY}" --keep-global-symbol=extractTOLVENArchive --keep-global-symbol=getTOLVENOutput "${whole}"
+  COMMAND "${TOLVEN_RELOCATING_LINKER}" -r --force-group-allocation -o "${whole}" ${objects}
+  COMMAND "${TOLVEN_OBJCOPY}" --keep-global-symbol=extractTOLVENArchive --keep-global-symbol=getTOLVENOutput "${whole}"
   DEPENDS ${objects}
   COMMAND_EXPAND_LISTS VERBATIM)
 
