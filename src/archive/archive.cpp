@@ -320,6 +320,15 @@ int CArchive::GetEntryData(unsigned char* buffer, unsigned long bufferSize, unsi
   return 0;
 }
 
+bool CArchive::BlockFollows() {
+  std::array<unsigned char, 2> type{};
+  unsigned long done = 0;
+  if (!m_stream.Read(type.data(), type.size(), &done)) throw CReadExcept(m_name);
+  if (!m_stream.MoveFlPtr(-static_cast<long>(done))) throw CSetFilePointerExcept();
+  return done == type.size() &&
+         DecodeBlockType(static_cast<char>(type[0]), static_cast<char>(type[1])) != BlockType::kNone;
+}
+
 void CArchive::ReadExactly(unsigned char* to, unsigned long count) {
   unsigned long done = 0;
   if (!m_stream.Read(to, count, &done) || done < count) throw CReadExcept(m_name);

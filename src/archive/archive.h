@@ -66,6 +66,9 @@ class CArchive {
   // Reads one block of the current entry. 1: more follow; 0: it was the last, `checksum` is the stored CRC.
   int GetEntryData(unsigned char* buffer, unsigned long bufferSize, unsigned long& bytesRead,
                    std::uint32_t& checksum, bool& compressed);
+  // True iff a block comes next: behind the header of an entry without data it is data that the header
+  // denies.
+  bool BlockFollows();
 
   const std::string& Name() const { return m_name; }
   CFileStream& Stream() { return m_stream; }

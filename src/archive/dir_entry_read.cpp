@@ -67,7 +67,11 @@ void CDirEntry::AddToDirEx(CArchive* archive, bool write) {
   const bool hash = DoManifestAPI();
   int code = hash ? ManifestOpenFile(manifest, m_storedName.data(), m_storedName.size()) : SMF_OK;
   if (code == SMF_OK) {
-    if (!m_header.IsEmpty()) DecompressMe(archive, write);
+    if (!m_header.IsEmpty()) {
+      DecompressMe(archive, write);
+    } else if (archive->BlockFollows()) {
+      throw CDecompExcept(m_shownName);  // a damaged size would lose the content without a word
+    }
     if (hash) code = ManifestCloseFile(manifest);
   }
   m_signed = hash && code == SMF_OK;

@@ -65,12 +65,14 @@ OldLine ReadNumbers(const std::array<std::string_view, kNumbers>& fields, FileIn
 }
 
 // The name is one word: what most lines look like. This scan comes first and decides when it succeeds, even
-// where the one from the right would find another name.
+// where the one from the right would find another name. Words behind the numbers are what a damaged newline
+// leaves: two lines that became one must not lose the second without a word.
 OldLine ScanFromLeft(std::string_view line, FileInfo& info) {
   std::string_view rest = line.substr(kNameColumn);
   const std::string_view name = TakeFirstField(rest);
   std::array<std::string_view, kNumbers> fields;
   for (std::string_view& field : fields) field = TakeFirstField(rest);
+  if (!TakeFirstField(rest).empty()) return OldLine::kFormatError;
   const OldLine result = ReadNumbers(fields, info);
   if (result == OldLine::kEntry) info.name = name;
   return result;
@@ -109,7 +111,11 @@ OldLine ParseEntryLine(std::string_view line, FileInfo& info) {
   OldLine result = ScanFromLeft(line, info);
   if (result == OldLine::kFormatError) result = ScanFromRight(line, info);
   info.type = line[0];
-  if (info.IsDirectory()) info.mode |= kOldModeDirectory;
+  if (info.IsDirectory()) {
+    // A file that a damaged letter made a directory: its content would be lost without a word.
+    if (info.compressedLength >= CS_HEAD_SIZE) return OldLine::kFormatError;
+    info.mode |= kOldModeDirectory;
+  }
   return result;
 }
 
