@@ -2,12 +2,13 @@
 
 // The whole program as main starts it, its output collected.
 
-#include <memory>
 #include <string>
 
 #include "fuzz/support.h"
 #include "main/command_factory.h"
+#include "main/run/processor.h"
 #include "main/run_guarded.h"
+#include "report/log_man.h"
 #include "signing/manifest/manifest.h"
 
 namespace tolven::fuzz {
@@ -16,8 +17,9 @@ namespace tolven::fuzz {
 inline int RunProgram(const std::string& line) {
   Arguments arguments(line);
   const CCommandFactory factory;
+  CAPILogMan output;
   CProcessor& processor = *CProcessor::GetTheProcessor();
-  processor.SetLogManager(std::make_unique<CAPILogMan>());
+  processor.SetLogManager(output);
   processor.SetCommandFactory(factory);
   RunGuarded([&] {
     processor.CmdLine().SetOptions(arguments.Count(), arguments.Vector());
