@@ -2,7 +2,7 @@
 #include <cstring>
 #include <map>
 
-#include "signing/manifest/local_file.h"
+#include "fileio/local_file.h"
 #include "signing/manifest/manifest_errors.h"
 #include "signing/manifest/manifest_lookup.h"
 #include "signing/manifest/manifest_parser.h"

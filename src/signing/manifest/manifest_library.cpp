@@ -5,10 +5,10 @@
 #include <system_error>
 
 #include "signing/crypto/dkv_loader.h"
-#include "signing/crypto/dkv_trace.h"
+#include "signing/crypto/secudir.h"
+#include "signing/crypto/trace.h"
 #include "signing/manifest/manifest_context.h"
 #include "signing/manifest/manifest_errors.h"
-#include "signing/manifest/manifest_trace.h"
 
 namespace tolven {
 namespace {
@@ -96,6 +96,10 @@ int ManifestStartup() {
     return Fail(s_Manifest, SMF_EINIT, "Thread Mutex could not be initialized.\n");
   }
   return SMF_OK;
+}
+
+void ManifestSetStartDirectory(const std::string& directory) {
+  SetStartDirectory(directory);
 }
 
 void ManifestCleanup() {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "signing/manifest/local_file.h"
+#include "fileio/local_file.h"
 #include "signing/manifest/manifest_errors.h"
 #include "signing/manifest/manifest_parser.h"
 #include "signing/manifest/manifest_verify.h"

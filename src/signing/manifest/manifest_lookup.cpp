@@ -1,7 +1,7 @@
 #include "signing/manifest/manifest_lookup.h"
 
+#include "signing/crypto/trace.h"
 #include "signing/manifest/manifest_errors.h"
-#include "signing/manifest/manifest_trace.h"
 
 namespace tolven {
 namespace {

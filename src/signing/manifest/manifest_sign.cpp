@@ -1,14 +1,14 @@
 #include <algorithm>
 
+#include "fileio/local_file.h"
 #include "report/show_text.h"
+#include "signing/crypto/secudir.h"
+#include "signing/crypto/trace.h"
 #include "signing/hash/codec.h"
 #include "signing/manifest/dkv_objects.h"
-#include "signing/manifest/local_file.h"
 #include "signing/manifest/manifest_errors.h"
 #include "signing/manifest/manifest_format.h"
-#include "signing/manifest/manifest_trace.h"
 #include "signing/manifest/manifest_writer.h"
-#include "signing/manifest/start_directory.h"
 #include "signing/manifest/timestamp_request.h"
 
 namespace tolven {

@@ -3,9 +3,9 @@
 #include <ctime>
 
 #include "report/show_text.h"
+#include "signing/crypto/trace.h"
 #include "signing/manifest/dkv_objects.h"
 #include "signing/manifest/manifest_errors.h"
-#include "signing/manifest/manifest_trace.h"
 #include "signing/manifest/manifest_verify.h"
 
 namespace tolven {
