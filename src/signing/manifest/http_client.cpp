@@ -7,7 +7,6 @@
 
 #include "signing/crypto/trace.h"
 #include "signing/hash/codec.h"
-#include "signing/manifest/manifest_errors.h"
 
 namespace tolven {
 namespace {
