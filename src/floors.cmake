@@ -8,10 +8,10 @@ set(TOLVEN_FLOORS
   "cmdline: fileio report"
   "signing/hash: cslib"
   "signing/crypto: report"
-  "signing/manifest: signing/hash signing/crypto report"
+  "signing/manifest: signing/hash signing/crypto fileio report"
   "main/run: cmdline fileio report"
   "archive: main/run cmdline fileio report cslib signing/manifest"
   "oldarchive: main/run cmdline fileio report cslib"
-  "signing: archive main/run cmdline fileio report cslib signing/manifest"
+  "signing: archive main/run cmdline fileio report cslib signing/manifest signing/crypto"
   "archive/commands: signing archive oldarchive main/run cmdline fileio report"
   "main: archive/commands signing archive oldarchive main/run cmdline fileio report signing/manifest")

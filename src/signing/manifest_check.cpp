@@ -5,11 +5,11 @@
 #include <vector>
 
 #include "archive/memory_streams.h"
+#include "fileio/local_file.h"
 #include "report/except.h"
 #include "report/run_files.h"
 #include "report/show_text.h"
-#include "signing/manifest/local_file.h"
-#include "signing/manifest/manifest_trace.h"
+#include "signing/crypto/trace.h"
 #include "signing/signed_manifest.h"
 
 namespace tolven {

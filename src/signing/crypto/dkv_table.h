@@ -64,10 +64,17 @@ struct DkvRowInfo {
   unsigned level;
 };
 
+#define TOLVEN_ROW_INFO(name, level) DkvRowInfo{#name, level},
+#define TOLVEN_ROW_NAME(name) #name,
+
 // Name and level of each row, in the order of DkvRow.
-extern const std::array<DkvRowInfo, kDkvRowCount> kDkvRows;
+inline constexpr std::array<DkvRowInfo, kDkvRowCount> kDkvRows = {{TOLVEN_DKV_ROWS(TOLVEN_ROW_INFO)}};
 // Names of the TLS functions, in the order of QelSslRow.
-extern const std::array<const char*, kQelSslRowCount> kQelSslRows;
+inline constexpr std::array<const char*, kQelSslRowCount> kQelSslRows = {
+    {TOLVEN_QELSSL_ROWS(TOLVEN_ROW_NAME)}};
+
+#undef TOLVEN_ROW_INFO
+#undef TOLVEN_ROW_NAME
 
 // All functions of every generation: the level the manifest library asks for.
 inline constexpr unsigned kDkvLevelAll = 0x103;

@@ -9,7 +9,7 @@
 
 #include "signing/crypto/dkv.h"
 #include "signing/crypto/dkv_loader.h"
-#include "signing/crypto/dkv_trace.h"
+#include "signing/crypto/trace.h"
 
 namespace tolven {
 namespace {

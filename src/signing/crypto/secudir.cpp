@@ -17,6 +17,11 @@ constexpr char kVariable[] = "SECUDIR=";
 // it.
 char* global_var_SECUDIR = nullptr;
 
+std::string& StartDirectory() {
+  static std::string directory;
+  return directory;
+}
+
 void Say(SecudirMessageCallback message, const std::string& text) {
   if (message != nullptr) message(text.c_str());
 }
@@ -44,7 +49,6 @@ std::string DefaultLocation() {
 void PutSecudir(const std::string& value, SecudirMessageCallback message) {
   const std::size_t length = sizeof kVariable + value.size();  // sizeof counts the NUL
   // Only reached while our text is not in the environment (or this is its first time), so it may move.
-  // once.
   char* grown = static_cast<char*>(std::realloc(global_var_SECUDIR, length));
   if (grown == nullptr) {
     Say(message, Format("Uh-Oh! realloc(global_var_SECUDIR, %d) failed!, can not putenv(SECUDIR=...)!\n",
@@ -72,6 +76,19 @@ void Set_SECUDIR_Path(SecudirMessageCallback message) {
     value.resize(kSecudirLimit);
   }
   if (!found || tooLong) PutSecudir(value, message);
+}
+
+void SetStartDirectory(const std::string& directory) {
+  StartDirectory() = directory;
+  // The library reads the variable itself, whenever it looks for a profile.
+  Set_SECUDIR_Path(nullptr);
+  const char* secudir = std::getenv("SECUDIR");
+  if (secudir != nullptr && secudir[0] != '\0') setenv("SECUDIR", InStartDirectory(secudir).c_str(), 1);
+}
+
+std::string InStartDirectory(const std::string& path) {
+  const std::string& directory = StartDirectory();
+  return directory.empty() || path.starts_with('/') ? path : directory + "/" + path;
 }
 
 }  // namespace tolven

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 namespace tolven {
 
@@ -15,5 +16,12 @@ using SecudirMessageCallback = void (*)(const char* text);
 // base, else "/etc/tolven/sec"). The directory need not exist. Changes the environment: not for several
 // threads.
 void Set_SECUDIR_Path(SecudirMessageCallback message);
+
+// Where the run began, before it went elsewhere for its input; a relative SECUDIR is made absolute by it.
+// Changes the environment: not for several threads.
+void SetStartDirectory(const std::string& directory);
+
+// The path as it was meant there; as it stands when it is absolute or no start directory is known.
+std::string InStartDirectory(const std::string& path);
 
 }  // namespace tolven

@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "signing/manifest/manifest_errors.h"
+#include "report/code_names.h"
 
 namespace tolven {
 namespace {
@@ -62,7 +62,7 @@ bool Connection::Fail(const std::string& text) {
 
 bool Connection::FailTls(const char* step, int rc) {
   m_dkvError = rc;
-  return Fail(FormatText("%s == %d (%s)", step, rc, DkvCodeName(rc).c_str()));
+  return Fail(std::string(step) + " == " + std::to_string(rc) + " (" + DkvCodeName(rc) + ")");
 }
 
 void Connection::StartClock() {

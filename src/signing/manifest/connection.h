@@ -6,7 +6,7 @@
 #include <span>
 #include <string>
 
-#include "signing/manifest/dkv_objects.h"
+#include "signing/manifest/dkv_calls.h"
 
 namespace tolven {
 

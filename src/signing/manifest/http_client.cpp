@@ -5,9 +5,8 @@
 #include <algorithm>
 #include <optional>
 
+#include "signing/crypto/trace.h"
 #include "signing/hash/codec.h"
-#include "signing/manifest/manifest_errors.h"
-#include "signing/manifest/manifest_trace.h"
 
 namespace tolven {
 namespace {

@@ -9,13 +9,17 @@
 
 #include "signing/crypto/dkv_table.h"
 #include "signing/hash/hash.h"
-#include "signing/manifest/file_index.h"
 #include "signing/manifest/manifest.h"
+#include "signing/manifest/manifest_records.h"
 
 namespace tolven {
 
 inline constexpr std::string_view kFormatPkcs7 = "PKCS7";
 inline constexpr std::string_view kFormatPkcs7Tstamp = "PKCS7-TSTAMP";
+
+// The signers that are trusted without being named.
+inline constexpr char kProductiveKey[] = "QELverify";
+inline constexpr char kValidationKey[] = "QELvalidation";
 
 enum class ManifestMode { kWrite, kRead };
 
@@ -85,6 +89,19 @@ inline const ManifestContext& ContextOf(const ManifestContext* context) {
 // Forgets document, records, signature and errors; keeps library and algorithms.
 void ResetDocument(ManifestContext& context);
 
+// Readies the context's digest for the next file, in either mode.
+[[nodiscard]] int BeginDigest(ManifestContext& context);
+
+// Appends a line to the context's error text and returns `code`, so that a failing step is one statement.
+//
+// The category only ever rises, and 0 leaves it alone. The last error code is the first one that was
+// reported, unless a later line comes with a category; a code of SMF_OK leaves it alone. When there is no
+// memory for the text, the code and the category still count.
+int AddError(ManifestContext& context, int code, int category, std::string_view text);
+
+// The usual case: a step of a verification or of signing that failed. Category ERROR.
+int Fail(ManifestContext& context, int code, std::string_view text);
+
 // The wall of the flat interface: what runs out of memory inside becomes SMF_ENOMEM.
 template <typename Function>
 int Guarded(ManifestContext& context, Function&& function) {
@@ -96,5 +113,16 @@ int Guarded(ManifestContext& context, Function&& function) {
     return SMF_ENOMEM;
   }
 }
+
+// An argument of the flat interface: null and "" both mean that there is none.
+inline bool IsGiven(const char* text) {
+  return text != nullptr && *text != '\0';
+}
+
+// snprintf into a string.
+std::string FormatText(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// before + name + after; names may hold any byte and any length that a document allows.
+std::string NameText(std::string_view before, std::string_view name, std::string_view after);
 
 }  // namespace tolven

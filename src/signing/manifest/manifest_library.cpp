@@ -1,14 +1,13 @@
-#include "signing/manifest/manifest_library.h"
+// The process and the cryptographic library behind manifest.h: start-up and clean-up, loading, algorithms.
 
 #include <cstring>
-#include <memory>
-#include <system_error>
+#include <exception>
 
 #include "signing/crypto/dkv_loader.h"
-#include "signing/crypto/dkv_trace.h"
+#include "signing/crypto/secudir.h"
+#include "signing/crypto/trace.h"
+#include "signing/manifest/dkv_calls.h"
 #include "signing/manifest/manifest_context.h"
-#include "signing/manifest/manifest_errors.h"
-#include "signing/manifest/manifest_trace.h"
 
 namespace tolven {
 namespace {
@@ -16,13 +15,6 @@ namespace {
 constexpr char kDefaultLibrary[] = "libqelcrypto.so";
 constexpr char kMutexName[] = "QELMANIFEST_DKV";
 constexpr int kRequiredPatchLevel = 35;  // the first one with software signatures
-
-// Made by ManifestStartup, so that nothing can be loaded before it.
-std::unique_ptr<std::recursive_mutex> dkvMutex;
-
-bool IsGiven(const char* text) {
-  return text != nullptr && *text != '\0';
-}
 
 int CheckVersion(ManifestContext& context) {
   ManifestTrace("SMF: Initializing VantaCryptoLib Version: %s \n",
@@ -82,20 +74,19 @@ int SetAlgorithms(ManifestContext& context, const char* fileHash, const char* fo
 
 }  // namespace
 
-DkvLock::DkvLock() {
-  if (dkvMutex != nullptr) m_lock = std::unique_lock(*dkvMutex);
-}
-
 int ManifestStartup() {
   OpenManifestTrace();
-  if (dkvMutex != nullptr) return SMF_OK;
   try {
-    dkvMutex = std::make_unique<std::recursive_mutex>();
+    MakeDkvMutex();
   } catch (const std::exception&) {
     ManifestTrace("SMF: Mutex %s\n", kMutexName);
     return Fail(s_Manifest, SMF_EINIT, "Thread Mutex could not be initialized.\n");
   }
   return SMF_OK;
+}
+
+void ManifestSetStartDirectory(const std::string& directory) {
+  SetStartDirectory(directory);
 }
 
 void ManifestCleanup() {
@@ -105,7 +96,7 @@ void ManifestCleanup() {
     DkvSupEndAll();
     VantaCryptoLibSetTraceFile(nullptr);
   }
-  dkvMutex.reset();
+  DropDkvMutex();
   CloseManifestTrace();
 }
 

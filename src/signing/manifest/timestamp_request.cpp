@@ -3,9 +3,9 @@
 #include <cstdlib>
 
 #include "report/show_text.h"
+#include "signing/crypto/secudir.h"
+#include "signing/crypto/trace.h"
 #include "signing/manifest/http_client.h"
-#include "signing/manifest/manifest_trace.h"
-#include "signing/manifest/start_directory.h"
 
 namespace tolven {
 namespace {

@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "crypto_support.h"
-#include "signing/crypto/dkv_trace.h"
 #include "signing/crypto/qelsecu.h"
+#include "signing/crypto/trace.h"
 
 namespace tolven::test {
 namespace {

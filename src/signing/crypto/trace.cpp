@@ -1,4 +1,4 @@
-#include "signing/manifest/manifest_trace.h"
+#include "signing/crypto/trace.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -8,7 +8,8 @@
 #include <cstdlib>
 #include <memory>
 
-#include "signing/manifest/start_directory.h"
+#include "signing/crypto/qelsecu.h"
+#include "signing/crypto/secudir.h"
 
 namespace tolven {
 namespace {
@@ -25,6 +26,16 @@ struct TraceState {
 TraceState& State() {
   static TraceState state;
   return state;
+}
+
+std::FILE* libraryTraceFile = nullptr;
+int libraryTraceLevel = 0;
+
+// One line of whichever part of the trace. It is read after crashes, too: the line must be there when the
+// next thing goes wrong.
+void WriteLine(std::FILE* file, const char* format, std::va_list args) {
+  std::vfprintf(file, format, args);
+  std::fflush(file);
 }
 
 int LevelFromEnvironment() {
@@ -67,9 +78,29 @@ void ManifestTrace(const char* format, ...) {
   if (file == nullptr) return;
   std::va_list args;
   va_start(args, format);
-  std::vfprintf(file, format, args);
+  WriteLine(file, format, args);
   va_end(args);
-  std::fflush(file);  // the line must be there when the next thing goes wrong
+}
+
+void VantaCryptoLibSetTraceFile(std::FILE* file) {
+  libraryTraceFile = file;
+}
+
+void VantaCryptoLibSetTraceLevel(int level) {
+  libraryTraceLevel = level;
+  QelSecu_SetTraceLevel(level);
+}
+
+void DkvTrace(int level, const char* format, ...) {
+  if (libraryTraceFile == nullptr || level > libraryTraceLevel) return;
+  std::va_list args;
+  va_start(args, format);
+  WriteLine(libraryTraceFile, format, args);
+  va_end(args);
+}
+
+extern "C" void VantaCryptoLib_Trace_Callback(int level, const char* line) {
+  if (line != nullptr) DkvTrace(level, "%s", line);
 }
 
 }  // namespace tolven

@@ -9,6 +9,9 @@
 
 namespace tolven {
 
+// What manifest.h says of file records (looking up, passing files, comparing) has its bodies behind this
+// header, because all of it goes through one index.
+
 // Finds file records by name: the n-th record of a name, in body order. A name may stand in an archive more
 // than once, and a signature that let two of its entries change places would be worth little.
 class FileIndex {

@@ -1,9 +1,27 @@
-#include "signing/manifest/dkv_objects.h"
+#include "signing/manifest/dkv_calls.h"
 
 #include "report/code_names.h"
 #include "signing/crypto/dkv_loader.h"
 
 namespace tolven {
+namespace {
+
+// Made by ManifestStartup, so that nothing can be loaded before it.
+std::unique_ptr<std::recursive_mutex> dkvMutex;
+
+}  // namespace
+
+DkvLock::DkvLock() {
+  if (dkvMutex != nullptr) m_lock = std::unique_lock(*dkvMutex);
+}
+
+void MakeDkvMutex() {
+  if (dkvMutex == nullptr) dkvMutex = std::make_unique<std::recursive_mutex>();
+}
+
+void DropDkvMutex() {
+  dkvMutex.reset();
+}
 
 DkvPtr<SigRcpDkvInfo> DkvProfile(const DkvTable* table, const std::string& profile, const char* password) {
   DkvPtr<SigRcpDkvInfo> info;

@@ -1,54 +1,28 @@
+// Signing of manifest.h: ends the document, has it signed and, when the format wants it, time-stamped.
+
 #include <algorithm>
 
+#include "fileio/local_file.h"
 #include "report/show_text.h"
-#include "signing/hash/codec.h"
-#include "signing/manifest/dkv_objects.h"
-#include "signing/manifest/local_file.h"
-#include "signing/manifest/manifest_errors.h"
-#include "signing/manifest/manifest_format.h"
-#include "signing/manifest/manifest_trace.h"
-#include "signing/manifest/manifest_writer.h"
-#include "signing/manifest/start_directory.h"
+#include "signing/crypto/secudir.h"
+#include "signing/crypto/trace.h"
+#include "signing/manifest/dkv_calls.h"
+#include "signing/manifest/manifest_document.h"
 #include "signing/manifest/timestamp_request.h"
 
 namespace tolven {
 namespace {
-
-constexpr char kValidationKey[] = "QELvalidation";
-
-bool IsGiven(const char* text) {
-  return text != nullptr && *text != '\0';
-}
 
 struct SigningKey {
   std::string profile;
   const char* password;
 };
 
-// The header, when no file was ever opened, and the empty line that ends the body.
-int EndBody(ManifestContext& context) {
-  if (const int result = WriteManifestHeader(context); result != SMF_OK) return result;
-  if (!ExtendManifestBuffer(context, 1)) {
-    return Fail(context, SMF_EPARSE, "The manifest buffer could not be extended");
-  }
-  context.text.push_back('\n');
-  ++context.bodyLength;
-  context.bodyEnded = true;
-  return SMF_OK;
-}
-
-// Signing failed: files may follow and another attempt be made.
-void ReopenBody(ManifestContext& context) {
-  --context.bodyLength;
-  context.text.resize(context.headerLength + context.bodyLength);
-  context.bodyEnded = false;
-}
-
 // For signing alone, a name that SECUDIR does not have may be a file of the directory where the run began.
 // What is trusted without being named lies in SECUDIR or nowhere.
 std::string FileOfStartDirectory(const std::string& name) {
   if (name.empty() || name.find('/') != std::string::npos || name.starts_with("pkcs11:")) return {};
-  if (name == "QELverify" || name == kValidationKey || name == "QELtimestamp") return {};
+  if (name == kProductiveKey || name == kValidationKey || name == "QELtimestamp") return {};
   return InStartDirectory("./" + name);
 }
 
@@ -113,37 +87,6 @@ int AddTimestamp(ManifestContext& context, const SigningKey& key, const char* ts
   }
   signature = std::move(request.stamped);
   return SMF_OK;
-}
-
-// Room for the block of a signature of n bytes, with plenty to spare.
-constexpr std::size_t BlockSize(std::size_t n) {
-  const std::size_t groups = (n + 4) / 3;
-  return (groups * 4 / 64 + groups * 2 + 28) * 2;
-}
-
-int AppendSignatureBlock(ManifestContext& context, std::span<const std::uint8_t> signature) {
-  std::string& text = context.text;
-  const std::size_t start = text.size();
-  const std::size_t textStart = start + kSignatureBegin.size();
-  std::size_t room = BlockSize(signature.size());
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    if (!ExtendManifestBuffer(context, room)) break;
-    text.resize(start + room);
-    std::size_t written = 0;
-    const int result = haEncBase64SB(signature.data(), signature.size(), kSignatureBase64Mode, kSignatureLine,
-                                     "\n", text.data() + textStart, room - kSignatureBegin.size(), &written);
-    if (result == HA_CODEC_OK) {
-      std::copy(kSignatureBegin.begin(), kSignatureBegin.end(),
-                text.begin() + static_cast<std::ptrdiff_t>(start));
-      text.resize(textStart + written);  // the end marker goes over the encoder's zero byte
-      text.append(kSignatureEnd);
-      return SMF_OK;
-    }
-    text.resize(start);
-    if (result != HA_CODEC_ESIZE) break;
-    room += text.size();
-  }
-  return Fail(context, SMF_EENCODE, "Error in Base64 Encoder. Buffer too small");
 }
 
 int SignBody(ManifestContext& context, SigningKey key, const char* tsaUrl, const char* proxyUrl) {

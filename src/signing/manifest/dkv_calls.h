@@ -2,15 +2,31 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "signing/crypto/dkv_table.h"
-#include "signing/manifest/manifest_library.h"
 
 namespace tolven {
+
+// The cryptographic library is not re-entrant: every call into it is made while one of these lives.
+// Recursive. Before ManifestStartup and after ManifestCleanup there is no mutex; Locked() is then false, and
+// nothing is loaded that could be called.
+class DkvLock {
+ public:
+  DkvLock();
+  bool Locked() const { return m_lock.owns_lock(); }
+
+ private:
+  std::unique_lock<std::recursive_mutex> m_lock;
+};
+
+// The mutex behind the locks, for start-up and clean-up alone. May throw; making it twice is harmless.
+void MakeDkvMutex();
+void DropDkvMutex();
 
 // Releases what the library handed out, under the lock.
 struct DkvRelease {

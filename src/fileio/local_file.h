@@ -5,6 +5,8 @@
 #include <span>
 #include <string>
 
+#include "fileio/unique_fd.h"
+
 namespace tolven {
 
 // A file of this machine, opened for reading. Only regular files open: a name that leads to a pipe or a
@@ -16,11 +18,8 @@ class LocalFile {
   enum class Links { kRefuse, kFollow };
 
   LocalFile(const std::string& name, Links links);
-  ~LocalFile();
-  LocalFile(const LocalFile&) = delete;
-  LocalFile& operator=(const LocalFile&) = delete;
 
-  bool IsOpen() const { return m_fd >= 0; }
+  bool IsOpen() const { return static_cast<bool>(m_fd); }
   // errno of the failed open; ENOENT and so on.
   int Error() const { return m_error; }
 
@@ -30,7 +29,7 @@ class LocalFile {
   [[nodiscard]] int ReadAll(std::string& content) const;
 
  private:
-  int m_fd = -1;
+  UniqueFd m_fd;
   int m_error = 0;
 };
 

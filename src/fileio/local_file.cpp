@@ -1,4 +1,4 @@
-#include "signing/manifest/local_file.h"
+#include "fileio/local_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <new>
+#include <utility>
 #include <vector>
 
 namespace tolven {
@@ -13,30 +14,21 @@ namespace tolven {
 LocalFile::LocalFile(const std::string& name, Links links) {
   // O_NONBLOCK: opening a pipe must not wait for its writer.
   const int follow = links == Links::kRefuse ? O_NOFOLLOW : 0;
-  m_fd = open(name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | follow);
-  if (m_fd < 0) {
-    m_error = errno;
-    return;
-  }
+  UniqueFd fd(open(name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | follow));
   struct stat status {};
-  if (fstat(m_fd, &status) != 0) {
+  if (!fd || fstat(fd.Get(), &status) != 0) {
     m_error = errno;
   } else if (!S_ISREG(status.st_mode)) {
     m_error = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+  } else {
+    m_fd = std::move(fd);
   }
-  if (m_error == 0) return;
-  close(m_fd);
-  m_fd = -1;
-}
-
-LocalFile::~LocalFile() {
-  if (m_fd >= 0) close(m_fd);
 }
 
 int LocalFile::Read(std::span<std::uint8_t> buffer, std::size_t& done) const {
   done = 0;
   while (done < buffer.size()) {
-    const ssize_t n = read(m_fd, buffer.data() + done, buffer.size() - done);
+    const ssize_t n = read(m_fd.Get(), buffer.data() + done, buffer.size() - done);
     if (n == 0) return 0;
     if (n < 0 && errno != EINTR) return errno;
     if (n > 0) done += static_cast<std::size_t>(n);

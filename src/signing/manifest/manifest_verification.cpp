@@ -1,14 +1,30 @@
-#include "signing/manifest/manifest_verify.h"
+// Verification of manifest.h: a signed document, its signer, and the listed files on this machine.
 
-#include "signing/hash/codec.h"
-#include "signing/manifest/manifest_errors.h"
-#include "signing/manifest/manifest_format.h"
-#include "signing/manifest/manifest_parser.h"
+#include <algorithm>
+#include <cstring>
+
+#include "fileio/local_file.h"
+#include "signing/manifest/manifest_document.h"
+#include "signing/manifest/signer_trust.h"
 
 namespace tolven {
 namespace {
 
 constexpr unsigned kKnownFlags = kManifestRequireCrl | kManifestKeyIsOptional;
+constexpr std::size_t kReadSize = 65536;
+
+// What a verification is asked to do; see ManifestVerify for the members.
+struct VerifyRequest {
+  const void* text;
+  std::size_t length;
+  const char* verifyKey;
+  const char* pse;
+  const char* password;
+  std::span<const std::uint8_t> crl;
+  unsigned flags;
+  bool verifyFiles;
+  bool returnNames;
+};
 
 int TakeText(ManifestContext& context, const VerifyRequest& request) {
   if (request.text == nullptr || request.length == 0) {
@@ -25,24 +41,6 @@ int TakeText(ManifestContext& context, const VerifyRequest& request) {
   return SMF_OK;
 }
 
-// The markers are not searched for: the block is the text between the 26 bytes and the 24 bytes that they
-// take.
-int DecodeSignature(ManifestContext& context, std::vector<std::uint8_t>& signature) {
-  const std::string_view block =
-      std::string_view(context.text).substr(context.headerLength + context.bodyLength);
-  int result = HA_CODEC_ETEXT;
-  if (block.size() > kSignatureFrame) {
-    const std::string_view base64 = block.substr(kSignatureBegin.size(), block.size() - kSignatureFrame);
-    signature.resize(base64.size() / 4 * 3 + 3);
-    std::size_t written = 0;
-    result = haDecBase64SB(base64.data(), base64.size(), kSignatureBase64Mode, kSignatureLine, "\n",
-                           signature.data(), signature.size(), &written);
-    signature.resize(written);
-  }
-  if (result == HA_CODEC_OK) return SMF_OK;
-  return Fail(context, SMF_EDECODE, "Error in Base64 Decoder");
-}
-
 int CheckFormat(ManifestContext& context) {
   if (context.signatureFormat == kFormatPkcs7Tstamp) return SMF_OK;
   if (context.signatureFormat == kFormatPkcs7) {
@@ -52,18 +50,19 @@ int CheckFormat(ManifestContext& context) {
   return AddError(context, SMF_ESIGNATURE, MANIFEST_CATEGORY_WARNING, "The signature format is invalid");
 }
 
-// Steps 2 to 7: everything that makes the text worth trusting.
+// Everything that makes the text worth trusting.
 int CheckDocument(ManifestContext& context, const VerifyRequest& request) {
   if (ParseIntoRecords(context) != SMF_OK) return Fail(context, SMF_EPARSE, "Error in manifest parser");
   std::vector<std::uint8_t> signature;
-  if (const int result = DecodeSignature(context, signature); result != SMF_OK) return result;
+  if (const int result = ReadSignatureBlock(context, signature); result != SMF_OK) return result;
 
   context.signerName = "Unknown signer";
-  const bool external = request.verifyKey != nullptr && *request.verifyKey != '\0';
-  if (external && (request.flags & kManifestKeyIsOptional) == 0) NoteExternalKey(context);
+  const TrustedKey key{request.verifyKey, request.pse, request.password,
+                       (request.flags & kManifestKeyIsOptional) != 0};
+  if (IsGiven(key.name) && !key.isOptional) NoteExternalKey(context);
   if (const int result = CheckFormat(context); result != SMF_OK) return result;
   if (context.library == nullptr) return Fail(context, SMF_EINIT, "Manifest context is not initialized");
-  return VerifySignature(context, request, signature);
+  return CheckSigner(context, key, signature);
 }
 
 int ResultOfSigner(const ManifestContext& context) {
@@ -72,14 +71,37 @@ int ResultOfSigner(const ManifestContext& context) {
   return context.signerName == kSignerProductive ? SMF_OK : SMF_ESIGNATURE_UNKNOWN;
 }
 
-}  // namespace
-
-void NoteExternalKey(ManifestContext& context) {
-  context.signerName = kSignerExternal;
-  AddError(context, SMF_ESIGNATURE_EXTERNAL, MANIFEST_CATEGORY_WARNING,
-           "The signature was verified with an external key");
+int NotReadable(ManifestContext& context, std::string_view name, int error) {
+  const std::string why = FormatText("< was not found. System error code %d. %s", error, strerror(error));
+  return Fail(context, SMF_EFILENOTFOUND, NameText("Local File >", name, why));
 }
 
+int HashFile(ManifestContext& context, std::string_view name, std::span<std::uint8_t> buffer) {
+  const LocalFile file(std::string(name), LocalFile::Links::kRefuse);
+  if (!file.IsOpen()) return NotReadable(context, name, file.Error());
+  if (const int result = BeginDigest(context); result != SMF_OK) return result;
+  for (std::size_t done = buffer.size(); done == buffer.size();) {
+    if (const int error = file.Read(buffer, done); error != 0) return NotReadable(context, name, error);
+    if (const int result = haUpdate(&context.digest, buffer.data(), done); result != HA_OK) {
+      return Fail(context, SMF_EDIGESTLIB, FormatText("Error in haUpdate %d", result));
+    }
+  }
+  const int result = haFinal(&context.digest);
+  return result == HA_OK ? SMF_OK : Fail(context, SMF_EDIGESTLIB, FormatText("Error in haFinal %d", result));
+}
+
+// The listed files as they lie on this machine.
+int CheckLocalFiles(ManifestContext& context) {
+  std::vector<std::uint8_t> buffer(kReadSize);
+  return ParseManifest(context, [&](std::string_view name, std::span<const std::uint8_t> digest) -> int {
+    if (const int result = HashFile(context, name, buffer); result != SMF_OK) return result;
+    const std::span<const std::uint8_t> found(context.digest.digest.data(), context.digest.digestLength);
+    if (std::equal(digest.begin(), digest.end(), found.begin(), found.end())) return SMF_OK;
+    return Fail(context, SMF_EDIGEST, NameText("Local File >", name, "< digest is different to manifest"));
+  });
+}
+
+// All of it, in order; each step stops at the first error. SMF_OK, 24 and 25 are success.
 int ManifestVerifyInfo(ManifestContext& context, const VerifyRequest& request) {
   if (const int result = TakeText(context, request); result != SMF_OK) return result;
   if ((request.flags & ~kKnownFlags) != 0)
@@ -101,6 +123,8 @@ int ManifestVerifyInfo(ManifestContext& context, const VerifyRequest& request) {
   }
   return ResultOfSigner(context);
 }
+
+}  // namespace
 
 int ManifestVerifyEx(ManifestContext* context, const void* text, std::size_t length, const char* verifyKey,
                      const char* pse, const char* password, std::span<const std::uint8_t> crl, unsigned flags,

@@ -1,10 +1,37 @@
-#include "signing/manifest/manifest_parser.h"
+#include "signing/manifest/manifest_document.h"
+
+#include <algorithm>
+#include <array>
 
 #include "signing/hash/codec.h"
-#include "signing/manifest/manifest_errors.h"
-#include "signing/manifest/manifest_format.h"
 
 namespace tolven {
+namespace {
+
+constexpr std::string_view kMagicLine = "QEL-MANIFEST";
+constexpr std::string_view kVersionKey = "Version";
+constexpr std::string_view kVersionValue = "1.0";
+constexpr std::string_view kHashKey = "Hash";
+constexpr std::string_view kSignatureKey = "Signature";
+constexpr std::string_view kBodyKey = "Body";
+constexpr std::string_view kBodyTitle = "Body: Digest | Name-Length | Name";
+
+constexpr std::size_t kNameLengthDigits = 4;
+constexpr std::size_t kMaxSignatureAlgorithm = 8;
+
+constexpr std::string_view kSignatureBegin = "-----BEGIN SIGNATURE-----\n";
+constexpr std::string_view kSignatureEnd = "\n-----END SIGNATURE-----";
+constexpr std::size_t kSignatureLine = 64;
+constexpr int kSignatureBase64Mode = 3;  // padded, in lines
+
+// A reader goes by these places and does not search for the markers.
+static_assert(kSignatureBegin.size() == 26 && kSignatureEnd.size() == 24);
+constexpr std::size_t kSignatureFrame = kSignatureBegin.size() + kSignatureEnd.size();
+
+}  // namespace
+
+// --- reading ---
+
 namespace {
 
 // One walk over the document. Nothing is read that was not first found to be inside the text; one spelling is
@@ -183,6 +210,123 @@ int ManifestParse(ManifestContext* context, const void* text, std::size_t length
     const int result = ParseIntoRecords(c);
     return result == SMF_OK ? SMF_OK : Fail(c, result, "Error in manifest parser");
   });
+}
+
+// The markers are not searched for: the block is the text between the 26 bytes and the 24 bytes that they
+// take.
+int ReadSignatureBlock(ManifestContext& context, std::vector<std::uint8_t>& signature) {
+  const std::string_view block =
+      std::string_view(context.text).substr(context.headerLength + context.bodyLength);
+  int result = HA_CODEC_ETEXT;
+  if (block.size() > kSignatureFrame) {
+    const std::string_view base64 = block.substr(kSignatureBegin.size(), block.size() - kSignatureFrame);
+    signature.resize(base64.size() / 4 * 3 + 3);
+    std::size_t written = 0;
+    result = haDecBase64SB(base64.data(), base64.size(), kSignatureBase64Mode, kSignatureLine, "\n",
+                           signature.data(), signature.size(), &written);
+    signature.resize(written);
+  }
+  if (result == HA_CODEC_OK) return SMF_OK;
+  return Fail(context, SMF_EDECODE, "Error in Base64 Decoder");
+}
+
+// --- writing ---
+
+namespace {
+
+void AddHeaderLine(std::string& header, std::string_view key, std::string_view value) {
+  header.append(key).append(": ").append(value).append("\n");
+}
+
+std::string MakeHeader(const ManifestContext& context) {
+  const std::string_view hashName = haGetAlgorithmName(context.hashAlgorithm);
+  std::string signature = context.signatureFormat;
+  if (context.signatureAlgorithm != hashName) signature.append(",").append(context.signatureAlgorithm);
+  std::string header;
+  header.append(kMagicLine).append("\n");
+  AddHeaderLine(header, kVersionKey, kVersionValue);
+  AddHeaderLine(header, kHashKey, hashName);
+  AddHeaderLine(header, kSignatureKey, signature);
+  return header.append(kBodyTitle).append("\n\n");
+}
+
+// Room for the block of a signature of n bytes, with plenty to spare.
+constexpr std::size_t BlockSize(std::size_t n) {
+  const std::size_t groups = (n + 4) / 3;
+  return (groups * 4 / 64 + groups * 2 + 28) * 2;
+}
+
+}  // namespace
+
+int WriteManifestHeader(ManifestContext& context) {
+  if (context.headerLength != 0) return SMF_OK;
+  const std::string header = MakeHeader(context);
+  if (!ExtendManifestBuffer(context, header.size())) {
+    return Fail(context, SMF_EPARSE, "The manifest buffer could not be extended");
+  }
+  context.text.append(header);
+  context.headerLength = header.size();
+  return SMF_OK;
+}
+
+bool AppendBodyLine(ManifestContext& context, const ManifestFile& file) {
+  const std::size_t lineLength = file.hexDigestLength + 1 + kNameLengthDigits + 1 + file.name.size() + 1;
+  if (!ExtendManifestBuffer(context, lineLength)) return false;
+  std::string& text = context.text;
+  const std::size_t start = text.size();
+  // The encoder ends its text with a zero byte, in the place of the blank.
+  text.resize(start + file.hexDigestLength + 1);
+  if (haHexEncodeDigest(&context.digest, text.data() + start, file.hexDigestLength + 1, nullptr) != HA_OK) {
+    text.resize(start);
+    return false;
+  }
+  text.back() = ' ';
+  const auto length = static_cast<unsigned>(file.name.size());
+  text.append(FormatText("%04x ", length)).append(file.name).append("\n");
+  context.bodyLength += lineLength;
+  return true;
+}
+
+int EndBody(ManifestContext& context) {
+  if (const int result = WriteManifestHeader(context); result != SMF_OK) return result;
+  if (!ExtendManifestBuffer(context, 1)) {
+    return Fail(context, SMF_EPARSE, "The manifest buffer could not be extended");
+  }
+  context.text.push_back('\n');
+  ++context.bodyLength;
+  context.bodyEnded = true;
+  return SMF_OK;
+}
+
+void ReopenBody(ManifestContext& context) {
+  --context.bodyLength;
+  context.text.resize(context.headerLength + context.bodyLength);
+  context.bodyEnded = false;
+}
+
+int AppendSignatureBlock(ManifestContext& context, std::span<const std::uint8_t> signature) {
+  std::string& text = context.text;
+  const std::size_t start = text.size();
+  const std::size_t textStart = start + kSignatureBegin.size();
+  std::size_t room = BlockSize(signature.size());
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    if (!ExtendManifestBuffer(context, room)) break;
+    text.resize(start + room);
+    std::size_t written = 0;
+    const int result = haEncBase64SB(signature.data(), signature.size(), kSignatureBase64Mode, kSignatureLine,
+                                     "\n", text.data() + textStart, room - kSignatureBegin.size(), &written);
+    if (result == HA_CODEC_OK) {
+      std::copy(kSignatureBegin.begin(), kSignatureBegin.end(),
+                text.begin() + static_cast<std::ptrdiff_t>(start));
+      text.resize(textStart + written);  // the end marker goes over the encoder's zero byte
+      text.append(kSignatureEnd);
+      return SMF_OK;
+    }
+    text.resize(start);
+    if (result != HA_CODEC_ESIZE) break;
+    room += text.size();
+  }
+  return Fail(context, SMF_EENCODE, "Error in Base64 Encoder. Buffer too small");
 }
 
 }  // namespace tolven
