@@ -134,6 +134,7 @@ class Availability(harness.TolvenTest):
                                       "LIST": "a\nlisted\n*\n", "EX": "gone\n"})
         os.mkfifo(self.path("pipe"))
         rows = ((["a", "d", "d/b", "good", "pipe"], ""), (["."], ""), (["*"], ""), (["?"], ""), (["d/*"], ""),
+                (["/", "//"], ""),
                 (["a", "gone", "d/gone", "broken"], "broken\nd/gone\ngone\n"), (["none*"], "none*\n"),
                 (["d/?", "d/??"], "d/??\n"), (["-A", "LIST"], "*\nlisted\n"),
                 (["-A", "LIST", "gone"], "*\ngone\nlisted\n"),

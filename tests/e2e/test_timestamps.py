@@ -40,6 +40,10 @@ class Revocation(support.TrustTest):
     def test_of_the_time_stamp(self):
         self.sign_new("A", *DATA, options=["-key", pki("signer.pse"), "-tsaurl", support.tsa()])
         self.accepted("A", "-crl", pki("fresh.crl"))
+        tool("sh", "-c", "openssl ca -config pki.cnf -revoke tsa.crt -crl_reason superseded && "
+             "openssl ca -config pki.cnf -gencrl -out tsa_revoked.crl", cwd=pki())
+        self.rejected(["A", "-crl", pki("tsa_revoked.crl")], 61, "Timestamp Certificate revoked",
+                      "Revocation Reason Code = 4")
 
     def test_append_looks_too(self):
         text = signed_document(LINES, signer="revoked")
