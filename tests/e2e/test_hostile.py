@@ -267,6 +267,8 @@ class Paths(harness.TolvenTest):
         self.assertIn("TOLVEN: could not create symbolic link (error 36). l", run.lines)
         run = self.extract(link("l", self.outside + "/precious"), regular("l", b"new"))
         self.assertEqual((harness.contents(self.path("box/out")), run.code), ({"l": b"new"}, 0))
+        run = self.extract(link("l", self.outside), directory("l"))
+        self.assertEqual((os.path.islink(self.path("box/out/l")), run.code), (False, 0))
         run = self.extract(regular("l", b"new"), link("l", "t"))
         self.assertEqual((os.readlink(self.path("box/out/l")), run.code), ("t", 0))
 

@@ -102,7 +102,6 @@ class Attributes(harness.TolvenTest):
         return os.fsencode(path) + (b"|" + os.fsencode(what[1]) if what[0] == "link" else b"")
 
 
-
 class Changing(harness.TolvenTest):
     def test_files_that_are_not_as_long_as_they_say(self):
         # The size in the header is what the system reported before; the blocks hold what was there.
