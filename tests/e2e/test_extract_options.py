@@ -262,8 +262,8 @@ class Failures(harness.TolvenTest):
         harness.build_tree(self.fresh("out"), {"d": Directory(0o555)})
         self.expect("-xf A -R out", [
             LINE % "A", "TOLVEN: not all files could be extracted",
-            "TOLVEN: could not create a temporary file for d/a (error 28). Permission denied"], 28,
-                    preexec=harness.unprivileged)
+            "TOLVEN: could not create a temporary file for d/a (error 28). Permission denied"
+        ], 28, preexec=harness.unprivileged)
         os.chmod(self.path("out"), 0o555)
         self.write("A", archive(directory("new")))
         self.expect("-xf A -R out", [LINE % "A", "TOLVEN: not all files could be extracted",
