@@ -154,6 +154,11 @@ def small_stack():
     resource.setrlimit(resource.RLIMIT_STACK, (256 << 10, resource.getrlimit(resource.RLIMIT_STACK)[1]))
 
 
+def size_limit(size=200000):
+    """Run in the child: no file may grow beyond that many bytes, as on a disk that is full."""
+    return lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
+
+
 LIBC = ctypes.CDLL(None, use_errno=True)
 PR_SET_SECUREBITS, SECBIT_NOROOT = 28, 1
 

@@ -1,9 +1,5 @@
 """Extraction and test: selection, options, what was in the way before, and what stays behind when it fails."""
 import os
-import resource
-import signal
-import subprocess
-import time
 
 import archivefile
 import harness
@@ -242,18 +238,12 @@ class Failures(harness.TolvenTest):
                 "TOLVEN: not all files could be extracted", LINE % "B", "TOLVEN: 1 file(s) extracted"], 36)
             self.assertEqual(harness.contents(self.path("out")), {"a": b"1", "b": b"3"})
 
-    @staticmethod
-    def small_files():
-        """Run in the child: no file may grow beyond 200 000 bytes, as on a disk that is full."""
-        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
-        resource.setrlimit(resource.RLIMIT_FSIZE, (200000, 200000))
-
     def test_no_room_while_extracting(self):
         # The second one fails only when the last bytes leave the buffers of the stream: at the close.
         for size in (300000, 200001):
             self.write("A", archive(regular("a", b"1"), regular("big", bytes(size)), regular("never", b"2")))
             harness.build_tree(self.fresh("out"), {"big": "old"})
-            run = self.run_tolven("-xf", "A", "-R", "out", preexec=self.small_files)
+            run = self.run_tolven("-xf", "A", "-R", "out", preexec=harness.size_limit())
             self.assertEqual((run.code, run.lines), (4, [
                 LINE % "A", "TOLVEN: not all files could be extracted",
                 "TOLVEN: error writing to big (error 4). File too large"]), size)
@@ -263,7 +253,7 @@ class Failures(harness.TolvenTest):
         for size in (300000, 199950):
             self.write("noise", os.urandom(size))
             for command in ("-cf", "-cif"):
-                run = self.run_tolven(command, "A", "noise", preexec=self.small_files)
+                run = self.run_tolven(command, "A", "noise", preexec=harness.size_limit())
                 self.assertEqual((run.code, run.lines), (4, ["TOLVEN: error writing to A (error 4). File too large"]))
                 self.assertFalse(os.path.exists(self.path("A")))
 
@@ -272,8 +262,8 @@ class Failures(harness.TolvenTest):
         harness.build_tree(self.fresh("out"), {"d": Directory(0o555)})
         self.expect("-xf A -R out", [
             LINE % "A", "TOLVEN: not all files could be extracted",
-            "TOLVEN: could not create a temporary file for d/a (error 28). Permission denied"], 28,
-                    preexec=harness.unprivileged)
+            "TOLVEN: could not create a temporary file for d/a (error 28). Permission denied"
+        ], 28, preexec=harness.unprivileged)
         os.chmod(self.path("out"), 0o555)
         self.write("A", archive(directory("new")))
         self.expect("-xf A -R out", [LINE % "A", "TOLVEN: not all files could be extracted",
@@ -286,46 +276,6 @@ class Failures(harness.TolvenTest):
         self.expect("-cf dir a", ["TOLVEN: error opening dir (error 6). Is a directory"], 6)
         self.expect("-cf none/A a", ["TOLVEN: error opening none/A (error 6). No such file or directory"], 6)
         self.expect("-tf dir", ["TOLVEN: error reading from dir (error 5). "], 5)
-
-
-class Signals(harness.TolvenTest):
-    """The run is stopped while it works on something big; what it was making must be gone."""
-
-    def stop(self, args, begun, signum):
-        process = subprocess.Popen([harness.BINARY, *args], cwd=self.dir, stdin=subprocess.DEVNULL,
-                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=harness.environment())
-        deadline = time.monotonic() + harness.TIMEOUT
-        while not begun() and process.poll() is None and time.monotonic() < deadline:
-            time.sleep(0.002)
-        process.send_signal(signum)
-        output, errors = process.communicate(timeout=harness.TIMEOUT)
-        self.assertEqual((process.returncode, errors), (-signum, b""), output)
-
-    def setUp(self):
-        super().setUp()
-        with open(self.path("big"), "wb") as file:
-            file.truncate(2**33)  # seconds of work, a hole on disk
-
-    def test_create_removes_its_archive(self):
-        for signum in (signal.SIGINT, signal.SIGTERM):
-            self.stop(["-cf", "A", "big"],
-                      lambda: os.path.exists(self.path("A")) and os.path.getsize(self.path("A")), signum)
-            self.assertEqual(os.listdir(self.dir), ["big"])
-
-    def test_append_keeps_the_archive(self):
-        self.write("A", archive(regular("a", b"1")))
-        size = os.path.getsize(self.path("A"))
-        self.stop(["-af", "A", "big"], lambda: os.path.getsize(self.path("A")) > size, signal.SIGINT)
-        self.assertEqual(sorted(os.listdir(self.dir)), ["A", "big"])
-
-    def test_extract_removes_its_temporary_file(self):
-        with open(self.path("A"), "wb") as file:
-            block = archivefile.block(b"DA", archivefile.lzh(bytes(65536)))
-            file.write(archive(entry(b"RG", "out/file", 0o644, 65536 * 100000, 1, block * 100000)))
-        for signum in (signal.SIGINT, signal.SIGTERM):
-            harness.build_tree(self.fresh("out"), {"file": "old"})
-            self.stop(["-xf", "A"], lambda: len(os.listdir(self.path("out"))) > 1, signum)
-            self.assertEqual(harness.contents(self.path("out")), {"file": b"old"})
 
 
 if __name__ == "__main__":

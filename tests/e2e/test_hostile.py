@@ -267,6 +267,10 @@ class Paths(harness.TolvenTest):
         self.assertIn("TOLVEN: could not create symbolic link (error 36). l", run.lines)
         run = self.extract(link("l", self.outside + "/precious"), regular("l", b"new"))
         self.assertEqual((harness.contents(self.path("box/out")), run.code), ({"l": b"new"}, 0))
+        run = self.extract(link("l", self.outside), directory("l"))
+        self.assertEqual((os.path.islink(self.path("box/out/l")), run.code), (False, 0))
+        run = self.extract(regular("l", b"new"), link("l", "t"))
+        self.assertEqual((os.readlink(self.path("box/out/l")), run.code), ("t", 0))
 
     def test_links_that_were_there_before(self):
         rows = (({"l": Link(self.outside)}, "l/precious"), ({"l": Link("../../outside")}, "l/precious"),
@@ -319,7 +323,6 @@ class Paths(harness.TolvenTest):
                          (0, ["x ../up", "x " + self.path("abs/x"), "x C:/x", "x l", "TOLVEN: 4 file(s) extracted"]))
         self.assertEqual(harness.contents(self.path("box")), {"up": b"1", "out/C:/x": b"3"})
         self.assertEqual(harness.read_file(self.path("abs/x")), b"2")
-
 
 
 if __name__ == "__main__":

@@ -135,6 +135,7 @@ class Availability(harness.TolvenTest):
         os.mkfifo(self.path("pipe"))
         rows = ((["a", "d", "d/b", "good", "pipe"], ""), (["."], ""), (["*"], ""), (["?"], ""), (["d/*"], ""),
                 (["a", "gone", "d/gone", "broken"], "broken\nd/gone\ngone\n"), (["none*"], "none*\n"),
+                (["/"], ""), (["//"], ""),
                 (["d/?", "d/??"], "d/??\n"), (["-A", "LIST"], "*\nlisted\n"),
                 (["-A", "LIST", "gone"], "*\ngone\nlisted\n"),
                 (["e/*"], "e/*\n"), (["d/.*"], "d/.*\n"), (["-X", "EX", "gone", "a"], ""), (["a/b"], "a/b\n"))

@@ -94,7 +94,7 @@ class Lists(NameTest):
                 ("x*\n", [], ["x*"]), ("d\\e\nd/f/\n", [], ["d/e", "d/f"]),
                 ("d\n", ["d/e"], ["d", "d/e", "d/e", "d/f"]),
                 ("a\na\n", ["a"], ["a"]), ("x*\n", ["x*"], ["x*", "xx"]), ("old name\n", [], ["old name"]),
-                ("", [], []), ("b\n", ["a"], ["a", "b"]),
+                ("", [], []), ("b\n", ["a"], ["a", "b"]), ("a\0b\n\0\nb", [], ["a", "b"]), ("a", ["", "b"], ["a", "b"]),
                 (".\n", [], ["#c", "a", "b", "d", "d/e", "d/f", "d2", "old name", "x*", "xx"]))
         for text, args, names in rows:
             self.write("LIST", text)
@@ -152,7 +152,12 @@ class NotAvailable(NameTest):
                           [("a/b", "Not a directory"), ("gone", DOES_NOT_EXIST), ("gone/too", DOES_NOT_EXIST)], [])
         self.write("LIST", "*\n?\n")
         self.create_fails(["-A", "LIST"], [("*", DOES_NOT_EXIST), ("?", DOES_NOT_EXIST)], [])
+        self.create_fails([" a "], [(" a ", DOES_NOT_EXIST)], [])
         self.create_fails(["y" * 300], [("y" * 300, "File name too long")], [])
+        # Far beyond any buffer, and a line that ends exactly with a read.
+        lines = ["x" * 100000, "z" * (8192 - 100001 % 4096)]
+        self.write("LIST", "\n".join(lines))
+        self.create_fails(["-A", "LIST"], [(line, "File name too long") for line in lines], [])
 
     def test_broken_links(self):
         harness.build_tree(self.dir, {"d/l": Link("nowhere"), "d/a": "a", "loop": Link("loop")})

@@ -1,7 +1,5 @@
 """Archives of the older format through the program: the fallback of list, test and extract."""
 import os
-import resource
-import signal
 import struct
 
 import harness
@@ -30,12 +28,6 @@ KINDS = {
     "LZC, every tenth byte inverted": packed(coder=old.lzc_stream, invert=True),
     "mixed": packed(text_coder=old.lzc_stream),
 }
-
-
-def small_files():
-    """Run in the child: no file may grow beyond 200 000 bytes, as on a disk that is full."""
-    signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
-    resource.setrlimit(resource.RLIMIT_FSIZE, (200000, 200000))
 
 
 class OldArchives(harness.TolvenTest):
@@ -169,7 +161,7 @@ class OldArchives(harness.TolvenTest):
     def test_no_room_while_extracting(self):
         self.write("old", KINDS["LZH"])
         self.fresh("out")
-        run = self.run_tolven("-xf", "old", "-R", "out", preexec=small_files)
+        run = self.run_tolven("-xf", "old", "-R", "out", preexec=harness.size_limit())
         self.assertEqual((run.code, run.lines), (4, [
             "TOLVEN: not all files could be extracted", "TOLVEN: dir/text file.txt: File too large (error 4). "]))
         self.assertEqual(harness.contents(self.path("out")), {})

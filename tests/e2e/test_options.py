@@ -123,6 +123,11 @@ class Refused(harness.TolvenTest):
         self.refuse("-c -a", "TOLVEN: no files specified for appending", 29)
         # "S" makes a command of its own only where none stands before it.
         self.refuse("-Sc -v", "TOLVEN: no files given for archiving", 29)
+        # "M" behind or before a "t" asks for the signature only.
+        self.write("A", archivefile.archive(archivefile.directory("d")))
+        for letters in ("-tMf", "-Mtf"):
+            self.expect([letters, "A"], ["TOLVEN: processing archive A (version 2.01)",
+                                         "TOLVEN: A is not digitally signed (error 59). "], 59)
 
     def test_list_files(self):
         for option in ("-A", "-X", "-T"):

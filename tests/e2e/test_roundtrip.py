@@ -102,7 +102,6 @@ class Attributes(harness.TolvenTest):
         return os.fsencode(path) + (b"|" + os.fsencode(what[1]) if what[0] == "link" else b"")
 
 
-
 class Changing(harness.TolvenTest):
     def test_files_that_are_not_as_long_as_they_say(self):
         # The size in the header is what the system reported before; the blocks hold what was there.
@@ -221,7 +220,7 @@ class Foreign(harness.TolvenTest):
     def test_streams_and_raw_blocks_in_one_entry(self):
         pieces = [TEXT[:1000], NOISE[:300], TEXT[:70000], b"end"]
         first = archivefile.lzh(pieces[0])
-        payloads = [(b"DA", first[:50]), (b"DA", first[50:]), (b"UD", pieces[1]),
+        payloads = [(b"DA", first[:50]), (b"DA", first[50:]), (b"UD", pieces[1]), (b"DA", archivefile.lzh(b"")),
                     (b"DA", archivefile.lzh(pieces[2], "1110" + "1", zlib.Z_DEFAULT_STRATEGY)), (b"UE", pieces[3])]
         data = b"".join(pieces)
         blocks = b"".join(archivefile.block(*pair) for pair in payloads) + archivefile.end(data)
@@ -268,6 +267,9 @@ class Foreign(harness.TolvenTest):
             self.assertEqual(run.lines[2][:10], "-rw-------")
             self.assertEqual(harness.contents(self.extracted("A", count=1)), {"a": b"text"})
             self.assertEqual(self.run_tolven("-df", "A").lines[-1], "TOLVEN: 1 file(s) tested")
+        # The stored name counts, not the one that is shown.
+        self.write("A", archivefile.archive(archivefile.regular("d/SIGNATURE.SMF", b"text", mode=0o40600)))
+        self.assertEqual(harness.contents(self.extracted("A", "-flat", count=1)), {"SIGNATURE.SMF": b"text"})
         # The mode is what marks it: with another one it is a file like any other.
         self.write("A", archivefile.archive(archivefile.regular("SIGNATURE.SMF", b"text")))
         self.assertEqual(harness.contents(self.extracted("A", count=1)), {"SIGNATURE.SMF": b"text"})

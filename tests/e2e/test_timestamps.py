@@ -18,7 +18,8 @@ class Revocation(support.TrustTest):
         for name in ("fresh.crl", "fresh.der", "both.crl", "both.der"):
             self.accepted("good", "-crl", pki(name))
             self.rejected(["revoked", "-crl", pki(name)], 61,
-                          "error during certificate revocation check (error 61). DKV-RC: ", "Signer Certificate revoked", "Revocation Reason Code = 1")
+                          "error during certificate revocation check (error 61). DKV-RC: ",
+                          "Signer Certificate revoked", "Revocation Reason Code = 1")
         self.write("delta", harness.read_file(pki("delta.crl")) + harness.read_file(pki("fresh.crl")))
         self.accepted("good", "-crl", "delta")
         self.rejected(["revoked", "-crl", "delta"], 61, "Signer Certificate revoked")
@@ -40,6 +41,10 @@ class Revocation(support.TrustTest):
     def test_of_the_time_stamp(self):
         self.sign_new("A", *DATA, options=["-key", pki("signer.pse"), "-tsaurl", support.tsa()])
         self.accepted("A", "-crl", pki("fresh.crl"))
+        tool("sh", "-c", "openssl ca -config pki.cnf -revoke tsa.crt -crl_reason superseded && "
+             "openssl ca -config pki.cnf -gencrl -out tsa_revoked.crl", cwd=pki())
+        self.rejected(["A", "-crl", pki("tsa_revoked.crl")], 61, "Timestamp Certificate revoked",
+                      "Revocation Reason Code = 4")
 
     def test_append_looks_too(self):
         text = signed_document(LINES, signer="revoked")
@@ -76,8 +81,8 @@ class TimeStamps(support.TrustTest):
         with socket.create_server(("127.0.0.1", 0)) as closed:
             nobody = closed.getsockname()[1]
         urls = [support.tsa("/" + path) for path in (
-            "wrong-nonce", "wrong-imprint", "refused", "wrong-type", "no-type", "status500", "redirect", "chunked", "cut",
-            "short-header", "garbage", "huge", "nothing-here")]
+            "wrong-nonce", "wrong-imprint", "refused", "wrong-type", "no-type", "status500", "redirect", "chunked",
+            "cut", "short-header", "garbage", "huge", "nothing-here")]
         urls += ["http://127.0.0.1:%d/good" % nobody, "ftp://127.0.0.1/good", "127.0.0.1",
                  "http://127.0.0.1:%d/good" % tls,
                  "https://127.0.0.1:%d/good" % plain, "https://localhost:%d/good" % tls,

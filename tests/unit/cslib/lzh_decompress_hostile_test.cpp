@@ -149,18 +149,6 @@ TEST(LzhHostile, EveryRefusal) {
   }
 }
 
-TEST(LzhHostile, TruncatedAnywhereAsksForMore) {
-  Driver driver;
-  const Bytes data = MakeData(Kind::kBinary, 5000);
-  const Bytes stream = *ZlibStream(data);
-  for (std::size_t length = 8; length < stream.size() - 2; ++length) {
-    const Bytes cut(stream.begin(), stream.begin() + static_cast<std::ptrdiff_t>(length));
-    const Outcome outcome = driver.Decompress(cut, 1 << 20, 5000);
-    ASSERT_EQ(outcome.rc, CS_END_INBUFFER) << length;
-    ASSERT_TRUE(std::equal(outcome.out.begin(), outcome.out.end(), data.begin())) << length;
-  }
-}
-
 TEST(LzhHostile, EveryBitFlippedAgreesWithTheReference) {
   Driver driver;
   for (const int strategy : {Z_DEFAULT_STRATEGY, Z_FIXED}) {

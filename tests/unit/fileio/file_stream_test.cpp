@@ -1,10 +1,7 @@
 #include "fileio/file_stream.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <filesystem>
 #include <string>
 
@@ -54,30 +51,6 @@ TEST_F(FileStreamTest, ModesFirstMatchWins) {
   }
 }
 
-TEST_F(FileStreamTest, PositionsBeyondFourGiB) {
-  constexpr long kFar = 5L << 30;
-  CFileStream stream("sparse", kOpenCreate);
-  ASSERT_TRUE(Put(stream, "head"));
-  ASSERT_TRUE(stream.SetPos(kFar));
-  ASSERT_TRUE(Put(stream, "tail"));
-  long position = 0;
-  ASSERT_TRUE(stream.GetPos(&position));
-  EXPECT_EQ(position, kFar + 4);
-  EXPECT_TRUE(stream.GetPos(nullptr));
-  ASSERT_TRUE(stream.Close());
-
-  stream.Open("sparse", kOpenRead, 0);
-  EXPECT_EQ(Get(stream, 4), "head");
-  ASSERT_TRUE(stream.MoveFlPtr(kFar - 4));
-  EXPECT_EQ(Get(stream, 9), "tail");
-  ASSERT_TRUE(stream.MoveFlPtr(-2));
-  EXPECT_EQ(Get(stream, 9), "il");
-  EXPECT_TRUE(stream.MoveFlPtr(kFar)) << "seeking beyond the end succeeds";
-  EXPECT_EQ(Get(stream, 1), "");
-  EXPECT_FALSE(stream.SetPos(-1));
-  EXPECT_EQ(stream.GetLastError(), EINVAL);
-}
-
 TEST_F(FileStreamTest, TurnsBetweenReadingAndWriting) {
   test::WriteFile("file", std::string(10000, 'a'));
   CFileStream stream("file", kOpenReadWrite);
@@ -93,30 +66,6 @@ TEST_F(FileStreamTest, TurnsBetweenReadingAndWriting) {
   EXPECT_EQ(position, 10);
   ASSERT_TRUE(stream.Close());
   EXPECT_EQ(test::ReadFile("file"), "aaabbbaaac");
-}
-
-TEST_F(FileStreamTest, AttachedDescriptorWritesThrough) {
-  CFileStream stream;
-  ASSERT_TRUE(stream.Attach(open("file", O_CREAT | O_WRONLY, 0600)));
-  ASSERT_TRUE(Put(stream, "x"));
-  EXPECT_EQ(test::ReadFile("file"), "x");
-  const int descriptor = stream.Descriptor();
-  ASSERT_TRUE(stream.Close());
-  EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
-  EXPECT_FALSE(stream.Attach(-1));
-  EXPECT_EQ(stream.GetLastError(), EBADF);
-}
-
-TEST_F(FileStreamTest, FullDiskIsSeenAtTheLatestByClose) {
-  CFileStream stream("/dev/full", kOpenCreate);
-  ASSERT_TRUE(stream.Open());
-  EXPECT_TRUE(Put(stream, "x"));
-  EXPECT_FALSE(stream.Close());
-  EXPECT_EQ(stream.GetLastError(), ENOSPC);
-  EXPECT_FALSE(stream.Open());
-
-  stream.Open("/dev/full", kOpenCreate, 0);
-  EXPECT_FALSE(Put(stream, std::string(200000, 'x')));
 }
 
 }  // namespace

@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <string>
 
-#include "report/run_status.h"
 #include "report/code_names.h"
+#include "report/run_status.h"
 
 namespace tolven {
 namespace {

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <set>
 
 #include "support/temp_dir.h"
 
@@ -40,12 +39,6 @@ class SpaceInfoTest : public test::TempDirTest {
   FakeDisk m_disk;
   CSpaceInfo m_info{m_disk, "."};
 };
-
-const char* const kEmptyReport =
-    "The extraction does not require free disk space (maybe\n"
-    "the extraction will only overwrite existing files of\n"
-    "greater or equal size or the uncompressed size of each\n"
-    "file in the archive is zero).\n";
 
 TEST_F(SpaceInfoTest, SumsByFileSystem) {
   m_info.AddInfo("usr/a", 1024.0, true);

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -44,16 +43,14 @@ class ProcessorTest : public test::TempDirTest {
   ProcessorTest() {
     CProcessor::Destroy();
     m_proc = CProcessor::GetTheProcessor();
-    auto log = std::make_unique<CAPILogMan>();
-    m_log = log.get();
-    m_proc->SetLogManager(std::move(log));
     m_proc->SetCommandFactory(m_factory);
   }
   ~ProcessorTest() override { CProcessor::Destroy(); }
 
-  // Runs like main does and returns the exit code; the message of an exception ends up in the log.
-  int Run(
-      const std::string& text, std::function<void()> work = [] {}) {
+  // Runs like main does, from a fresh start, and returns the exit code.
+  int Run(const std::string& text, std::function<void()> work) {
+    m_proc->Reset();
+    m_proc->SetLogManager(std::make_unique<CAPILogMan>());
     m_args = std::make_unique<test::Args>(text);
     m_factory.m_work = std::move(work);
     try {
@@ -65,35 +62,11 @@ class ProcessorTest : public test::TempDirTest {
     EXPECT_EQ(m_factory.m_alive, 0) << "the command dies with the run";
     return m_proc->ExitCode();
   }
-  // The same, from a fresh start.
-  int Again(
-      const std::string& text, std::function<void()> work = [] {}) {
-    m_proc->Reset();
-    auto log = std::make_unique<CAPILogMan>();
-    m_log = log.get();
-    m_proc->SetLogManager(std::move(log));
-    return Run(text, std::move(work));
-  }
-  const std::string& Output() const { return m_log->GetOutput(); }
 
   FakeFactory m_factory;
   CProcessor* m_proc = nullptr;
-  CAPILogMan* m_log = nullptr;
   std::unique_ptr<test::Args> m_args;
 };
-
-TEST_F(ProcessorTest, LastExitCodeWins) {
-  EXPECT_EQ(Run("-x", [] { throw CChecksumExcept("f"); }), 12);
-  EXPECT_EQ(Output(), "TOLVEN: checksum error in f\n");
-  EXPECT_EQ(Again("-x",
-                  [] {
-                    const CWriteExcept handledInside("f");
-                    (void)handledInside;
-                  }),
-            4)
-      << "a run that handled an error itself still says so";
-  EXPECT_EQ(Again("-x", [] { CExcept::NotifyProcessor(36); }), 36);
-}
 
 // Which archive survives which failure of a create or append.
 TEST_F(ProcessorTest, CleanUpAfterAFailure) {
@@ -117,7 +90,7 @@ TEST_F(ProcessorTest, CleanUpAfterAFailure) {
     for (const char* command : {"-c n", "-a n", "-ci n", "-ai n", "-S", "-m", "-x"}) {
       SCOPED_TRACE(test.name + " " + command);
       test::WriteFile("A.VRA", "half");
-      const int exitCode = Again(std::string(command) + " -f A.VRA", [&] {
+      const int exitCode = Run(std::string(command) + " -f A.VRA", [&] {
         ASSERT_TRUE(m_proc->ArchiveFile().Open("A.VRA", O_WRONLY));
         test.work();
       });
@@ -143,7 +116,7 @@ TEST_F(ProcessorTest, DeletesTheFileItOpenedWhereverItIsFound) {
     SCOPED_TRACE(std::string(test.name) + " " + test.opened);
     const auto files = {"A.VRA", "sub/A.VRA", "sub/sub/A.VRA"};
     for (const char* file : files) test::WriteFile(m_dir / file, "x");
-    Again(std::string("-c n -f ") + test.name, [&] {
+    Run(std::string("-c n -f ") + test.name, [&] {
       ASSERT_TRUE(m_proc->ArchiveFile().Open(test.opened, O_WRONLY));
       fs::current_path("sub");
       throw CWriteExcept("A.VRA");
@@ -151,12 +124,6 @@ TEST_F(ProcessorTest, DeletesTheFileItOpenedWhereverItIsFound) {
     fs::current_path(m_dir.Path());
     for (const std::string file : files) EXPECT_EQ(fs::exists(file), file != test.opened) << file;
   }
-}
-
-TEST_F(ProcessorTest, StaleErrnoReachesNoMessage) {
-  errno = EIO;
-  EXPECT_EQ(Run("-c"), 29);
-  EXPECT_EQ(Output(), "TOLVEN: no files given for archiving (error 29). \n");
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ class Scratch {
   Scratch() {
     std::string name = (std::filesystem::temp_directory_path() / "tolven-test-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no scratch directory");
-    m_path = name;
+    m_path = std::filesystem::canonical(name);
   }
   ~Scratch() {
     std::error_code ignored;

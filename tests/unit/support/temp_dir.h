@@ -2,37 +2,32 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
 
+#include "support/scratch.h"
+
 namespace tolven::test {
 
-// A fresh directory that is the current one while the object lives; removed with everything in it.
+// A scratch directory that is the current one while the object lives.
 class TempDir {
  public:
-  TempDir() : m_previous(std::filesystem::current_path()) {
-    std::string name = (std::filesystem::temp_directory_path() / "tolven-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::filesystem::filesystem_error("mkdtemp", name, {});
-    m_path = std::filesystem::canonical(name);
-    std::filesystem::current_path(m_path);
-  }
+  TempDir() : m_previous(std::filesystem::current_path()) { std::filesystem::current_path(m_scratch.Path()); }
   ~TempDir() {
     std::error_code ignored;
     std::filesystem::current_path(m_previous, ignored);
-    std::filesystem::remove_all(m_path, ignored);
   }
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
 
-  std::string Path() const { return m_path.string(); }
-  std::string operator/(const std::string& name) const { return (m_path / name).string(); }
+  std::string Path() const { return m_scratch.Path().string(); }
+  std::string operator/(const std::string& name) const { return m_scratch.File(name); }
 
  private:
+  Scratch m_scratch;
   std::filesystem::path m_previous;
-  std::filesystem::path m_path;
 };
 
 // Every test of a suite that touches the disk has a directory of its own.
