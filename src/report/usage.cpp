@@ -210,6 +210,8 @@ TOC is signed. This ensures integrity and authenticity of the archive entries.)u
 
 }  // namespace
 
-std::string CUsage::GetInfoText() const { return kUsage; }
+std::string CUsage::GetInfoText() const {
+  return kUsage;
+}
 
 }  // namespace tolven

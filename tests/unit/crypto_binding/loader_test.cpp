@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <algorithm>
@@ -38,12 +37,8 @@ class Loader : public ::testing::Test {
     unsetenv("TINY_LOG");
     setenv("SECUDIR", "/somewhere", 1);
   }
-  void TearDown() override {
-    DkvSupEnd(&m_table);
-  }
-  int Load(const char* name) {
-    return DkvSupInitEx(name, &m_table, OnError, OnMessage, kDkvLevelAll);
-  }
+  void TearDown() override { DkvSupEnd(&m_table); }
+  int Load(const char* name) { return DkvSupInitEx(name, &m_table, OnError, OnMessage, kDkvLevelAll); }
   static bool Said(const std::string& text) {
     return std::find(messages.begin(), messages.end(), text) != messages.end();
   }
