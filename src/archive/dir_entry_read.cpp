@@ -69,8 +69,9 @@ void CDirEntry::AddToDirEx(CArchive* archive, bool write) {
   if (code == SMF_OK) {
     if (!m_header.IsEmpty()) {
       DecompressMe(archive, write);
-    } else if (archive->BlockFollows()) {
-      throw CDecompExcept(m_shownName);  // a damaged size would lose the content without a word
+    } else if (!hash && archive->BlockFollows()) {
+      // A damaged size would lose the content without a word. A digest tells by itself.
+      throw CDecompExcept(m_shownName);
     }
     if (hash) code = ManifestCloseFile(manifest);
   }

@@ -65,14 +65,12 @@ OldLine ReadNumbers(const std::array<std::string_view, kNumbers>& fields, FileIn
 }
 
 // The name is one word: what most lines look like. This scan comes first and decides when it succeeds, even
-// where the one from the right would find another name. Words behind the numbers are what a damaged newline
-// leaves: two lines that became one must not lose the second without a word.
-OldLine ScanFromLeft(std::string_view line, FileInfo& info) {
-  std::string_view rest = line.substr(kNameColumn);
+// where the one from the right would find another name. `rest` is what stands behind the numbers.
+OldLine ScanFromLeft(std::string_view line, FileInfo& info, std::string_view& rest) {
+  rest = line.substr(kNameColumn);
   const std::string_view name = TakeFirstField(rest);
   std::array<std::string_view, kNumbers> fields;
   for (std::string_view& field : fields) field = TakeFirstField(rest);
-  if (!TakeFirstField(rest).empty()) return OldLine::kFormatError;
   const OldLine result = ReadNumbers(fields, info);
   if (result == OldLine::kEntry) info.name = name;
   return result;
@@ -96,6 +94,19 @@ OldLine ScanFromRight(std::string_view line, FileInfo& info) {
   return result;
 }
 
+bool BeginsLikeEntry(std::string_view line) {
+  return line.size() > kNameColumn && kBlanks.find(line[1]) != std::string_view::npos &&
+         (line[0] == kOldTypeFile || line[0] == kOldTypeDirectory);
+}
+
+// Whether what stands behind a line's numbers is a line itself.
+bool IsSecondLine(std::string_view rest) {
+  rest.remove_prefix(std::min(rest.find_first_not_of(kBlanks), rest.size()));
+  FileInfo second;
+  std::string_view ignored;
+  return BeginsLikeEntry(rest) && ScanFromLeft(rest, second, ignored) == OldLine::kEntry;
+}
+
 }  // namespace
 
 bool FileInfo::HasData() const {
@@ -103,13 +114,14 @@ bool FileInfo::HasData() const {
 }
 
 OldLine ParseEntryLine(std::string_view line, FileInfo& info) {
-  if (line.size() <= kNameColumn || kBlanks.find(line[1]) == std::string_view::npos) {
-    return OldLine::kFormatError;
+  if (!BeginsLikeEntry(line)) return OldLine::kFormatError;
+  std::string_view rest;
+  OldLine result = ScanFromLeft(line, info, rest);
+  if (result == OldLine::kFormatError) {
+    result = ScanFromRight(line, info);
+  } else if (IsSecondLine(rest)) {
+    return OldLine::kFormatError;  // a damaged newline: the second entry must not be lost without a word
   }
-  if (line[0] != kOldTypeFile && line[0] != kOldTypeDirectory) return OldLine::kFormatError;
-
-  OldLine result = ScanFromLeft(line, info);
-  if (result == OldLine::kFormatError) result = ScanFromRight(line, info);
   info.type = line[0];
   if (info.IsDirectory()) {
     // A file that a damaged letter made a directory: its content would be lost without a word.

@@ -51,11 +51,13 @@ TEST(OldLine, Refused) {
       "F ",
       "F a",
       "F a 644 30 20",
-      "L a 644 30 20 7 5",   // no such type
-      "Fa 644 30 20 7 5",    // no blank behind the type
-      "F 644 30 20 7",       // the name is missing
-      "F a 648 30 20 7 5",   // not octal
-      "F a -644 30 20 7 5",  // negative, but for the time
+      "F a 644 30 20 7 5\vF b 644 30 20 7 5",  // two lines whose newline is damaged
+      "D d 755 30 0 7 0",                      // a file whose letter is damaged
+      "L a 644 30 20 7 5",                     // no such type
+      "Fa 644 30 20 7 5",                      // no blank behind the type
+      "F 644 30 20 7",                         // the name is missing
+      "F a 648 30 20 7 5",                     // not octal
+      "F a -644 30 20 7 5",                    // negative, but for the time
       "F a 644 -30 20 7 5",
       "F a 644 30 -20 7 5",
       "F a 644 30 20 7 -5",
