@@ -71,6 +71,8 @@ DKV_API int qelcr_init(void) {
     // kernel cannot start without it.
     const std::uint64_t config = fipsWanted ? OPENSSL_INIT_LOAD_CONFIG : OPENSSL_INIT_NO_LOAD_CONFIG;
     if (OPENSSL_init_crypto(config, nullptr) != 1) return DKV_ERR_GENERAL;
+    // A default context that memory was short for stays half made: whatever uses it later would crash.
+    if (OSSL_LIB_CTX_get0_global_default() == nullptr) return DKV_ERR_GENERAL;
     if (fipsWanted && !StartFips()) return DKV_ERR_NOT_SUPPORTED;
   }
   ++users;
