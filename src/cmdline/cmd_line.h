@@ -29,7 +29,7 @@ struct CmdOptions {
   bool verbose = false;
   bool spaceCheck = false;
   bool absolutePaths = false;
-  bool separateVerify = false;  // an argument "-V" of its own; sets verifySignature too
+  bool verifyAsked = false;  // V or M was written, wherever: only signed archives pass. S alone does not ask
   bool ignoreInaccessible = false;
   bool resolveLinks = true;
   bool printStatistics = false;

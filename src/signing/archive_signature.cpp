@@ -49,13 +49,12 @@ void CompareWithExternal(ManifestContext* context, const CmdOptions& options) {
 
 void VerifyForReading(CArchive& archive, CProcessor& processor) {
   const CmdOptions& options = processor.Options();
-  if (!options.verifySignature && !options.sign) return;
+  if (!options.verifyAsked && !options.sign) return;
   std::int64_t offset = 0;
   const std::string text = GetManifestContent(archive, offset);
   if (offset == 0) {
     errno = 0;
-    const bool mustBeSigned = options.separateVerify || !options.sign;
-    if (mustBeSigned) throw CExcept(NotSignedMessage(archive.Name()), kErrorNotSigned, false);
+    if (options.verifyAsked) throw CExcept(NotSignedMessage(archive.Name()), kErrorNotSigned, false);
     return;
   }
   ManifestContextPtr context = ManifestMakeContext();

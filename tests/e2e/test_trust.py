@@ -8,6 +8,7 @@ import socket
 import subprocess
 
 import harness
+import make_old_archive as old
 import signing_support as support
 from archivefile import archive
 from signing_support import DATA, LINES, TrustTest, manifest_entry, manifest_of, pki, signed_document, tool
@@ -349,11 +350,17 @@ class Letters(TrustTest):
         self.made("forged", signed_document(LINES, signer="stranger"))
 
     def test_unsigned(self):
-        for args, code in ((["-tVf", "plain"], 59), (["-dVf", "plain"], 59), (["-xVf", "plain"], 59),
-                           (["-tf", "plain", "-V"], 59), (["-xSf", "plain"], 0), (["-tSf", "plain"], 0),
-                           (["-dSf", "plain"], 0), (["-xSf", "plain", "-V"], 59), (["-xSVf", "plain"], 0), (["-Sxf", "plain"], 0)):
-            run = self.run_tolven(*args)
-            self.assertEqual(run.code, code, (args, run))
+        """Only S alone lets what is not signed pass, in either format: a V or M that was written demands a signature."""
+        self.write("old", old.build([old.file_entry("d", 0o644, 1000000000, b"")]))
+        for asks in ("-xV", "-dV", "-tV", "-xSV", "-xVS", "-dSV", "-dVS", "-tSV", "-tVS", "-VSx", "-SVd", "-xM", "-xSM"):
+            for name in ("plain", "old"):
+                self.refused([asks + "f", name], 59, name + " is not digitally signed")
+                self.assertEqual(self.run_tolven("-V", asks.replace("V", "") + "f", name).code, 59)
+            self.assertEqual(self.run_tolven(asks + "f", "signed").code, 0, asks)
+        for command in ("-xS", "-dS", "-tS", "-Sx", "-Sd", "-x"):
+            for name in ("plain", "old", "signed"):
+                run = self.run_tolven(command + "f", name)
+                self.assertEqual(run.code, 0, (command, name, run))
 
     def test_a_bad_signature(self):
         """Reading with S or V looks at a signature that is there; without both nothing does."""
