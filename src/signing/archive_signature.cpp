@@ -36,14 +36,21 @@ void ProveKey(const CmdOptions& options) {
   ThrowManifestError(probe.get(), CSmfSign(probe.get(), options));
 }
 
-void CompareWithExternal(ManifestContext* context, const CmdOptions& options) {
-  if (options.manifestFile == nullptr) return;
+// Whether there is a list to compare with. Who asked for the comparison must not be told that all is well
+// when there was none: with `required` a missing one is an error.
+bool HasExternal(const CmdOptions& options, bool required) {
+  if (options.manifestFile == nullptr) return false;
   errno = 0;
-  if (!CUtils::ExistsFile(options.manifestFile)) {
-    // One that cannot be looked at may be there, and may differ.
-    if (errno != ENOENT && errno != ENOTDIR) throw COpenExcept(options.manifestFile);
-    return;
-  }
+  if (CUtils::ExistsFile(options.manifestFile)) return true;
+  // One that cannot be looked at may be there, and may differ.
+  if (errno != ENOENT && errno != ENOTDIR) throw COpenExcept(options.manifestFile);
+  if (!required) return false;
+  const std::string name = ShowText(options.manifestFile);
+  throw CInvalManifestExcept("External manifest file >" + name + "< does not exist", SMF_EBODY_NOT_EQUAL, 0);
+}
+
+void CompareWithExternal(ManifestContext* context, const CmdOptions& options, bool required) {
+  if (!HasExternal(options, required)) return;
   ThrowManifestError(context, ManifestVerifyBody(context, options.manifestFile));
 }
 
@@ -60,7 +67,7 @@ void VerifyForReading(CArchive& archive, CProcessor& processor) {
   ManifestContextPtr context = ManifestMakeContext();
   InitForReading(context.get(), options);
   ThrowManifestError(context.get(), CSmfVerify(context.get(), text, options, 0, false));
-  CompareWithExternal(context.get(), options);
+  CompareWithExternal(context.get(), options, options.verifyAsked);
   archive.SetManifest(std::move(context));
   archive.SetHashEntries(true);
 }
@@ -133,6 +140,7 @@ void PrepareExisting(CArchive& archive, const CmdOptions& options) {
 void PrepareForWriting(CArchive& archive, CProcessor& processor) {
   if (!CSignedManifest::IsSigning(processor)) return;
   const CmdOptions& options = processor.Options();
+  static_cast<void>(HasExternal(options, true));
   ManifestContextPtr context = ManifestMakeContext();
   InitManifest(context.get(), options, options.hashAlgorithm, SigningFormat(options),
                options.signatureHashAlgorithm);
@@ -187,7 +195,7 @@ void CSignedManifest::CreateArchiveSignature(CArchive* archive, CProcessor* proc
   const CmdOptions& options = processor->Options();
   ManifestContext* context = archive->Manifest();
   const bool replaces = archive->IsSigned();
-  CompareWithExternal(context, options);
+  CompareWithExternal(context, options, true);
   // In memory first: a signature or a time stamp that fails leaves the archive as it is.
   ThrowManifestError(context, CSmfSign(context, options));
   const std::string& warning = ManifestSigningWarning(context);

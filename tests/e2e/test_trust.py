@@ -328,7 +328,9 @@ class Outside(TrustTest):
                 (b"no manifest", 54, "Error while parsing the external manifest")):
             self.write("M", text)
             self.rejected(["A", "-manifest", "M"], code, detail)
-        self.assertEqual(self.run_tolven("-dVf", "A", "-manifest", "gone").code, 0)
+        for name in ("gone", "a/gone"):
+            self.rejected(["A", "-manifest", name], 55, "External manifest file >%s< does not exist" % name)
+        self.assertEqual(self.run_tolven("-xSf", "A", "-manifest", "gone").code, 0, "nobody asked for V")
 
     def test_sign_only_what_was_agreed(self):
         """With -manifest, the list that is about to be signed must be that list."""
@@ -337,6 +339,11 @@ class Outside(TrustTest):
         self.create("B", "a", "b")
         plain = harness.read_file(self.path("B"))
         self.assertIn(self.run_tolven("-Sf", "B", "-manifest", "M", "-key", pki("signer.pse")).code, (55, 58))
+        for command, names in (("-cSf", ["a"]), ("-cVf", ["a"]), ("-Scf", ["a"]), ("-aSif", ["a"]), ("-Sf", [])):
+            archive_name = "B" if command in ("-aSif", "-Sf") else "N"
+            self.refused([command, archive_name, "-manifest", "gone", "-key", pki("signer.pse"), *names], 55,
+                         "External manifest file >gone< does not exist")
+            self.assertFalse(os.path.exists(self.path("N")))
         self.assertEqual(harness.read_file(self.path("B")), plain)
 
 
