@@ -1,9 +1,10 @@
+#include "archive/extract_target.h"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 
-#include "archive/extract_target.h"
 #include "archive_bytes.h"
 #include "report/except.h"
 
@@ -25,17 +26,18 @@ std::string Listing(const fs::path& root) {
   return text;
 }
 
-void PutFile(CExtractTarget& target, const std::string& path, std::string content, bool verified = false) {
+void PutFile(CExtractTarget& target, const std::string& path, std::string content,
+             std::uint32_t mode = 0104640) {
   auto pending = target.OpenFile(path, path);
   unsigned long done = 0;
-  ASSERT_TRUE(pending->Stream().Write(reinterpret_cast<unsigned char*>(content.data()), content.size(), &done));
-  target.CommitFile(*pending, 0104640, 1000, path, verified);
+  ASSERT_TRUE(
+      pending->Stream().Write(reinterpret_cast<unsigned char*>(content.data()), content.size(), &done));
+  target.CommitFile(*pending, mode, 1000, path);
 }
 
 TEST(ExtractTarget, AFileHasItsNameOnlyWhenItIsWhole) {
   test::Run run;
-  CExtractTarget::VerifiedFiles none;
-  CExtractTarget target(run.Options(), none);
+  CExtractTarget target(run.Options(), false);
   PutFile(target, "d/f", "old");
   {
     auto pending = target.OpenFile("d/f", "d/f");
@@ -55,8 +57,7 @@ TEST(ExtractTarget, LinksComeAfterFilesAndTheLastEntryOfAPathWins) {
   fs::create_directory("outside");
   fs::create_directory("in");
   ASSERT_EQ(chdir("in"), 0);
-  CExtractTarget::VerifiedFiles none;
-  CExtractTarget target(run.Options(), none);
+  CExtractTarget target(run.Options(), false);
   target.AddLink("way", "../outside", "way");
   PutFile(target, "way/f", "must stay inside");
   target.AddLink("twice", "t", "twice");
@@ -71,29 +72,36 @@ TEST(ExtractTarget, LinksComeAfterFilesAndTheLastEntryOfAPathWins) {
   EXPECT_EQ(Listing("../outside"), "");
 }
 
-TEST(ExtractTarget, NoLinkTakesThePlaceOfAVerifiedFile) {
+TEST(ExtractTarget, WhatIsNotSignedGetsNoPower) {
   test::Run run;
+  const mode_t mask = umask(027);
   std::ofstream("before") << "x";
-  CExtractTarget::VerifiedFiles verified;
-  CExtractTarget first(run.Options(), verified);
-  PutFile(first, "signed", "x", true);
-  PutFile(first, "plain", "x");
-  first.Finish();
-  CExtractTarget second(run.Options(), verified);
-  for (const char* name : {"before", "signed", "plain"}) second.AddLink(name, "elsewhere", name);
-  second.Finish();
-  second.AddLink("more", "t", "more");
-  second.DropLinks();
-  second.Finish();
-  EXPECT_EQ(Listing("."), "before->elsewhere plain->elsewhere signed ");
-  EXPECT_EQ(second.FailedLinks(), 1U);
+  fs::create_symlink("long", "other");
+  fs::create_symlink("long", "same");
+  CExtractTarget target(run.Options(), true);
+  target.AddDirectory("d", "d", 047777, 5);
+  PutFile(target, "signed", "x", 0107777);
+  for (const char* name : {"before", "signed", "new"}) target.AddLink(name, "elsewhere", name);
+  target.AddLink("other", "lon", "other");
+  target.AddLink("same", "long", "same");
+  target.Finish();
+  target.AddLink("more", "t", "more");
+  target.DropLinks();
+  target.Finish();
+  EXPECT_EQ(umask(mask), 027U);
+  EXPECT_EQ(Listing("."), "before d new->elsewhere other->long same->long signed ");
+  EXPECT_EQ(target.FailedLinks(), 3U);
   EXPECT_EQ(run.ExitCode(), 36);
+  struct stat status {};
+  ASSERT_EQ(stat("signed", &status), 0);
+  EXPECT_EQ(status.st_mode, 0100750U);
+  ASSERT_EQ(stat("d", &status), 0);
+  EXPECT_EQ(status.st_mode, 040750U);
 }
 
 TEST(ExtractTarget, LinksOfThisRunAreNeverFollowed) {
   test::Run run;
-  CExtractTarget::VerifiedFiles none;
-  CExtractTarget target(run.Options(), none);
+  CExtractTarget target(run.Options(), false);
   target.AddDirectory("real", "real", 040755, 5);
   target.AddLink("way", "real", "way");
   target.Finish();
