@@ -2,8 +2,11 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <span>
 #include <string>
+#include <unordered_map>
 
+#include "archive/selection.h"
 #include "fileio/utils.h"
 #include "report/except.h"
 #include "report/run_status.h"
@@ -150,6 +153,24 @@ void PrepareForWriting(CArchive& archive, CProcessor& processor) {
   if (!archive.IsNew()) PrepareExisting(archive, options);
 }
 
+// Counts the listed files that were asked for and have no entry, as failed ones; `text` names the first. The
+// library's own check is for all files: one that nobody asked for must not show in its errors.
+unsigned long CountMissing(CArchive& archive, const CSelection& selection, std::string& text) {
+  std::span<const ManifestFile> files;
+  ManifestContext* context = archive.Manifest();
+  if (ManifestGetFileCounter(context) == 0 || ManifestGetFileList(context, &files) != SMF_OK) return 0;
+  unsigned long missing = 0;
+  std::unordered_map<std::string, std::size_t> listed;
+  for (const ManifestFile& file : files) {
+    const std::string name(file.name);
+    if (!selection.AsksFor(name, archive.ShownName(name, false))) continue;
+    if (++listed[name] <= selection.Met(name)) continue;
+    if (++missing == 1) text = "File >" + ShowText(name) + "< of the manifest was not found";
+  }
+  if (missing > 0) archive.NoteManifestFailure(SMF_EFILENOTFOUND);
+  return missing;
+}
+
 }  // namespace
 
 void CSignedManifest::VerifyArchiveSignature(bool writing, CArchive* archive, CProcessor* processor) {
@@ -161,7 +182,7 @@ void CSignedManifest::VerifyArchiveSignature(bool writing, CArchive* archive, CP
 }
 
 void CSignedManifest::CheckErrors(CArchive* archive, CDirEntry* entry, unsigned long& counter,
-                                  bool complete) {
+                                  const CSelection* selection) {
   ManifestContext* context = archive->Manifest();
   if (context == nullptr) return;
   if (entry != nullptr) {
@@ -170,13 +191,18 @@ void CSignedManifest::CheckErrors(CArchive* archive, CDirEntry* entry, unsigned 
     if (!entry->IsEntrySigned()) ++counter;
     return;
   }
+  std::string missing;
+  const bool all = selection != nullptr && selection->SelectsAll();
+  if (selection != nullptr && !all) counter += CountMissing(*archive, *selection, missing);
   errno = 0;
-  if (complete && counter == 0) {
+  if (all && counter == 0) {
     const int code = ManifestCheckAllMet(context);
     if (code != SMF_OK) throw CInvalManifestExcept(ManifestGetLastError(context), code, 0);
   }
   if (counter == 0) return;
   std::string detail = ManifestGetLastError(context);
+  if (!detail.empty() && !missing.empty()) detail += '\n';
+  detail += missing;
   if (counter > 1) detail = std::to_string(counter) + " files of the archive are invalid:\n" + detail;
   throw CInvalManifestExcept(detail, archive->ManifestFailure(), ManifestLastDkvErrorCode(context));
 }

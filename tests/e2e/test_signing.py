@@ -234,6 +234,27 @@ class RoundTrip(support.SigningTest):
         self.refused("-dVf A dir/big dir/read-me", 57)
         self.refused("-dVf A dir/big more", 58)
         self.refused("-dVf A", 58, "2 files of the archive are invalid:\n")
+        # A listed file that has no entry counts when its name, or that of a directory above it, is asked for.
+        self.create("A", "dir")
+        self.expect(["-Sf", "A", "-key", pki("signer.pse")], [])
+        self.write("names", "dir/read-me\n")
+        asked = (["dir/read-me"], ["-A", "names"], ["dir"], ["read-me", "-flat"], ["dir/big", "dir/read-me"])
+        others = (["dir/big"], ["dir/read-m"], ["dir/sub"], ["dir/read-me/x"])
+        for missing in (False, True):
+            if missing:
+                entries = [item for item in archivefile.read(self.path("A"))[1] if item.name != b"dir/read-me"]
+                self.write("A", archive(*map(support.pack, entries)))
+            for command in ("-tVf", "-dVf", "-xVf"):
+                for names in asked + others:
+                    where = ["-R", self.fresh("out")] if command == "-xVf" else []
+                    if missing and names in asked:
+                        self.refused([command, "A", *where, *names], 58, "File >dir/read-me< of the manifest was not found")
+                    else:
+                        self.assertEqual(self.run_tolven(command, "A", *where, *names).code, 0, names)
+        self.assertNotIn(">ERROR<", "\n".join(self.run_tolven("-dVvf", "A", "dir/big").lines))
+        entries = [item for item in archivefile.read(self.path("A"))[1] if not item.name.startswith(b"dir/sub/")]
+        self.write("A", archive(*map(support.pack, entries)))
+        self.refused("-dVf A dir", 58, "3 files of the archive are invalid:\n")
         self.sign_new("A", "dir/read-me", "dir/empty", "dir/big")
         self.change("A", "dir/read-me", b"from me")
         run = self.refused("-dVf A", 57, "TOLVEN: invalid digest of archive file(s) (error 57). \nDetail: ",

@@ -51,7 +51,7 @@ void CExtract::WalkAndFinish(CArchive& archive, CExtractTarget* target, Counts& 
   try {
     CSelection selection(m_processor.CmdLine().GetNames());
     Walk(archive, selection, counts);
-    CSignedManifest::CheckErrors(&archive, nullptr, counts.invalid, selection.SelectsAll());
+    CSignedManifest::CheckErrors(&archive, nullptr, counts.invalid, &selection);
     walked = true;
     if (target == nullptr) return;
     target->Finish();
