@@ -52,8 +52,8 @@ constexpr LongOption kLongOptions[] = {
     {"-manifest", Kind::kText, {}, &Opt::manifestFile},
     {"-crl", Kind::kText, {}, &Opt::crlFile},
     {"-F", Kind::kText, {}, &Opt::fText},
-    {"-tsaurl", Kind::kText, {}, &Opt::tsaUrl},
-    {"-proxy", Kind::kText, {}, &Opt::proxyUrl},
+    {"-tsaurl", Kind::kUrl, {}, &Opt::tsaUrl},
+    {"-proxy", Kind::kUrl, {}, &Opt::proxyUrl},
 };
 
 constexpr LetterOption kLetterOptions[] = {

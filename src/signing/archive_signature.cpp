@@ -26,17 +26,18 @@ const char* SigningFormat(const CmdOptions& options) {
   return options.tsaUrl != nullptr ? kFormatTimeStamp : kFormatPlain;
 }
 
-// What a stored manifest names itself wins over these.
-void InitForReading(ManifestContext* context, const CmdOptions& options) {
-  InitManifest(context, options, "SHA256", kFormatTimeStamp, "SHA256");
-}
-
 // Key, password and library are proved before the first byte is written: a probe document is signed and
 // forgotten. Without a time stamp, which costs a request.
-void ProveKey(const CmdOptions& options) {
-  const ManifestContextPtr probe = ManifestMakeContext();
-  InitManifest(probe.get(), options, options.hashAlgorithm, kFormatPlain, options.signatureHashAlgorithm);
-  ThrowManifestError(probe.get(), CSmfSign(probe.get(), options));
+void ProveKey(CProcessor& processor) {
+  const CmdOptions& options = processor.Options();
+  for (;;) {
+    const ManifestContextPtr probe = ManifestMakeContext();
+    InitManifest(probe.get(), options, options.hashAlgorithm, kFormatPlain, options.signatureHashAlgorithm);
+    const int code = CSmfSign(probe.get(), options);
+    if (code == SMF_ESIGNATURE && HasPasswordNow(probe.get(), processor)) continue;  // once: it is given now
+    ThrowManifestError(probe.get(), code);
+    return;
+  }
 }
 
 // Whether there is a list to compare with. Who asked for the comparison must not be told that all is well
@@ -69,7 +70,7 @@ void VerifyForReading(CArchive& archive, CProcessor& processor) {
   }
   ManifestContextPtr context = ManifestMakeContext();
   InitForReading(context.get(), options);
-  ThrowManifestError(context.get(), CSmfVerify(context.get(), text, options, 0, false));
+  ThrowManifestError(context.get(), CSmfVerify(context.get(), text, processor, 0, false));
   CompareWithExternal(context.get(), options, options.verifyAsked);
   archive.SetManifest(std::move(context));
   archive.SetHashEntries(true);
@@ -100,11 +101,11 @@ OldSignature HashExistingEntries(CArchive& archive, unsigned long& failed) {
 }
 
 // The old signature is accepted by the certificates of -key, else by the installed ones.
-ManifestContextPtr VerifyOldSignature(const OldSignature& old, const CmdOptions& options) {
+ManifestContextPtr VerifyOldSignature(const OldSignature& old, CProcessor& processor) {
   ManifestContextPtr context = ManifestMakeContext();
-  InitForReading(context.get(), options);
+  InitForReading(context.get(), processor.Options());
   ThrowManifestError(context.get(),
-                     CSmfVerify(context.get(), old.text, options, kManifestKeyIsOptional, false));
+                     CSmfVerify(context.get(), old.text, processor, kManifestKeyIsOptional, false));
   return context;
 }
 
@@ -122,11 +123,11 @@ bool IsUnchanged(CArchive& archive, ManifestContextPtr& old) {
   return failed == 0 && complete;
 }
 
-void PrepareExisting(CArchive& archive, const CmdOptions& options) {
+void PrepareExisting(CArchive& archive, CProcessor& processor) {
   unsigned long failed = 0;
   const OldSignature old = HashExistingEntries(archive, failed);
-  if (old.start != 0 && options.verifySignature) {
-    ManifestContextPtr context = VerifyOldSignature(old, options);
+  if (old.start != 0 && processor.Options().verifySignature) {
+    ManifestContextPtr context = VerifyOldSignature(old, processor);
     errno = 0;
     if (!IsUnchanged(archive, context)) {
       throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
@@ -147,10 +148,10 @@ void PrepareForWriting(CArchive& archive, CProcessor& processor) {
   ManifestContextPtr context = ManifestMakeContext();
   InitManifest(context.get(), options, options.hashAlgorithm, SigningFormat(options),
                options.signatureHashAlgorithm);
-  ProveKey(options);
+  ProveKey(processor);
   archive.SetManifest(std::move(context));
   archive.SetHashEntries(true);
-  if (!archive.IsNew()) PrepareExisting(archive, options);
+  if (!archive.IsNew()) PrepareExisting(archive, processor);
 }
 
 // Counts the listed files that were asked for and have no entry, as failed ones; `text` names the first. The
