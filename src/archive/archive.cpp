@@ -266,10 +266,14 @@ void CArchive::ReadEntryName() {
   m_nameBuffer[m_header.nameLength] = '\0';
   m_storedName = m_nameBuffer.data();  // up to the first zero byte
   const bool isLink = m_header.type == kTypeLink || m_header.type == kTypeShortcut;
-  m_shownName = m_storedName;
-  if (m_options.lowerCase) LowerCase(m_shownName);
-  if (m_options.flat) m_shownName = FlatName(m_shownName, isLink);
+  m_shownName = ShownName(m_storedName, isLink);
   m_header.nameLength = static_cast<std::uint16_t>(m_storedName.size());
+}
+
+std::string CArchive::ShownName(const std::string& storedName, bool isLink) const {
+  std::string name = storedName;
+  if (m_options.lowerCase) LowerCase(name);
+  return m_options.flat ? FlatName(name, isLink) : name;
 }
 
 void CArchive::ReadEntryAccessInfo() {

@@ -72,6 +72,8 @@ class CArchive {
 
   const std::string& Name() const { return m_name; }
   CFileStream& Stream() { return m_stream; }
+  // What an entry of that name is shown as and extracted to, by -lower and -flat.
+  std::string ShownName(const std::string& storedName, bool isLink) const;
   // Where the header of the current entry starts.
   std::int64_t EntryStart() const { return m_entryStart; }
   // Position of the stream; CGetFilePosExcept.

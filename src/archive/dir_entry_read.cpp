@@ -41,8 +41,7 @@ bool CDirEntry::AddToDir(CArchive* archive) {
     if (target != nullptr) CreateEntry(archive);
     AddToDirEx(archive, target != nullptr);
     const bool good = !DoManifestAPI() || m_signed;
-    if (m_pending && good)
-      target->CommitFile(*m_pending, m_header.mode, m_header.mtime, m_shownName, m_signed);
+    if (m_pending && good) target->CommitFile(*m_pending, m_header.mode, m_header.mtime, m_shownName);
     m_pending.reset();
     return good;
   } catch (...) {

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <optional>
+#include <utility>
 
 #include "archive/format.h"
 #include "cmdline/cmd_line.h"
@@ -20,6 +21,7 @@ constexpr int kErrorTemporaryFile = 28;
 constexpr int kErrorForce = 28;
 constexpr int kErrorLink = 36;
 constexpr std::uint32_t kModeSettable = 0xFFF;  // without the file type
+constexpr std::uint32_t kModeRights = 0777;
 
 // True when making the name safe takes more from it than slashes and ".".
 bool LosesComponents(const std::string& name) {
@@ -31,10 +33,17 @@ void MakeParents(CExtractRoot& root, const std::string& path) {
   if (!root.MakeParents(path, failed)) throw CCreateDirExcept(failed);
 }
 
+// It can only be read by setting it: to the narrowest, for the threads of an embedding program.
+std::uint32_t CurrentUmask() {
+  const mode_t mask = umask(kModeRights);
+  umask(mask);
+  return mask;
+}
+
 }  // namespace
 
-CExtractTarget::CExtractTarget(const CmdOptions& options, VerifiedFiles& verified)
-    : m_options(options), m_verified(verified), m_root(!options.noPathValidation) {
+CExtractTarget::CExtractTarget(const CmdOptions& options, bool verified)
+    : m_options(options), m_verified(verified), m_umask(CurrentUmask()), m_root(!options.noPathValidation) {
   if (!m_root.IsOpen()) throw CChgDirExcept(options.targetDir != nullptr ? options.targetDir : ".");
 }
 
@@ -46,6 +55,10 @@ std::string CExtractTarget::PathFor(const std::string& shownName) const {
   if (LosesComponents(shownName))
     PrintLine("TOLVEN: " + ShowText(shownName) + " is extracted as " + ShowText(path));
   return path;
+}
+
+std::uint32_t CExtractTarget::ModeToSet(std::uint32_t mode) const {
+  return m_verified ? mode & kModeRights & ~m_umask : mode & kModeSettable;
 }
 
 std::unique_ptr<CPendingFile> CExtractTarget::OpenFile(const std::string& path, const std::string& name) {
@@ -64,12 +77,8 @@ std::unique_ptr<CPendingFile> CExtractTarget::OpenFile(const std::string& path, 
 }
 
 void CExtractTarget::CommitFile(CPendingFile& file, std::uint32_t mode, std::int64_t mtime,
-                                const std::string& name, bool verified) {
-  struct stat status {};
-  if (verified && fstat(file.Stream().Descriptor(), &status) == 0) {
-    m_verified.emplace(status.st_dev, status.st_ino);
-  }
-  switch (file.Commit(mode & kModeSettable, mtime)) {
+                                const std::string& name) {
+  switch (file.Commit(ModeToSet(mode), mtime)) {
     case CPendingFile::Step::kNone:
       return;
     case CPendingFile::Step::kMode:
@@ -103,7 +112,7 @@ void CExtractTarget::AddDirectory(const std::string& path, const std::string& na
   const bool setMode = created || m_options.changeDirPermissions ||
                        (earlier != m_directories.end() && earlier->second.setMode);
   if (setMode && !created) m_root.OpenToOwner(path);
-  m_directories.insert_or_assign(path, DirectoryRecord{name, mode, mtime, setMode});
+  m_directories.insert_or_assign(path, DirectoryRecord{name, ModeToSet(mode), mtime, setMode});
 }
 
 void CExtractTarget::AddLink(const std::string& path, const std::string& target, const std::string& name) {
@@ -125,18 +134,18 @@ void CExtractTarget::Finish() {
   FinishDirectories();
 }
 
-// Removes what a link may replace: anything but a verified file, and a directory, which the making of the
-// link reports.
+// Removes what a link may replace. What it may not, the making of the link reports.
 bool CExtractTarget::ClearWayForLink(const std::string& path) {
   struct stat status {};
-  if (!m_root.Status(path, status) || S_ISDIR(status.st_mode)) return true;
-  return !m_verified.contains({status.st_dev, status.st_ino}) && m_root.Remove(path);
+  if (m_verified || !m_root.Status(path, status) || S_ISDIR(status.st_mode)) return true;
+  return m_root.Remove(path);
 }
 
 bool CExtractTarget::MakeLink(const LinkRecord& link) {
   std::string failed;
-  return m_root.MakeParents(link.path, failed) && ClearWayForLink(link.path) &&
-         m_root.MakeLink(link.target, link.path);
+  if (!m_root.MakeParents(link.path, failed)) return false;
+  if (m_verified && m_root.IsLinkTo(link.path, link.target)) return true;  // of an earlier extraction
+  return ClearWayForLink(link.path) && m_root.MakeLink(link.target, link.path);
 }
 
 void CExtractTarget::MakeLinks() {

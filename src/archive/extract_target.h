@@ -1,14 +1,10 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include "fileio/extract_root.h"
@@ -23,12 +19,11 @@ struct CmdOptions;
 // capture.
 class CExtractTarget {
  public:
-  // Files that this run extracted and found as they were signed, by device and inode. A signature vouches for
-  // files but not for links: no link may take the place of one of these.
-  using VerifiedFiles = std::set<std::pair<dev_t, ino_t>>;
-
-  // Takes the current directory as the root. `options` and `verified` must outlive the object.
-  CExtractTarget(const CmdOptions& options, VerifiedFiles& verified);
+  // Takes the current directory as the root. `options` must outlive the object. `verified`: the archive's
+  // files are checked against a signature. It vouches for their content only, so what else the archive says
+  // gets no power: modes lose the set-id and sticky bits and pass the umask, and no link takes the place of
+  // anything.
+  CExtractTarget(const CmdOptions& options, bool verified);
 
   // Where an entry of that name goes: made safe by ValidateFilePath, unless -xnopvalid is given. Prints a
   // line when that takes a drive prefix or ".." away.
@@ -37,9 +32,7 @@ class CExtractTarget {
   std::unique_ptr<CPendingFile> OpenFile(const std::string& path, const std::string& name);
   // Gives the file its mode, date and name. CWriteExcept, CChgModExcept, CChgDateExcept, or that it could not
   // be opened for writing (in force mode: that it could not be deleted, 28): something stands in its place.
-  // `verified`: its digest was found right.
-  void CommitFile(CPendingFile& file, std::uint32_t mode, std::int64_t mtime, const std::string& name,
-                  bool verified);
+  void CommitFile(CPendingFile& file, std::uint32_t mode, std::int64_t mtime, const std::string& name);
   // Makes the directory now, closed to others, or opens one that is there to its owner; date and mode follow
   // in Finish. Of two entries of one path the later one counts.
   void AddDirectory(const std::string& path, const std::string& name, std::uint32_t mode, std::int64_t mtime);
@@ -66,13 +59,15 @@ class CExtractTarget {
     std::string name;
   };
   void DropLink(const std::string& path);
+  std::uint32_t ModeToSet(std::uint32_t mode) const;
   bool ClearWayForLink(const std::string& path);
   bool MakeLink(const LinkRecord& link);
   void MakeLinks();
   void FinishDirectories();
 
   const CmdOptions& m_options;
-  VerifiedFiles& m_verified;
+  bool m_verified;
+  std::uint32_t m_umask;
   CExtractRoot m_root;
   std::map<std::string, DirectoryRecord> m_directories;  // by path: what is below one comes behind it
   std::vector<LinkRecord> m_links;                       // an empty path: replaced by a later entry

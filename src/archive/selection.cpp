@@ -6,12 +6,28 @@
 
 namespace tolven {
 
+namespace {
+
+// Whether one of `names` is a directory on the way to `name`.
+bool LeadsTo(const std::unordered_set<std::string>& names, const std::string& name) {
+  if (names.empty()) return false;
+  for (std::size_t slash = name.find('/'); slash != std::string::npos; slash = name.find('/', slash + 1)) {
+    if (names.contains(name.substr(0, slash))) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
 CSelection::CSelection(const std::vector<std::string>& names)
     : m_all(names.empty() || std::find(names.begin(), names.end(), "*") != names.end()),
       m_names(names.begin(), names.end()) {}
 
 bool CSelection::Selects(const CDirEntry& entry) {
   if (m_all) return true;
+  if (entry.DoManifestAPI() && AsksFor(entry.GetStoredName(), entry.GetName())) {
+    ++m_met[entry.GetStoredName()];
+  }
   if (IsListed(entry)) {
     if (entry.IsDirectory()) {
       std::string name = entry.GetStoredName();
@@ -20,7 +36,7 @@ bool CSelection::Selects(const CDirEntry& entry) {
     }
     return true;
   }
-  return LiesBelow(entry.GetStoredName());
+  return LeadsTo(m_directories, entry.GetStoredName());
 }
 
 bool CSelection::IsListed(const CDirEntry& entry) const {
@@ -32,12 +48,14 @@ bool CSelection::IsListed(const CDirEntry& entry) const {
   return false;
 }
 
-bool CSelection::LiesBelow(const std::string& name) const {
-  if (m_directories.empty()) return false;
-  for (std::size_t slash = name.find('/'); slash != std::string::npos; slash = name.find('/', slash + 1)) {
-    if (m_directories.contains(name.substr(0, slash))) return true;
-  }
-  return false;
+bool CSelection::AsksFor(const std::string& stored, const std::string& shown) const {
+  return m_names.contains(stored) || m_names.contains(shown) || LeadsTo(m_names, stored) ||
+         LeadsTo(m_names, shown);
+}
+
+std::size_t CSelection::Met(const std::string& stored) const {
+  const auto found = m_met.find(stored);
+  return found == m_met.end() ? 0 : found->second;
 }
 
 }  // namespace tolven

@@ -64,6 +64,15 @@ void Wipe(char* text, std::size_t length, char filler) {
   for (std::size_t i = 0; i < length; ++i) byte[i] = filler;
 }
 
+// The user and password of a URL, which a proxy may have without a scheme in front; empty when there are
+// none. An "@" behind the host counts too: better too much than a password with a "/" in it.
+std::string_view UserInfo(std::string_view url) {
+  const std::size_t scheme = url.find("://");
+  std::string_view rest = url.substr(scheme == std::string_view::npos ? 0 : scheme + 3);
+  const std::size_t at = rest.rfind('@');
+  return rest.substr(0, at == std::string_view::npos ? 0 : at);
+}
+
 }  // namespace
 
 std::unique_ptr<CCmdLine> CCmdLine::m_pCmdLine;
@@ -79,7 +88,7 @@ void CCmdLine::Destroy() {
 }
 
 void CCmdLine::Reset() {
-  Wipe(m_password.data(), m_password.size(), '\0');
+  for (std::string& secret : m_secrets) Wipe(secret.data(), secret.size(), '\0');
   *this = CCmdLine();
 }
 
@@ -117,9 +126,13 @@ bool CCmdLine::ParseLongOption(const LongOption& option, char* next) {
       GetOptionArg(m_options.*option.text, next, option.Name());
       return true;
     case OptionKind::kPassword:
+    case OptionKind::kUrl: {
       GetOptionArg(m_options.*option.text, next, option.Name());
-      HidePassword(next);
+      const std::string_view given = m_options.*option.text = KeepSecret(next);
+      const std::string_view secret = option.kind == OptionKind::kUrl ? UserInfo(given) : given;
+      Wipe(next + (secret.data() - given.data()), secret.size(), '*');
       return true;
+    }
     case OptionKind::kPermission:
       ParsePermission(next);
       return next != nullptr;
@@ -145,11 +158,9 @@ void CCmdLine::AnchorFileOptions(const std::string& directory) {
   }
 }
 
-// Other users read the arguments of every process.
-void CCmdLine::HidePassword(char* text) {
-  m_password = text;
-  m_options.password = m_password.c_str();
-  Wipe(text, m_password.size(), '*');
+// What is asked for must not stay in the argument vector, which other users read.
+const char* CCmdLine::KeepSecret(std::string_view text) {
+  return m_secrets.emplace_back(text).c_str();
 }
 
 // Read as "%o" is: blanks and a sign in front and anything behind the digits are accepted. Without a text,

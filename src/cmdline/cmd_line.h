@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tolven {
@@ -29,7 +30,7 @@ struct CmdOptions {
   bool verbose = false;
   bool spaceCheck = false;
   bool absolutePaths = false;
-  bool separateVerify = false;  // an argument "-V" of its own; sets verifySignature too
+  bool verifyAsked = false;  // V or M was written, wherever: only signed archives pass. S alone does not ask
   bool ignoreInaccessible = false;
   bool resolveLinks = true;
   bool printStatistics = false;
@@ -75,7 +76,8 @@ class CCmdLine {
   static void Destroy();
 
   // Parses argv[1..argc-1], which must outlive the object; throws CExcept at the first error. The text of
-  // -pwd is copied, kept by the object, and overwritten in `argv`.
+  // -pwd, and user and password in the addresses of -tsaurl and -proxy, are overwritten in `argv`; the object
+  // keeps a copy.
   void SetOptions(int argc, char** argv);
   // Stores the argument of option `optionName` in `target`; throws 18 (given twice) or 19 (no argument).
   static void GetOptionArg(const char*& target, const char* arg, const char* optionName);
@@ -86,6 +88,8 @@ class CCmdLine {
   // Makes the files of the signing options mean what they meant in `directory`, before -C leads away from it.
   // A key without "/" is a name, and one that begins with "pkcs11:" an address; both stay as they are.
   void AnchorFileOptions(const std::string& directory);
+  // As if -pwd had been given.
+  void SetPassword(std::string_view password) { m_options.password = KeepSecret(password); }
   // Back to the state after construction.
   void Reset();
 
@@ -116,12 +120,12 @@ class CCmdLine {
   bool ParseLongOption(const struct LongOption& option, char* next);
   bool ParseLetterGroup(const char* arg, const char* next);
   void ParsePermission(const char* text);
-  void HidePassword(char* text);
+  const char* KeepSecret(std::string_view text);
 
   static std::unique_ptr<CCmdLine> m_pCmdLine;
 
   CmdOptions m_options;
-  std::string m_password;
+  std::list<std::string> m_secrets;   // wiped in the end; options point to them
   std::list<std::string> m_anchored;  // what anchored options point to
   bool m_archivesParsed = false;
   std::vector<std::string> m_archives;

@@ -14,6 +14,9 @@ constexpr FlagEffects Clear(bool Opt::*member) {
 }
 
 // The effects that both tables name.
+// No letter behind it takes the demand for a signature back.
+constexpr FlagEffects kVerify = {FlagEffect{&Opt::verifyAsked, true},
+                                 FlagEffect{&Opt::verifySignature, true}};
 constexpr FlagEffects kVerbose = Set(&Opt::verbose);
 constexpr FlagEffects kIgnoreCase = Set(&Opt::ignoreCase);
 constexpr FlagEffects kStatistics = Set(&Opt::printStatistics);
@@ -27,7 +30,7 @@ constexpr LongOption kLongOptions[] = {
     {"-lower", Kind::kFlags, Set(&Opt::lowerCase)},
     {"-flat", Kind::kFlags, Set(&Opt::flat)},
     {"-xnopvalid", Kind::kFlags, Set(&Opt::noPathValidation)},
-    {"-V", Kind::kFlags, {FlagEffect{&Opt::separateVerify, true}, FlagEffect{&Opt::verifySignature, true}}},
+    {"-V", Kind::kFlags, kVerify},
     {"-v", Kind::kFlags, kVerbose},
     {"-e", Kind::kFlags, Set(&Opt::redirectOutput)},
     {"-g", Kind::kFlags, kIgnoreCase},
@@ -49,8 +52,8 @@ constexpr LongOption kLongOptions[] = {
     {"-manifest", Kind::kText, {}, &Opt::manifestFile},
     {"-crl", Kind::kText, {}, &Opt::crlFile},
     {"-F", Kind::kText, {}, &Opt::fText},
-    {"-tsaurl", Kind::kText, {}, &Opt::tsaUrl},
-    {"-proxy", Kind::kText, {}, &Opt::proxyUrl},
+    {"-tsaurl", Kind::kUrl, {}, &Opt::tsaUrl},
+    {"-proxy", Kind::kUrl, {}, &Opt::proxyUrl},
 };
 
 constexpr LetterOption kLetterOptions[] = {
@@ -61,9 +64,9 @@ constexpr LetterOption kLetterOptions[] = {
     {'a', CMD_APPEND},
     {'m', CMD_MERGE},
     {'l', CMD_SCAN},
-    {'M', CMD_NONE, Set(&Opt::verifySignature)},
+    {'M', CMD_NONE, kVerify},
     {'S', CMD_NONE, Set(&Opt::sign)},
-    {'V', CMD_NONE, Set(&Opt::verifySignature)},
+    {'V', CMD_NONE, kVerify},
     {'f'},
     {'g', CMD_NONE, kIgnoreCase},
     {'h', CMD_NONE, kKeepDirModes},

@@ -18,6 +18,7 @@ enum class OptionKind {
   kFlags,       // sets `flags`
   kText,        // the next argument becomes `text`
   kPassword,    // the same, and is hidden afterwards
+  kUrl,         // the same, but only user and password are hidden
   kPermission,  // the next argument is an octal number
   kIgnored,     // another platform's option: said so, and nothing else
 };

@@ -227,6 +227,15 @@ bool CExtractRoot::Status(const std::string& path, struct stat& status) {
   return parent >= 0 && fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+bool CExtractRoot::IsLinkTo(const std::string& path, const std::string& target) {
+  Split split;
+  if (!SplitFilePath(path, split)) return false;
+  const int parent = OpenParent(split.parent);
+  std::string found(target.size() + 1, '\0');  // room to see a longer one
+  const ssize_t length = parent < 0 ? -1 : readlinkat(parent, split.name.c_str(), found.data(), found.size());
+  return length >= 0 && std::string_view(found.data(), static_cast<std::size_t>(length)) == target;
+}
+
 bool CExtractRoot::MakeLink(const std::string& target, const std::string& path) {
   Split split;
   if (!SplitFilePath(path, split)) return false;

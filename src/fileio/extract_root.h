@@ -55,6 +55,8 @@ class CExtractRoot {
   [[nodiscard]] bool Remove(const std::string& path);
   // lstat.
   [[nodiscard]] bool Status(const std::string& path, struct stat& status);
+  // True iff `path` is a symbolic link to just that target.
+  [[nodiscard]] bool IsLinkTo(const std::string& path, const std::string& target);
   // Makes a symbolic link and remembers it as one never to follow in this run.
   [[nodiscard]] bool MakeLink(const std::string& target, const std::string& path);
   // For a directory that still is one (a link in its place is a failure): date, then mode & 0xFFF.

@@ -89,7 +89,7 @@ void ThrowForTargetDirectory(const Call& call) {
 
 void CTypeOld::Execute() {
   Call call{.processor = m_processor, .archive = m_archive};
-  if (!m_processor.Options().verifySignature) {
+  if (!m_processor.Options().verifyAsked) {
     if (!Run(call, 't')) throw Failure(call);
     return;
   }
@@ -104,7 +104,7 @@ void CTypeOld::Execute() {
 void CExtractOld::Execute() {
   const CmdOptions& options = m_processor.Options();
   const std::string verb = options.command == CMD_TEST ? "tested" : "extracted";
-  const bool writes = options.command == CMD_EXTRACT && !options.verifySignature;
+  const bool writes = options.command == CMD_EXTRACT && !options.verifyAsked;
 
   Call call{.processor = m_processor, .archive = m_archive};
   if (!Run(call, writes ? 'x' : 'd')) {
@@ -112,7 +112,7 @@ void CExtractOld::Execute() {
     if (call.headerRead) PrintLine("TOLVEN: not all files could be " + verb);
     throw Failure(call);
   }
-  if (options.verifySignature) throw NotSigned(m_archive);
+  if (options.verifyAsked) throw NotSigned(m_archive);
   PrintLine("TOLVEN: " + std::to_string(call.done) + " file(s) " + verb);
 }
 

@@ -2,8 +2,11 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <span>
 #include <string>
+#include <unordered_map>
 
+#include "archive/selection.h"
 #include "fileio/utils.h"
 #include "report/except.h"
 #include "report/run_status.h"
@@ -23,45 +26,52 @@ const char* SigningFormat(const CmdOptions& options) {
   return options.tsaUrl != nullptr ? kFormatTimeStamp : kFormatPlain;
 }
 
-// What a stored manifest names itself wins over these.
-void InitForReading(ManifestContext* context, const CmdOptions& options) {
-  InitManifest(context, options, "SHA256", kFormatTimeStamp, "SHA256");
-}
-
 // Key, password and library are proved before the first byte is written: a probe document is signed and
 // forgotten. Without a time stamp, which costs a request.
-void ProveKey(const CmdOptions& options) {
-  const ManifestContextPtr probe = ManifestMakeContext();
-  InitManifest(probe.get(), options, options.hashAlgorithm, kFormatPlain, options.signatureHashAlgorithm);
-  ThrowManifestError(probe.get(), CSmfSign(probe.get(), options));
-}
-
-void CompareWithExternal(ManifestContext* context, const CmdOptions& options) {
-  if (options.manifestFile == nullptr) return;
-  errno = 0;
-  if (!CUtils::ExistsFile(options.manifestFile)) {
-    // One that cannot be looked at may be there, and may differ.
-    if (errno != ENOENT && errno != ENOTDIR) throw COpenExcept(options.manifestFile);
+void ProveKey(CProcessor& processor) {
+  const CmdOptions& options = processor.Options();
+  for (;;) {
+    const ManifestContextPtr probe = ManifestMakeContext();
+    InitManifest(probe.get(), options, options.hashAlgorithm, kFormatPlain, options.signatureHashAlgorithm);
+    const int code = CSmfSign(probe.get(), options);
+    if (code == SMF_ESIGNATURE && HasPasswordNow(probe.get(), processor)) continue;  // once: it is given now
+    ThrowManifestError(probe.get(), code);
     return;
   }
+}
+
+// Whether there is a list to compare with. Who asked for the comparison must not be told that all is well
+// when there was none: with `required` a missing one is an error.
+bool HasExternal(const CmdOptions& options, bool required) {
+  if (options.manifestFile == nullptr) return false;
+  errno = 0;
+  if (CUtils::ExistsFile(options.manifestFile)) return true;
+  // One that cannot be looked at may be there, and may differ.
+  if (errno != ENOENT && errno != ENOTDIR) throw COpenExcept(options.manifestFile);
+  if (!required) return false;
+  const std::string name = ShowText(options.manifestFile);
+  throw CInvalManifestExcept("External manifest file >" + name + "< does not exist", SMF_EBODY_NOT_EQUAL, 0);
+}
+
+void CompareWithExternal(ManifestContext* context, const CmdOptions& options, bool required) {
+  if (!HasExternal(options, required)) return;
   ThrowManifestError(context, ManifestVerifyBody(context, options.manifestFile));
 }
 
 void VerifyForReading(CArchive& archive, CProcessor& processor) {
   const CmdOptions& options = processor.Options();
-  if (!options.verifySignature && !options.sign) return;
+  if (!options.verifyAsked && !options.sign) return;
   std::int64_t offset = 0;
   const std::string text = GetManifestContent(archive, offset);
   if (offset == 0) {
     errno = 0;
-    const bool mustBeSigned = options.separateVerify || !options.sign;
-    if (mustBeSigned) throw CExcept(NotSignedMessage(archive.Name()), kErrorNotSigned, false);
+    if (options.verifyAsked) throw CExcept(NotSignedMessage(archive.Name()), kErrorNotSigned, false);
     return;
   }
   ManifestContextPtr context = ManifestMakeContext();
   InitForReading(context.get(), options);
-  ThrowManifestError(context.get(), CSmfVerify(context.get(), text, options, 0, false));
-  CompareWithExternal(context.get(), options);
+  ThrowManifestError(context.get(), CSmfVerify(context.get(), text, processor, 0, false));
+  CompareWithExternal(context.get(), options, options.verifyAsked);
   archive.SetManifest(std::move(context));
   archive.SetHashEntries(true);
 }
@@ -91,11 +101,11 @@ OldSignature HashExistingEntries(CArchive& archive, unsigned long& failed) {
 }
 
 // The old signature is accepted by the certificates of -key, else by the installed ones.
-ManifestContextPtr VerifyOldSignature(const OldSignature& old, const CmdOptions& options) {
+ManifestContextPtr VerifyOldSignature(const OldSignature& old, CProcessor& processor) {
   ManifestContextPtr context = ManifestMakeContext();
-  InitForReading(context.get(), options);
+  InitForReading(context.get(), processor.Options());
   ThrowManifestError(context.get(),
-                     CSmfVerify(context.get(), old.text, options, kManifestKeyIsOptional, false));
+                     CSmfVerify(context.get(), old.text, processor, kManifestKeyIsOptional, false));
   return context;
 }
 
@@ -113,11 +123,11 @@ bool IsUnchanged(CArchive& archive, ManifestContextPtr& old) {
   return failed == 0 && complete;
 }
 
-void PrepareExisting(CArchive& archive, const CmdOptions& options) {
+void PrepareExisting(CArchive& archive, CProcessor& processor) {
   unsigned long failed = 0;
   const OldSignature old = HashExistingEntries(archive, failed);
-  if (old.start != 0 && options.verifySignature) {
-    ManifestContextPtr context = VerifyOldSignature(old, options);
+  if (old.start != 0 && processor.Options().verifySignature) {
+    ManifestContextPtr context = VerifyOldSignature(old, processor);
     errno = 0;
     if (!IsUnchanged(archive, context)) {
       throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
@@ -134,13 +144,32 @@ void PrepareExisting(CArchive& archive, const CmdOptions& options) {
 void PrepareForWriting(CArchive& archive, CProcessor& processor) {
   if (!CSignedManifest::IsSigning(processor)) return;
   const CmdOptions& options = processor.Options();
+  static_cast<void>(HasExternal(options, true));
   ManifestContextPtr context = ManifestMakeContext();
   InitManifest(context.get(), options, options.hashAlgorithm, SigningFormat(options),
                options.signatureHashAlgorithm);
-  ProveKey(options);
+  ProveKey(processor);
   archive.SetManifest(std::move(context));
   archive.SetHashEntries(true);
-  if (!archive.IsNew()) PrepareExisting(archive, options);
+  if (!archive.IsNew()) PrepareExisting(archive, processor);
+}
+
+// Counts the listed files that were asked for and have no entry, as failed ones; `text` names the first. The
+// library's own check is for all files: one that nobody asked for must not show in its errors.
+unsigned long CountMissing(CArchive& archive, const CSelection& selection, std::string& text) {
+  std::span<const ManifestFile> files;
+  ManifestContext* context = archive.Manifest();
+  if (ManifestGetFileCounter(context) == 0 || ManifestGetFileList(context, &files) != SMF_OK) return 0;
+  unsigned long missing = 0;
+  std::unordered_map<std::string, std::size_t> listed;
+  for (const ManifestFile& file : files) {
+    const std::string name(file.name);
+    if (!selection.AsksFor(name, archive.ShownName(name, false))) continue;
+    if (++listed[name] <= selection.Met(name)) continue;
+    if (++missing == 1) text = "File >" + ShowText(name) + "< of the manifest was not found";
+  }
+  if (missing > 0) archive.NoteManifestFailure(SMF_EFILENOTFOUND);
+  return missing;
 }
 
 }  // namespace
@@ -154,7 +183,7 @@ void CSignedManifest::VerifyArchiveSignature(bool writing, CArchive* archive, CP
 }
 
 void CSignedManifest::CheckErrors(CArchive* archive, CDirEntry* entry, unsigned long& counter,
-                                  bool complete) {
+                                  const CSelection* selection) {
   ManifestContext* context = archive->Manifest();
   if (context == nullptr) return;
   if (entry != nullptr) {
@@ -163,13 +192,18 @@ void CSignedManifest::CheckErrors(CArchive* archive, CDirEntry* entry, unsigned 
     if (!entry->IsEntrySigned()) ++counter;
     return;
   }
+  std::string missing;
+  const bool all = selection != nullptr && selection->SelectsAll();
+  if (selection != nullptr && !all) counter += CountMissing(*archive, *selection, missing);
   errno = 0;
-  if (complete && counter == 0) {
+  if (all && counter == 0) {
     const int code = ManifestCheckAllMet(context);
     if (code != SMF_OK) throw CInvalManifestExcept(ManifestGetLastError(context), code, 0);
   }
   if (counter == 0) return;
   std::string detail = ManifestGetLastError(context);
+  if (!detail.empty() && !missing.empty()) detail += '\n';
+  detail += missing;
   if (counter > 1) detail = std::to_string(counter) + " files of the archive are invalid:\n" + detail;
   throw CInvalManifestExcept(detail, archive->ManifestFailure(), ManifestLastDkvErrorCode(context));
 }
@@ -188,7 +222,7 @@ void CSignedManifest::CreateArchiveSignature(CArchive* archive, CProcessor* proc
   const CmdOptions& options = processor->Options();
   ManifestContext* context = archive->Manifest();
   const bool replaces = archive->IsSigned();
-  CompareWithExternal(context, options);
+  CompareWithExternal(context, options, true);
   // In memory first: a signature or a time stamp that fails leaves the archive as it is.
   ThrowManifestError(context, CSmfSign(context, options));
   const std::string& warning = ManifestSigningWarning(context);

@@ -9,7 +9,9 @@
 #include "report/except.h"
 #include "report/run_files.h"
 #include "report/show_text.h"
+#include "signing/crypto/dkv.h"
 #include "signing/crypto/trace.h"
+#include "signing/key_password.h"
 #include "signing/signed_manifest.h"
 
 namespace tolven {
@@ -79,21 +81,37 @@ void InitManifest(ManifestContext* context, const CmdOptions& options, const cha
   if (code != SMF_OK) throw CInvalManifestExcept(ManifestGetLastError(context), code, 0);
 }
 
-int CSmfVerify(ManifestContext* context, std::string_view text, const CmdOptions& options, unsigned flags,
+void InitForReading(ManifestContext* context, const CmdOptions& options) {
+  InitManifest(context, options, "SHA256", "PKCS7-TSTAMP", "SHA256");
+}
+
+int CSmfVerify(ManifestContext* context, std::string_view text, CProcessor& processor, unsigned flags,
                bool verifyFiles) {
+  const CmdOptions& options = processor.Options();
   std::vector<std::uint8_t> crl;
   if (options.crlFile != nullptr) {
     crl = ReadCrlFile(options.crlFile);
     flags |= kManifestRequireCrl;
   }
-  const int code = ManifestVerifyEx(context, text.data(), text.size(), options.key, options.key,
-                                    options.password, crl, flags, verifyFiles, true);
+  const auto verify = [&] {
+    return ManifestVerifyEx(context, text.data(), text.size(), options.key, options.key, options.password,
+                            crl, flags, verifyFiles, true);
+  };
+  int code = verify();
+  if (code == SMF_ESIGNATURE && options.key != nullptr && HasPasswordNow(context, processor)) {
+    InitForReading(context, options);
+    code = verify();
+  }
   return code == SMF_ESIGNATURE_EXTERNAL || code == SMF_ESIGNATURE_VALIDATION ? SMF_OK : code;
 }
 
 int CSmfSign(ManifestContext* context, const CmdOptions& options) {
   return ManifestLocalSign(context, options.key, options.key, options.password, options.tsaUrl,
                            options.proxyUrl);
+}
+
+bool HasPasswordNow(const ManifestContext* context, CProcessor& processor) {
+  return ManifestLastDkvErrorCode(context) == DKV_ERR_PASSWORD && ObtainPassword(processor);
 }
 
 void ThrowManifestError(ManifestContext* context, int code) {

@@ -25,16 +25,23 @@ std::string GetManifestContent(CArchive& archive, std::int64_t& offset);
 // Readies a context with the library of -L. Failure is CInvalManifestExcept.
 void InitManifest(ManifestContext* context, const CmdOptions& options, const char* fileHash,
                   const char* format, const char* signatureHash);
+// The same with the defaults for a document that is read: what it names itself wins over these.
+void InitForReading(ManifestContext* context, const CmdOptions& options);
 
 // Checks the signature of `text` by the certificates of -key (else the installed ones; with
 // kManifestKeyIsOptional in `flags` by either) and the CRLs of -crl; with `verifyFiles` also the files on
-// disk. SMF_OK also for a signature of an external or the validation key; the context's category and text
-// then carry the warning. A CRL file that cannot be read is an exception.
-[[nodiscard]] int CSmfVerify(ManifestContext* context, std::string_view text, const CmdOptions& options,
+// disk. Asks for the key's password when it turns out to need one. SMF_OK also for a signature of an external
+// or the validation key; the context's category and text then carry the warning. A CRL file that cannot be
+// read is an exception.
+[[nodiscard]] int CSmfVerify(ManifestContext* context, std::string_view text, CProcessor& processor,
                              unsigned flags, bool verifyFiles);
 
-// Signs the context's document with -key and -pwd.
+// Signs the context's document with -key and its password.
 [[nodiscard]] int CSmfSign(ManifestContext* context, const CmdOptions& options);
+
+// True when what failed in that context wanted a password that nobody has given so far, and there now is one:
+// worth another attempt, with a fresh context.
+[[nodiscard]] bool HasPasswordNow(const ManifestContext* context, CProcessor& processor);
 
 // CInvalSignatureExcept for an invalid signature, CInvalManifestExcept for everything else; SMF_OK returns.
 void ThrowManifestError(ManifestContext* context, int code);

@@ -68,8 +68,8 @@ void CSignatureVerify::Execute() {
     try {
       const auto bytes = text.Contents();
       const std::string_view document(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-      code = CSmfVerify(context.get(), document, options, 0, true);
-    } catch (const CExcept& error) {  // the CRL file
+      code = CSmfVerify(context.get(), document, m_processor, 0, true);
+    } catch (const CExcept& error) {  // the CRL file, or the password
       code = SMF_ECRL;
       detail = error.GetMsg();
     }

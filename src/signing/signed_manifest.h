@@ -11,6 +11,8 @@
 
 namespace tolven {
 
+class CSelection;
+
 // The signed manifest: the last entry of a signed archive, holding every file's digest under one signature.
 // Also the home of the flows that make and check it. Files are covered; directories and links are not.
 class CSignedManifest : public CDirEntry {
@@ -43,8 +45,9 @@ class CSignedManifest : public CDirEntry {
   // be appended to or signed already holds, and leaves the write position where the next entry goes.
   static void VerifyArchiveSignature(bool writing, CArchive* archive, CProcessor* processor);
   // With an entry: runs its data through the digest and counts it when it is not listed or differs. Without:
-  // raises what was counted; with `complete` also when a listed file was not met.
-  static void CheckErrors(CArchive* archive, CDirEntry* entry, unsigned long& counter, bool complete = false);
+  // raises what was counted; with `selection` also when a listed file that it takes was not met.
+  static void CheckErrors(CArchive* archive, CDirEntry* entry, unsigned long& counter,
+                          const CSelection* selection = nullptr);
   // An entry that was not selected goes by: a later one of its name still answers to its own record.
   static void PassEntry(CArchive* archive, const CDirEntry& entry);
   // At the end of a listing, test or extraction: who signed, with -v.

@@ -2,6 +2,7 @@
 was taken apart and changes it.
 """
 import archivefile
+import harness
 import signing_support as support
 from archivefile import directory, entry, link, regular
 from signing_support import body_line
@@ -246,6 +247,21 @@ def damaged_token(scene):
     scene.put_document(support.document(signed, signature))
 
 
+# --- What no signature covers: modes, directories, links.
+
+def with_mode(name, mode):
+    return lambda scene: setattr(scene.find(name), "mode", mode)
+
+
+class Power:
+    """`before` stands in the way of an extraction; then the `place` is as with -V, and otherwise as without (the control).
+    A mode, or a link's target; None for what stood there."""
+
+    def __init__(self, name, change, place, checked, unchecked, before=None):
+        self.name, self.change, self.place, self.before = name, change, place, before
+        self.checked, self.unchecked = checked, unchecked
+
+
 DIGEST, UNLISTED = "invalid digest of archive file(s) (error 57)", "at least one file was not signed (error 58)"
 MODIFIED, INVALID = "but the content was modified", "Signature invalid"
 PARSER, DECODER = "Error in manifest parser", "Error in Base64 Decoder"
@@ -275,6 +291,18 @@ FILE_ATTACKS = [
     Attack("file turned into a directory", turn_into(directory("a")), 58, UNLISTED, without("a")),
     Attack("second file of the manifest's name", before_manifest(regular(support.MANIFEST_NAME, EVIL)), 58, UNLISTED,
            ALL),
+]
+
+UMASK = 0o027
+POWERS = [
+    Power("set-uid and all rights", with_mode("a", 0o104777), "a", 0o750, 0o4777),
+    Power("set-gid", with_mode("z", 0o102755), "z", 0o750, 0o2755),
+    Power("sticky directory for everybody", with_mode("d", 0o041777), "d", 0o750, 0o1777),
+    Power("set-gid directory that was there", with_mode("d", 0o042775), "d", 0o750, 0o2775, harness.Directory()),
+    Power("link for a file", insert(link("l", "/etc")), "l", None, "/etc", "mine"),
+    Power("link for a link", insert(link("l", "/etc")), "l", None, "/etc", harness.Link("mine")),
+    Power("link at a free place", insert(link("l", "/etc")), "l", "/etc", "/etc"),
+    Power("link that is there already", insert(link("l", "/etc")), "l", "/etc", "/etc", harness.Link("/etc")),
 ]
 
 PLACE_ATTACKS = [

@@ -2,13 +2,14 @@
 list, test and extract, and extraction must leave nothing but files that are what was signed.
 """
 import os
+import stat
 
 import archivefile
 import harness
 import signing_support as support
 from archivefile import directory, link
-from attack_table import (DOCUMENT_ATTACKS, ENTRIES, FILE_ATTACKS, FILES, PLACE_ATTACKS, SIGNER_ATTACKS, UNSIGNED, Scene,
-                          block_behind, insert, signed_anew)
+from attack_table import (DOCUMENT_ATTACKS, ENTRIES, FILE_ATTACKS, FILES, PLACE_ATTACKS, POWERS, SIGNER_ATTACKS, UMASK,
+                          UNSIGNED, Scene, block_behind, insert, signed_anew)
 from harness import Directory
 from signing_support import pki
 
@@ -125,6 +126,36 @@ class Extraction(AttackTest):
                     self.assertEqual(found, FILES)
                     # A link in front of the file it is named like gives way without a word.
                     self.assertIn(run.code, (36, 0) if at == 0 else (36,), run)
+
+    def found(self, path):
+        """A link's target, or the mode."""
+        if os.path.islink(path):
+            return os.readlink(path)
+        return stat.S_IMODE(os.lstat(path).st_mode)
+
+    def test_no_power(self):
+        """With and without a file in the way, by V as a letter, as an argument and as what S implies."""
+        for row in POWERS:
+            scene = Scene(_made["plain"])
+            row.change(scene)
+            self.write("A", scene.packed())
+            for options in (["-xVvf"], ["-V", "-xvjf"], ["-xSvf"], ["-xvf"]):
+                with self.subTest(row.name, options=options):
+                    self.fresh("out")
+                    harness.build_tree(self.path("out"), {} if row.before is None else {row.place: row.before})
+                    place = self.path("out", row.place)
+                    before = None if row.before is None else self.found(place)
+                    run = self.run_tolven(*options, "A", "-R", "out", preexec=lambda: os.umask(UMASK))
+                    checked = options != ["-xvf"]
+                    expected = row.checked if checked else row.unchecked
+                    if "-xvjf" in options and isinstance(row.before, Directory):
+                        expected = before  # j leaves directories alone
+                    self.assertEqual(self.found(place), before if expected is None else expected)
+                    self.assertEqual(run.code, 36 if expected is None else 0, run)
+                    links = int(row.place == "l")
+                    uncovered = "TOLVEN: 1 directory(s) and %d link(s) not covered by the signature" % links
+                    self.assertEqual(run.lines[-1] == uncovered, checked, run)
+                    self.assertEqual("not covered" in "\n".join(run.lines), checked, run)
 
     def test_a_link_for_a_directory(self):
         os.mkdir(self.path("outside"))

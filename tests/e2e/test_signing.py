@@ -1,10 +1,13 @@
 """Signing and verifying on the command line: every way that should work, and what a user is told when it does not."""
+import fcntl
 import functools
 import os
 import pty
 import re
 import shutil
+import signal
 import subprocess
+import termios
 
 import archivefile
 import harness
@@ -49,7 +52,7 @@ class FirstUse(support.SigningTest):
                 break
             output += piece
             # An answer must not be typed before the question: the terminal would show it.
-            if asked < len(answers) and len(re.findall(rb"[Pp]assword: |Once more: ", output)) > asked:
+            if asked < len(answers) and len(re.findall(rb"[Pp]assword[^:\n]*: |Once more: ", output)) > asked:
                 os.write(terminal, answers[asked].encode() + b"\n")
                 asked += 1
         os.close(terminal)
@@ -89,6 +92,50 @@ class FirstUse(support.SigningTest):
         self.assertRegex(text, r"\n\n[0-9a-f]{64} 000b dir/read-me\n")
         self.assertRegex(text, r"\n\n-----BEGIN SIGNATURE-----\n([A-Za-z0-9+/]{64}\n)*[A-Za-z0-9+/=]{1,64}\n"
                                r"-----END SIGNATURE-----$")
+
+    def test_password_from_a_file(self):
+        self.env["SECUDIR"] = pki("sec")
+        key = ["-key", pki("signer.p12")]
+        for name, content, mode, text in (
+                ("good", "secret", 0o600, None), ("line", "secret\r\nmore", 0o400, None),
+                ("group", "secret", 0o640, "chmod 600 group"), ("others", "secret", 0o604, "chmod 600 others"),
+                ("none", "\nsecret", 0o600, "first line"), ("long", "x" * 5000, 0o600, "first line"),
+                ("wrong", "Secret", 0o600, "password"), ("gone", None, 0, "gone"), (".", None, 0, "not a regular file")):
+            if content is not None:
+                harness.write_file(self.path(name), content, mode)
+            env = {"TOLVEN_PASSWORD_FILE": name}
+            with self.subTest(name):
+                for args in (["-cSf", "A", "dir"], ["-tVf", "A"]):
+                    if text is None:
+                        self.assertEqual(self.run_tolven(*args, *key, env=env).code, 0)
+                    else:
+                        self.create("A", "dir") if args[0] == "-cSf" else self.sign_new("A", "dir")
+                        self.refused([*args, *key], 60, text, env=env)
+        self.sign_new("A", "dir", options=[*key, "-pwd", "secret"])
+        self.assertEqual(self.run_tolven("-tVf", "A", *key, "-pwd", "secret", env=env).code, 0, "-pwd comes first")
+
+    def test_echo_comes_back(self):
+        """Whatever ends the question."""
+        for ending in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, b"\x03", b"\x04", b"x\n", b"secret\n"):
+            master, slave = pty.openpty()
+            with self.subTest(ending), subprocess.Popen(
+                    [harness.BINARY, "-cSf", "A", "-key", pki("signer.p12"), "dir"], cwd=self.dir, env=self.environment,
+                    stdin=slave, stdout=slave, stderr=slave, start_new_session=True,
+                    preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0)) as process:
+                said = b""
+                while b"Password of" not in said:
+                    said += os.read(master, 1000)
+                self.assertEqual(termios.tcgetattr(slave)[3] & termios.ECHO, 0)
+                if isinstance(ending, bytes):
+                    os.write(master, ending)
+                else:
+                    process.send_signal(ending)
+                code = process.wait(harness.TIMEOUT)
+                expected = {b"\x03": -signal.SIGINT, b"\x04": 60, b"x\n": 60, b"secret\n": 0}.get(ending)
+                self.assertEqual(code, -ending if expected is None else expected)
+                self.assertNotEqual(termios.tcgetattr(slave)[3] & termios.ECHO, 0)
+            os.close(master)
+            os.close(slave)
 
     def test_with_an_authority(self):
         self.shell("mkdir -p home/.tolven/sec; cp %s root.pem; cp %s inter.pem" % (pki("root.crt"), pki("inter.crt")))
@@ -234,6 +281,27 @@ class RoundTrip(support.SigningTest):
         self.refused("-dVf A dir/big dir/read-me", 57)
         self.refused("-dVf A dir/big more", 58)
         self.refused("-dVf A", 58, "2 files of the archive are invalid:\n")
+        # A listed file that has no entry counts when its name, or that of a directory above it, is asked for.
+        self.create("A", "dir")
+        self.expect(["-Sf", "A", "-key", pki("signer.pse")], [])
+        self.write("names", "dir/read-me\n")
+        asked = (["dir/read-me"], ["-A", "names"], ["dir"], ["read-me", "-flat"], ["dir/big", "dir/read-me"])
+        others = (["dir/big"], ["dir/read-m"], ["dir/sub"], ["dir/read-me/x"])
+        for missing in (False, True):
+            if missing:
+                entries = [item for item in archivefile.read(self.path("A"))[1] if item.name != b"dir/read-me"]
+                self.write("A", archive(*map(support.pack, entries)))
+            for command in ("-tVf", "-dVf", "-xVf"):
+                for names in asked + others:
+                    where = ["-R", self.fresh("out")] if command == "-xVf" else []
+                    if missing and names in asked:
+                        self.refused([command, "A", *where, *names], 58, "File >dir/read-me< of the manifest was not found")
+                    else:
+                        self.assertEqual(self.run_tolven(command, "A", *where, *names).code, 0, names)
+        self.assertNotIn(">ERROR<", "\n".join(self.run_tolven("-dVvf", "A", "dir/big").lines))
+        entries = [item for item in archivefile.read(self.path("A"))[1] if not item.name.startswith(b"dir/sub/")]
+        self.write("A", archive(*map(support.pack, entries)))
+        self.refused("-dVf A dir", 58, "3 files of the archive are invalid:\n")
         self.sign_new("A", "dir/read-me", "dir/empty", "dir/big")
         self.change("A", "dir/read-me", b"from me")
         run = self.refused("-dVf A", 57, "TOLVEN: invalid digest of archive file(s) (error 57). \nDetail: ",

@@ -35,12 +35,13 @@ void CExtract::ProcessArchive(const std::string& name) {
     throw CChgDirExcept(options.targetDir);
   }
   std::optional<CExtractTarget> target;
-  if (!IsTest()) target.emplace(options, m_verified);
+  if (!IsTest()) target.emplace(options, archive.Manifest() != nullptr);
   archive.SetTarget(target ? &*target : nullptr);
   Counts counts;
   WalkAndFinish(archive, archive.Target(), counts);
   CSignedManifest::PrintMessage(&archive, &m_processor);
   PrintResult(counts);
+  if (target && archive.Manifest() != nullptr && options.verbose) PrintUncovered(counts);
 }
 
 // Whatever ends the walk, the directories get their dates and modes. So do links get made, but none of an
@@ -50,7 +51,7 @@ void CExtract::WalkAndFinish(CArchive& archive, CExtractTarget* target, Counts& 
   try {
     CSelection selection(m_processor.CmdLine().GetNames());
     Walk(archive, selection, counts);
-    CSignedManifest::CheckErrors(&archive, nullptr, counts.invalid, selection.SelectsAll());
+    CSignedManifest::CheckErrors(&archive, nullptr, counts.invalid, &selection);
     walked = true;
     if (target == nullptr) return;
     target->Finish();
@@ -88,6 +89,8 @@ void CExtract::ProcessEntry(CArchive& archive, CDirEntry& entry, Counts& counts)
     return;
   }
   m_processor.Statistics().CountFile();
+  if (entry.IsDirectory()) ++counts.directories;
+  if (entry.IsLink()) ++counts.links;
   if (entry.AddToDir(&archive)) {
     ++counts.good;
     return;
@@ -102,6 +105,11 @@ void CExtract::PrintResult(const Counts& counts) const {
     return;
   }
   PrintLine("TOLVEN: " + std::to_string(counts.good) + " file(s) " + (IsTest() ? "tested" : "extracted"));
+}
+
+void CExtract::PrintUncovered(const Counts& counts) const {
+  PrintLine("TOLVEN: " + std::to_string(counts.directories) + " directory(s) and " +
+            std::to_string(counts.links) + " link(s) not covered by the signature");
 }
 
 void CExtract::PrintIncomplete() const {

@@ -28,6 +28,8 @@ class CExtract : public CCommand {
     unsigned long good = 0;
     unsigned long failed = 0;
     unsigned long invalid = 0;  // files that differ from the signed manifest; failed ones too
+    unsigned long directories = 0;
+    unsigned long links = 0;
   };
 
   void ProcessArchive(const std::string& name);
@@ -35,12 +37,12 @@ class CExtract : public CCommand {
   void Walk(CArchive& archive, CSelection& selection, Counts& counts);
   void ProcessEntry(CArchive& archive, CDirEntry& entry, Counts& counts);
   void PrintResult(const Counts& counts) const;
+  void PrintUncovered(const Counts& counts) const;
   void PrintIncomplete() const;
   bool IsTest() const { return m_processor.Command() == CMD_TEST; }
 
   CProcessor& m_processor;
   const IEntryFactory& m_factory;
-  CExtractTarget::VerifiedFiles m_verified;  // of all archives of the run
 };
 
 }  // namespace tolven

@@ -50,7 +50,7 @@ void CType::ListEntries(CArchive& archive) {
     if (!entry->IsSignedManifest()) m_processor.Statistics().CountFile();
     if (m_spaceCheck) m_spaceInfo.AddInfo(entry->GetName(), entry->GetSpaceNeeded(), true);
   }
-  CSignedManifest::CheckErrors(&archive, nullptr, invalid, selection.SelectsAll());
+  CSignedManifest::CheckErrors(&archive, nullptr, invalid, &selection);
   CSignedManifest::PrintMessage(&archive, &m_processor);
 }
 

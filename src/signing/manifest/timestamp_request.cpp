@@ -14,6 +14,14 @@ constexpr char kQueryType[] = "application/timestamp-query";
 constexpr char kReplyType[] = "application/timestamp-reply";
 constexpr char kFailed[] = "Timestamp request failed";
 
+// What a message may say of an address: not who asks, nor by what password.
+std::string WithoutUser(const std::string& url) {
+  const std::size_t scheme = url.find("://");
+  const std::size_t start = scheme == std::string::npos ? 0 : scheme + 3;
+  const std::size_t at = url.rfind('@');
+  return at == std::string::npos || at < start ? url : url.substr(0, start) + url.substr(at + 1);
+}
+
 // The steps of one request. A step that fails leaves its text and returns false.
 class Exchange {
  public:
@@ -64,7 +72,8 @@ bool Exchange::MakeQuery() {
 bool Exchange::SplitUrls() {
   if (!SmfUtilSplitURL(m_request.tsaUrl, m_target)) return Fail("Host-URL is not a valid URL");
   if (m_target.scheme != "http" && m_target.scheme != "https") {
-    return Fail("Host-URL " + m_request.tsaUrl + " specifies an unsupported scheme " + m_target.scheme);
+    return Fail("Host-URL " + WithoutUser(m_request.tsaUrl) + " specifies an unsupported scheme " +
+                m_target.scheme);
   }
   if (m_request.proxyUrl.empty()) return true;
   // A proxy is often given as host and port alone.
@@ -77,7 +86,8 @@ bool Exchange::SplitUrls() {
     return Fail("Proxy-URL specifies user/password; this code does not support proxy authentication");
   }
   if (m_proxy.scheme == "http") return true;
-  return Fail("Proxy-URL " + m_request.proxyUrl + " specifies an unsupported scheme " + m_proxy.scheme);
+  return Fail("Proxy-URL " + WithoutUser(m_request.proxyUrl) + " specifies an unsupported scheme " +
+              m_proxy.scheme);
 }
 
 bool Exchange::Transfer() {

@@ -34,39 +34,47 @@ TEST(BufferedStream, ReadsRunOnAndWritesAreBounded) {
 
 class ExtractTargetTest : public test::TempDirTest {
  protected:
-  static void PutFile(CExtractTarget& target, const std::string& path, bool verified) {
+  static void PutFile(CExtractTarget& target, const std::string& path, std::uint32_t mode) {
     std::string content = "x";
     const auto pending = target.OpenFile(path, path);
     unsigned long done = 0;
     ASSERT_TRUE(pending->Stream().Write(reinterpret_cast<unsigned char*>(content.data()), 1, &done));
-    target.CommitFile(*pending, 0644, 1000, path, verified);
+    target.CommitFile(*pending, mode, 1000, path);
+  }
+  static std::uint32_t ModeOf(const char* path) {
+    struct stat status {};
+    return stat(path, &status) == 0 ? status.st_mode & 07777 : 0;
   }
 
   CmdOptions m_options;
   CAPILogMan m_log;
   RunStatus m_status{.exitCode = 0, .logManager = &m_log};
   RunStatusScope m_scope{m_status};
-  CExtractTarget::VerifiedFiles m_verified;
 };
 
-// The second target is the run's next archive, which may be unsigned.
-TEST_F(ExtractTargetTest, NoLinkTakesThePlaceOfAVerifiedFile) {
+TEST_F(ExtractTargetTest, WhatIsNotSignedGetsNoPower) {
+  const mode_t mask = umask(027);
   test::WriteFile("before", "x");
-  CExtractTarget first(m_options, m_verified);
-  PutFile(first, "signed", true);
-  PutFile(first, "plain", false);
-  first.Finish();
-  CExtractTarget second(m_options, m_verified);
-  for (const char* name : {"before", "signed", "plain"}) second.AddLink(name, "elsewhere", name);
-  second.Finish();
-  second.AddLink("more", "t", "more");
-  second.DropLinks();
-  second.Finish();
-  for (const char* name : {"before", "plain"}) EXPECT_EQ(fs::read_symlink(name), "elsewhere");
-  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status("signed")));
+  fs::create_symlink("long", "other");
+  fs::create_symlink("long", "same");
+  CExtractTarget target(m_options, true);
+  target.AddDirectory("d", "d", 047777, 5);
+  PutFile(target, "signed", 0107777);
+  for (const char* name : {"before", "signed", "new"}) target.AddLink(name, "elsewhere", name);
+  target.AddLink("other", "lon", "other");
+  target.AddLink("same", "long", "same");
+  target.Finish();
+  target.AddLink("more", "t", "more");
+  target.DropLinks();
+  target.Finish();
+  EXPECT_EQ(umask(mask), 027U);
+  EXPECT_TRUE(fs::is_regular_file("before") && fs::is_regular_file("signed") && fs::is_symlink("new"));
+  EXPECT_EQ(fs::read_symlink("other"), "long");
   EXPECT_FALSE(fs::is_symlink("more"));
-  EXPECT_EQ(second.FailedLinks(), 1U);
+  EXPECT_EQ(target.FailedLinks(), 3U);
   EXPECT_EQ(m_status.exitCode, 36);
+  EXPECT_EQ(ModeOf("signed"), 0750U);
+  EXPECT_EQ(ModeOf("d"), 0750U);
 }
 
 }  // namespace
