@@ -49,16 +49,15 @@ void LowerCase(std::string& name) {
 
 }  // namespace
 
-CArchive::CArchive(const std::string& fileName, unsigned int mode, const IEntryFactory& factory,
-                   const CmdOptions& options)
-    : m_factory(factory), m_options(options) {
+CArchive::CArchive(const std::string& fileName, unsigned int mode, const ArchiveServices& services)
+    : m_services(services) {
   Open(fileName, mode);
   if ((mode & kOpenCreate) != 0) SetNewHeader();
 }
 
 CArchive::CArchive(const std::string& fileName, const COutputFile& file, bool isNew,
-                   const IEntryFactory& factory, const CmdOptions& options)
-    : m_factory(factory), m_options(options), m_name(fileName) {
+                   const ArchiveServices& services)
+    : m_services(services), m_name(fileName) {
   errno = 0;
   if (!m_stream.Attach(file.Share(), CFileStream::Writes::kBuffered)) throw COpenExcept(fileName);
   TakeSize();
@@ -272,8 +271,8 @@ void CArchive::ReadEntryName() {
 
 std::string CArchive::ShownName(const std::string& storedName, bool isLink) const {
   std::string name = storedName;
-  if (m_options.lowerCase) LowerCase(name);
-  return m_options.flat ? FlatName(name, isLink) : name;
+  if (Options().lowerCase) LowerCase(name);
+  return Options().flat ? FlatName(name, isLink) : name;
 }
 
 void CArchive::ReadEntryAccessInfo() {
@@ -283,9 +282,9 @@ void CArchive::ReadEntryAccessInfo() {
 
 CDirEntry* CArchive::EntryFactory() {
   EntryClass entryClass = EntryClass::kFile;
-  const bool isManifest =
-      m_header.type == kTypeManifest ||
-      (m_header.type == kTypeRegular && m_factory.IsTypeManifest(m_header, m_storedName, m_accessInfo));
+  const bool isManifest = m_header.type == kTypeManifest ||
+                          (m_header.type == kTypeRegular &&
+                           m_services.factory.IsTypeManifest(m_header, m_storedName, m_accessInfo));
   if (isManifest) {
     m_signed = true;
     m_header.mode = 0600;
@@ -298,9 +297,9 @@ CDirEntry* CArchive::EntryFactory() {
     ThrowFormat("TOLVEN: unknown entry type encountered");
   }
   std::unique_ptr<CDirEntry>& entry = m_entries[static_cast<std::size_t>(entryClass)];
-  if (!entry) entry = m_factory.NewEntry(entryClass);
+  if (!entry) entry = m_services.factory.NewEntry(entryClass);
   entry->SetReadState(m_storedName, m_shownName, m_header, m_accessInfo, m_entryStart,
-                      m_hashEntries && entryClass == EntryClass::kFile);
+                      m_witness != nullptr && entryClass == EntryClass::kFile);
   return entry.get();
 }
 

@@ -9,15 +9,24 @@
 
 #include "archive/entry_factory.h"
 #include "archive/format.h"
+#include "archive/signature.h"
 #include "fileio/file_stream.h"
-#include "signing/manifest/manifest.h"
 
 namespace tolven {
 
+class CCompressMan;
 class CDirEntry;
 class CExtractTarget;
 class COutputFile;
 struct CmdOptions;
+
+// What a caller gives each archive that it opens, and must outlive it. There is no other way in: an archive
+// reads nothing that is process-wide, so that several may be open at a time.
+struct ArchiveServices {
+  const IEntryFactory& factory;
+  const CmdOptions& options;
+  CCompressMan& buffers;  // of one thread: archives that are read in turn share them
+};
 
 // An open archive file: its header, and the walk over its entries. There is no index and no trailer; the walk
 // starts at the front and ends where the file ends. Failures are CReadExcept, CWriteExcept and COpenExcept
@@ -25,13 +34,11 @@ struct CmdOptions;
 class CArchive {
  public:
   // Opens the file (`mode`: the flags of file_stream.h); COpenExcept. With kOpenCreate alone the header is
-  // taken as checked and valid. `factory` and `options` must outlive the archive.
-  CArchive(const std::string& fileName, unsigned int mode, const IEntryFactory& factory,
-           const CmdOptions& options);
+  // taken as checked and valid.
+  CArchive(const std::string& fileName, unsigned int mode, const ArchiveServices& services);
   // The same for a file that this run has open for writing. With `isNew` the header is taken as checked and
   // valid.
-  CArchive(const std::string& fileName, const COutputFile& file, bool isNew, const IEntryFactory& factory,
-           const CmdOptions& options);
+  CArchive(const std::string& fileName, const COutputFile& file, bool isNew, const ArchiveServices& services);
   ~CArchive();
   CArchive(const CArchive&) = delete;
   CArchive& operator=(const CArchive&) = delete;
@@ -88,24 +95,16 @@ class CArchive {
   void Seek(std::int64_t position);
   void SeekToEnd();
 
-  // --- Signing. The context lists the entries' digests: fed while entries are written or hashed, compared
-  // with while entries of a signed archive are read.
-  ManifestContext* Manifest() { return m_manifest.get(); }
-  void SetManifest(ManifestContextPtr manifest) { m_manifest = std::move(manifest); }
-  ManifestContextPtr ExchangeManifest(ManifestContextPtr manifest) {
-    return std::exchange(m_manifest, std::move(manifest));
+  const CmdOptions& Options() const { return m_services.options; }
+  CCompressMan& Buffers() const { return m_services.buffers; }
+
+  // Regular files that are read or written from now on pass their data to the witness, if there is one.
+  IEntryWitness* Witness() const { return m_witness.get(); }
+  std::unique_ptr<IEntryWitness> ExchangeWitness(std::unique_ptr<IEntryWitness> witness) {
+    return std::exchange(m_witness, std::move(witness));
   }
-  // Entries of regular files that are read or written pass their data to the manifest.
-  void SetHashEntries(bool hash) { m_hashEntries = hash; }
-  bool HashEntries() const { return m_hashEntries; }
-  // The first code with which an entry failed against the manifest; SMF_OK while none did.
-  void NoteManifestFailure(int code) {
-    if (m_manifestFailure == SMF_OK) m_manifestFailure = code;
-  }
-  int ManifestFailure() const { return m_manifestFailure; }
   // True once a signed manifest was met.
   bool IsSigned() const { return m_signed; }
-  void SetSigned(bool isSigned) { m_signed = isSigned; }
 
   // Where an extraction puts things; null while an archive is only read. Not owned.
   void SetTarget(CExtractTarget* target) { m_pTarget = target; }
@@ -129,8 +128,7 @@ class CArchive {
   bool ReadType(unsigned char* type);
   void SkipPayload(BlockType type);
 
-  const IEntryFactory& m_factory;
-  const CmdOptions& m_options;
+  ArchiveServices m_services;
   std::string m_name;
   CFileStream m_stream;
   std::array<char, 4> m_magic{};
@@ -145,9 +143,7 @@ class CArchive {
   std::string m_storedName;
   std::string m_shownName;
   std::vector<std::uint8_t> m_accessInfo;
-  ManifestContextPtr m_manifest;
-  bool m_hashEntries = false;
-  int m_manifestFailure = SMF_OK;
+  std::unique_ptr<IEntryWitness> m_witness;
   bool m_signed = false;
   CExtractTarget* m_pTarget = nullptr;
   // One object a class, filled anew for each entry of it.

@@ -36,7 +36,8 @@ bool CNormalCompress::compress(CArchive& archive, std::uint32_t& crc, std::uint3
   const std::span<std::uint8_t> input = m_buffers.Input();
   const std::span<std::uint8_t> payload = m_buffers.Output().subspan(kBlockHeaderSize);
   crc = CRC32Buf(crc, input.data(), length);
-  Hash(archive, length);
+  IEntryWitness* witness = m_pEntry->DoManifestAPI() ? archive.Witness() : nullptr;
+  if (witness != nullptr) witness->Update(input.first(length));
   std::int32_t read = 0;
   std::int32_t written = 0;
   const auto total = static_cast<std::int32_t>(length);
@@ -64,13 +65,6 @@ std::uint32_t CNormalCompress::ReadChunk() {
     throw CReadExcept(m_pEntry->GetPath());
   }
   return static_cast<std::uint32_t>(done);
-}
-
-void CNormalCompress::Hash(CArchive& archive, std::uint32_t length) {
-  if (!m_pEntry->DoManifestAPI()) return;
-  if (ManifestUpdateFile(archive.Manifest(), m_buffers.Input().data(), length) != SMF_OK) {
-    throw CInvalManifestExcept(ManifestGetLastError(archive.Manifest()), SMF_EDIGESTLIB, 0);
-  }
 }
 
 void CNormalCompress::WriteBlock(CArchive& archive, BlockType type, std::uint32_t length) {

@@ -23,7 +23,6 @@ class CNormalCompress : public ICompressStrategy {
   // True when the block was the last.
   bool compress(CArchive& archive, std::uint32_t& crc, std::uint32_t& length);
   std::uint32_t ReadChunk();
-  void Hash(CArchive& archive, std::uint32_t length);
   void WriteBlock(CArchive& archive, BlockType type, std::uint32_t length);
 
   CCompressMan& m_buffers;

@@ -9,7 +9,7 @@
 
 #include "fileio/working_directory.h"
 #include "main/command_factory.h"
-#include "main/run/processor.h"
+#include "main/processor.h"
 #include "main/run_guarded.h"
 #include "report/log_man.h"
 #include "report/run_status.h"

@@ -85,9 +85,9 @@ void InitForReading(ManifestContext* context, const CmdOptions& options) {
   InitManifest(context, options, "SHA256", "PKCS7-TSTAMP", "SHA256");
 }
 
-int CSmfVerify(ManifestContext* context, std::string_view text, CProcessor& processor, unsigned flags,
+int CSmfVerify(ManifestContext* context, std::string_view text, IRunServices& run, unsigned flags,
                bool verifyFiles) {
-  const CmdOptions& options = processor.Options();
+  const CmdOptions& options = run.Options();
   std::vector<std::uint8_t> crl;
   if (options.crlFile != nullptr) {
     crl = ReadCrlFile(options.crlFile);
@@ -98,7 +98,7 @@ int CSmfVerify(ManifestContext* context, std::string_view text, CProcessor& proc
                             crl, flags, verifyFiles, true);
   };
   int code = verify();
-  if (code == SMF_ESIGNATURE && options.key != nullptr && HasPasswordNow(context, processor)) {
+  if (code == SMF_ESIGNATURE && options.key != nullptr && HasPasswordNow(context, run)) {
     InitForReading(context, options);
     code = verify();
   }
@@ -110,8 +110,8 @@ int CSmfSign(ManifestContext* context, const CmdOptions& options) {
                            options.proxyUrl);
 }
 
-bool HasPasswordNow(const ManifestContext* context, CProcessor& processor) {
-  return ManifestLastDkvErrorCode(context) == DKV_ERR_PASSWORD && ObtainPassword(processor);
+bool HasPasswordNow(const ManifestContext* context, IRunServices& run) {
+  return ManifestLastDkvErrorCode(context) == DKV_ERR_PASSWORD && ObtainPassword(run);
 }
 
 void ThrowManifestError(ManifestContext* context, int code) {

@@ -4,14 +4,17 @@
 #include <ctime>
 
 #include "archive/entry_data.h"
+#include "cmdline/run_services.h"
 #include "cslib/crc32.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
+#include "signing/manifest_witness.h"
 
 namespace tolven {
 
-CSignedManifest::CSignedManifest(std::string_view text) : CDirEntry(std::string(kManifestName)) {
+CSignedManifest::CSignedManifest(std::string_view text, PackContext& pack)
+    : CDirEntry(std::string(kManifestName), pack) {
   std::string copy(text);
   unsigned long done = 0;
   if (!m_text.Write(reinterpret_cast<unsigned char*>(copy.data()), copy.size(), &done)) {
@@ -45,7 +48,7 @@ void CSignedManifest::SetReadState(const std::string& storedName, const std::str
 }
 
 void CSignedManifest::AddToDirEx(CArchive* archive, bool) {
-  CEntryDataReader reader(*archive, *m_pTheCompressor, m_shownName);
+  CEntryDataReader reader(*archive, archive->Buffers(), m_shownName);
   std::uint32_t crc = 0;
   std::span<std::uint8_t> piece;
   while (reader.Next(piece)) {
@@ -74,15 +77,15 @@ void PrintSignatureDetails(ManifestContext* context, const char* unknownSigner) 
   PrintLine("TOLVEN: Signature Type    >" + signer + "<");
 }
 
-void CSignedManifest::PrintMessage(CArchive* archive, CProcessor* processor) {
-  if (!processor->Options().verbose || !archive->IsSigned() || archive->Manifest() == nullptr) return;
-  PrintSignatureDetails(archive->Manifest(), "Unknown signer");
+void CSignedManifest::PrintMessage(CArchive& archive, IRunServices& run) {
+  if (!run.Options().verbose || !archive.IsSigned() || archive.Witness() == nullptr) return;
+  PrintSignatureDetails(CManifestWitness::ManifestOf(archive), "Unknown signer");
 }
 
-void CSignedManifest::CheckArchiveSigned(CArchive* archive, bool mustBeSigned, const std::string& message,
+void CSignedManifest::CheckArchiveSigned(CArchive& archive, bool mustBeSigned, const std::string& message,
                                          int exitCode) {
   bool isSigned = false;
-  for (CDirEntry* entry = archive->First(); entry != nullptr; entry = archive->Next()) {
+  for (CDirEntry* entry = archive.First(); entry != nullptr; entry = archive.Next()) {
     isSigned = isSigned || entry->IsSignedManifest();
   }
   errno = 0;
@@ -93,9 +96,9 @@ void CSignedManifest::SetStartDirectory(const std::string& directory) {
   ManifestSetStartDirectory(directory);
 }
 
-bool CSignedManifest::IsSigning(const CProcessor& processor) {
-  const CmdOptions& options = processor.Options();
-  return options.sign || options.verifySignature || processor.Command() == CMD_SIGN;
+bool CSignedManifest::IsSigning(const IRunServices& run) {
+  const CmdOptions& options = run.Options();
+  return options.sign || options.verifySignature || run.Command() == CMD_SIGN;
 }
 
 }  // namespace tolven
