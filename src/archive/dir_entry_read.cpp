@@ -6,7 +6,6 @@
 #include "archive/dir_entry.h"
 #include "archive/entry_data.h"
 #include "archive/extract_target.h"
-#include "cslib/crc32.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
@@ -81,10 +80,8 @@ void CDirEntry::AddToDirEx(CArchive* archive, bool write) {
 void CDirEntry::DecompressMe(CArchive* archive, bool write) {
   ManifestContext* manifest = DoManifestAPI() ? archive->Manifest() : nullptr;
   CEntryDataReader reader(*archive, *m_pTheCompressor, m_shownName);
-  std::uint32_t crc = 0;
-  std::span<std::uint8_t> piece;
+  std::span<const std::uint8_t> piece;
   while (reader.Next(piece)) {
-    crc = CRC32Buf(crc, piece.data(), piece.size());
     if (manifest != nullptr && ManifestUpdateFile(manifest, piece.data(), piece.size()) != SMF_OK) {
       throw CInvalManifestExcept(ManifestGetLastError(manifest), SMF_EDIGESTLIB, 0);
     }
@@ -97,7 +94,7 @@ void CDirEntry::DecompressMe(CArchive* archive, bool write) {
     }
   }
   // A stored CRC of 0 means that there is none.
-  if (reader.StoredCrc() == 0 || reader.StoredCrc() == crc) return;
+  if (reader.StoredCrc() == 0 || reader.StoredCrc() == reader.Crc()) return;
   errno = 0;
   if (m_pending && !m_pending->Discard()) {
     throw CExcept("TOLVEN: could not delete " + ShowText(m_shownName), kErrorChecksum, true);

@@ -44,7 +44,7 @@ void CheckManifest(ManifestContext* context, int code, const std::string& detail
 
 }  // namespace
 
-bool CDirEntry::ProcessOptions() {
+bool CDirEntry::ProcessOptions(CArchive& archive) {
   if (IsSignedManifest()) return false;
   const CmdOptions& options = m_pTheProcessor->Options();
   if (m_pTheProcessor->ExcludeThis(m_path)) {
@@ -56,7 +56,7 @@ bool CDirEntry::ProcessOptions() {
   std::string newName;
   if (m_pTheProcessor->CmdLine().FindNewName(m_storedName, newName)) m_storedName = newName;
   if (options.printStatistics) m_pTheProcessor->Statistics().CountFile();
-  if (options.verbose) PrintLine((m_pTheProcessor->ScanOnly() ? "t " : "a ") + ShowText(m_path));
+  if (options.verbose) archive.Output().Print((m_pTheProcessor->ScanOnly() ? "t " : "a ") + ShowText(m_path));
   return false;
 }
 
@@ -87,26 +87,34 @@ void CDirEntry::ReportUnreadable(int systemError) {
   m_pTheProcessor->FileNotAvail(m_path, SystemErrorText());
 }
 
+// In its place among the lines of the entries before it.
+void CDirEntry::ReportNotAvailable(CArchive& archive, const std::string& reason) {
+  archive.Output().Drain();
+  m_pTheProcessor->FileNotAvail(m_path, reason);
+}
+
 bool CDirEntry::AddToArchive(CArchive* archive) {
   errno = 0;
-  if (ProcessOptions()) return false;
+  if (ProcessOptions(*archive)) return false;
   // A bar in a link's own path would be taken for the one in front of the target.
   const bool ambiguous = IsLink() && m_storedName.find('|') != std::string::npos;
   const std::uint32_t type = GetSourceKind().type;
   EntryHeader header;
   if (!OpenSource() || !FillEntryHeader(header)) {
-    ReportUnknown(errno);
+    const int error = errno;
+    archive->Output().Drain();
+    ReportUnknown(error);
     return false;
   }
   if (type != 0 && (header.mode & kModeTypeMask) != type) {
-    m_pTheProcessor->FileNotAvail(m_path, "replaced while being archived");
+    ReportNotAvailable(*archive, "replaced while being archived");
     return false;
   }
   ResolveLink();
   if (m_storedName.size() + 1 > kMaxNameLength) {
-    m_pTheProcessor->FileNotAvail(m_path, "name too long");
+    ReportNotAvailable(*archive, "name too long");
   } else if (ambiguous) {
-    m_pTheProcessor->FileNotAvail(m_path, "link name contains \"|\"");
+    ReportNotAvailable(*archive, "link name contains \"|\"");
   } else if (IsLink() || (header.mode & kModeTypeMask) == kModeTypeDirectory) {
     if (!m_pTheProcessor->ScanOnly()) WriteHeader(archive, header);
   } else {
@@ -119,7 +127,9 @@ void CDirEntry::WriteFile(CArchive* archive, EntryHeader& header) {
   CFileStream file;
   errno = 0;
   if (!file.Attach(m_source.Release())) {
-    ReportUnreadable(errno);
+    const int error = errno;
+    archive->Output().Drain();
+    ReportUnreadable(error);
     return;
   }
   if (m_pTheProcessor->ScanOnly()) return;  // opened only to see that it can be

@@ -231,6 +231,7 @@ void CSignedManifest::CreateArchiveSignature(CArchive* archive, CProcessor* proc
   strategy->SetDirectoryEntry(&entry);
   entry.AddToArchive(archive);
   strategy->execute(archive);
+  archive->Output().Drain();
   if (replaces && !archive->Stream().Truncate()) throw CWriteExcept(archive->Name());
   if (options.verbose) {
     PrintLine("TOLVEN: Signature of archive " + ShowText(archive->Name()) + " was successfully created");
