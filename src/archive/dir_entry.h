@@ -101,7 +101,7 @@ class CDirEntry {
 
   bool FillBaseHeader(EntryHeader& header, EntryType type);
   // Applies -X, -P, -T, -n and -v. True: leave the entry out.
-  bool ProcessOptions();
+  bool ProcessOptions(CArchive& archive);
   // "x PATH" or "t PATH".
   void PrintVerbose(const CArchive* archive) const;
 
@@ -123,6 +123,7 @@ class CDirEntry {
   [[nodiscard]] bool OpenSource();
   void ReportUnknown(int systemError);
   void ReportUnreadable(int systemError);
+  void ReportNotAvailable(CArchive& archive, const std::string& reason);
   // Header, data and digest of a file.
   void WriteFile(CArchive* archive, EntryHeader& header);
   void CloseWitness(IEntryWitness& witness);

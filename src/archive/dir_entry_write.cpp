@@ -41,7 +41,7 @@ std::string AbsolutePath(const std::string& path) {
 
 }  // namespace
 
-bool CDirEntry::ProcessOptions() {
+bool CDirEntry::ProcessOptions(CArchive& archive) {
   if (IsSignedManifest()) return false;
   const CmdOptions& options = m_pPack->run.Options();
   if (m_pPack->run.ExcludeThis(m_path)) {
@@ -53,7 +53,7 @@ bool CDirEntry::ProcessOptions() {
   std::string newName;
   if (m_pPack->run.FindNewName(m_storedName, newName)) m_storedName = newName;
   if (options.printStatistics) m_pPack->run.Statistics().CountFile();
-  if (options.verbose) PrintLine((m_pPack->run.ScanOnly() ? "t " : "a ") + ShowText(m_path));
+  if (options.verbose) archive.Output().Print((m_pPack->run.ScanOnly() ? "t " : "a ") + ShowText(m_path));
   return false;
 }
 
@@ -84,26 +84,34 @@ void CDirEntry::ReportUnreadable(int systemError) {
   m_pPack->run.FileNotAvail(m_path, SystemErrorText());
 }
 
+// In its place among the lines of the entries before it.
+void CDirEntry::ReportNotAvailable(CArchive& archive, const std::string& reason) {
+  archive.Output().Drain();
+  m_pPack->run.FileNotAvail(m_path, reason);
+}
+
 bool CDirEntry::AddToArchive(CArchive* archive) {
   errno = 0;
-  if (ProcessOptions()) return false;
+  if (ProcessOptions(*archive)) return false;
   // A bar in a link's own path would be taken for the one in front of the target.
   const bool ambiguous = IsLink() && m_storedName.find('|') != std::string::npos;
   const std::uint32_t type = GetSourceKind().type;
   EntryHeader header;
   if (!OpenSource() || !FillEntryHeader(header)) {
-    ReportUnknown(errno);
+    const int error = errno;
+    archive->Output().Drain();
+    ReportUnknown(error);
     return false;
   }
   if (type != 0 && (header.mode & kModeTypeMask) != type) {
-    m_pPack->run.FileNotAvail(m_path, "replaced while being archived");
+    ReportNotAvailable(*archive, "replaced while being archived");
     return false;
   }
   ResolveLink();
   if (m_storedName.size() + 1 > kMaxNameLength) {
-    m_pPack->run.FileNotAvail(m_path, "name too long");
+    ReportNotAvailable(*archive, "name too long");
   } else if (ambiguous) {
-    m_pPack->run.FileNotAvail(m_path, "link name contains \"|\"");
+    ReportNotAvailable(*archive, "link name contains \"|\"");
   } else if (IsLink() || (header.mode & kModeTypeMask) == kModeTypeDirectory) {
     if (!m_pPack->run.ScanOnly()) WriteHeader(archive, header);
   } else {
@@ -116,7 +124,9 @@ void CDirEntry::WriteFile(CArchive* archive, EntryHeader& header) {
   CFileStream file;
   errno = 0;
   if (!file.Attach(m_source.Release())) {
-    ReportUnreadable(errno);
+    const int error = errno;
+    archive->Output().Drain();
+    ReportUnreadable(error);
     return;
   }
   if (m_pPack->run.ScanOnly()) return;  // opened only to see that it can be

@@ -16,7 +16,7 @@ bool CBufferedStream::Read(unsigned char* buf, unsigned long n, unsigned long* d
   return true;
 }
 
-bool CBufferedStream::Write(unsigned char* buf, unsigned long n, unsigned long* done) {
+bool CBufferedStream::Write(const unsigned char* buf, unsigned long n, unsigned long* done) {
   if (n > m_limit - m_data.size()) {
     *done = 0;
     return false;
@@ -31,7 +31,7 @@ bool CNullStream::Read(unsigned char*, unsigned long n, unsigned long* done) {
   return true;
 }
 
-bool CNullStream::Write(unsigned char*, unsigned long n, unsigned long* done) {
+bool CNullStream::Write(const unsigned char*, unsigned long n, unsigned long* done) {
   *done = n;
   return true;
 }

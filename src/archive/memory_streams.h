@@ -17,7 +17,7 @@ class CBufferedStream : public CFileStream {
 
   // False, with 0 bytes, when nothing was written yet.
   [[nodiscard]] bool Read(unsigned char* buf, unsigned long n, unsigned long* done) override;
-  [[nodiscard]] bool Write(unsigned char* buf, unsigned long n, unsigned long* done) override;
+  [[nodiscard]] bool Write(const unsigned char* buf, unsigned long n, unsigned long* done) override;
   void Open(const std::string&, unsigned int, unsigned int) override {}
   [[nodiscard]] bool Open() const override { return true; }
 
@@ -38,7 +38,7 @@ class CBufferedStream : public CFileStream {
 class CNullStream : public CFileStream {
  public:
   [[nodiscard]] bool Read(unsigned char* buf, unsigned long n, unsigned long* done) override;
-  [[nodiscard]] bool Write(unsigned char* buf, unsigned long n, unsigned long* done) override;
+  [[nodiscard]] bool Write(const unsigned char* buf, unsigned long n, unsigned long* done) override;
   void Open(const std::string&, unsigned int, unsigned int) override {}
   [[nodiscard]] bool Open() const override { return true; }
 };

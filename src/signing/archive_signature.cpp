@@ -189,6 +189,7 @@ void CSignedManifest::CreateArchiveSignature(CArchive& archive, IRunServices& ru
   pack.strategy.SetDirectoryEntry(&entry);
   entry.AddToArchive(&archive);
   pack.strategy.execute(&archive);
+  archive.Output().Drain();
   if (replaces && !archive.Stream().Truncate()) throw CWriteExcept(archive.Name());
   if (options.verbose) {
     PrintLine("TOLVEN: Signature of archive " + ShowText(archive.Name()) + " was successfully created");
