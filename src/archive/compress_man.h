@@ -7,6 +7,7 @@
 
 #include "archive/format.h"
 #include "cslib/crc32.h"
+#include "cslib/cslib.h"
 
 namespace tolven {
 
@@ -20,9 +21,16 @@ class CCompressMan {
   static constexpr const std::array<std::uint32_t, 256>& crc_32_tab = kCrc32Table;
 
   CCompressMan() : m_input(kInputBufferSize), m_output(kBlockSize) {}
+  ~CCompressMan() { static_cast<void>(CsRCloseHandle(m_engine)); }
   CCompressMan(const CCompressMan&) = delete;
   CCompressMan& operator=(const CCompressMan&) = delete;
 
+  // The engine's handle of these buffers: taken when it is first asked for, so that whoever only walks has
+  // none. Negative when there is none to be had.
+  int Engine() {
+    if (m_engine < 0) m_engine = CsSearchNewHandle();
+    return m_engine;
+  }
   // A block payload.
   std::span<std::uint8_t> Input() { return m_input; }
   // A piece of the uncompressed data.
@@ -31,6 +39,7 @@ class CCompressMan {
  private:
   std::vector<std::uint8_t> m_input;
   std::vector<std::uint8_t> m_output;
+  int m_engine = -1;
 };
 
 }  // namespace tolven

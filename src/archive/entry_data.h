@@ -4,19 +4,23 @@
 #include <span>
 #include <string>
 
-#include "archive/archive.h"
 #include "archive/compress_man.h"
+#include "archive/entry_blocks.h"
 
 namespace tolven {
 
-// The uncompressed data of the current entry of an archive, piece by piece. It ends at the entry's "ED" or
+// The uncompressed data of one entry, piece by piece. It ends at the entry's "ED" or
 // "UE" block, never by a count taken from the header: a block starts a stream when none is open and continues
 // it otherwise, so archives of both versions, and mixtures, read alike. Memory is the two buffers of
 // `buffers`.
 class CEntryDataReader {
  public:
-  CEntryDataReader(CArchive& archive, CCompressMan& buffers, const std::string& name)
-      : m_archive(archive), m_input(buffers.Input()), m_output(buffers.Output()), m_name(name) {}
+  CEntryDataReader(IEntryBlocks& blocks, CCompressMan& buffers, const std::string& name)
+      : m_blocks(blocks),
+        m_buffers(buffers),
+        m_input(buffers.Input()),
+        m_output(buffers.Output()),
+        m_name(name) {}
 
   // The next piece, valid until the next call; false at the end. CDecompExcept for data that is no stream of
   // the engine, a stream that the last block leaves unfinished, or a raw block inside a stream.
@@ -31,7 +35,8 @@ class CEntryDataReader {
   bool TakeAhead(std::span<const std::uint8_t>& piece);
   bool Decompress(std::span<const std::uint8_t>& piece);
 
-  CArchive& m_archive;
+  IEntryBlocks& m_blocks;
+  CCompressMan& m_buffers;
   std::span<std::uint8_t> m_input;
   std::span<std::uint8_t> m_output;
   const std::string& m_name;

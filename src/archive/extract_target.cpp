@@ -1,8 +1,10 @@
 #include "archive/extract_target.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <fstream>
 #include <optional>
 #include <utility>
 
@@ -33,8 +35,14 @@ void MakeParents(CExtractRoot& root, const std::string& path) {
   if (!root.MakeParents(path, failed)) throw CCreateDirExcept(failed);
 }
 
-// It can only be read by setting it: to the narrowest, for the threads of an embedding program.
+// Other threads of an embedding program may be making files: without /proc it can only be read by setting it,
+// then to the narrowest.
 std::uint32_t CurrentUmask() {
+  std::ifstream status("/proc/self/status");
+  for (std::string word; status >> word;) {
+    std::uint32_t shown = 0;
+    if (word == "Umask:" && status >> std::oct >> shown) return shown;
+  }
   const mode_t mask = umask(kModeRights);
   umask(mask);
   return mask;
@@ -43,7 +51,13 @@ std::uint32_t CurrentUmask() {
 }  // namespace
 
 CExtractTarget::CExtractTarget(const CmdOptions& options, bool verified)
-    : m_options(options), m_verified(verified), m_umask(CurrentUmask()), m_root(!options.noPathValidation) {
+    : CExtractTarget(options, verified, AT_FDCWD) {}
+
+CExtractTarget::CExtractTarget(const CmdOptions& options, bool verified, int directory)
+    : m_options(options),
+      m_verified(verified),
+      m_umask(verified ? CurrentUmask() : 0),
+      m_root(!options.noPathValidation, directory, true) {
   if (!m_root.IsOpen()) throw CChgDirExcept(options.targetDir != nullptr ? options.targetDir : ".");
 }
 
