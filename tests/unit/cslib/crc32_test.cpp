@@ -58,19 +58,6 @@ TEST(Crc32, EveryKernelAgreesWithZlibAtEveryLengthAndAlignment) {
   }
 }
 
-TEST(Crc32, LongBuffersInPiecesGiveTheSameRegister) {
-  const Bytes bytes = RandomBytes(1 << 20, 7);
-  const std::uint32_t whole = ZlibRegister(0, bytes.data(), bytes.size());
-  EXPECT_EQ(CRC32Buf(0, bytes.data(), bytes.size()), whole);
-  for (const std::size_t piece : {1U, 2U, 3U, 511U, 65536U}) {
-    std::uint32_t crc = 0;
-    for (std::size_t at = 0; at < bytes.size(); at += piece) {
-      crc = CRC32Buf(crc, bytes.data() + at, std::min(piece, bytes.size() - at));
-    }
-    EXPECT_EQ(crc, whole) << piece;
-  }
-}
-
 TEST(Crc32, WideRegisterLosesItsUpperHalf) {
   const Bytes bytes = RandomBytes(1000, 3);
   std::uint64_t crc = 0x123456789ABCDEF0U;

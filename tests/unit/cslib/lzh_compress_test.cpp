@@ -51,23 +51,6 @@ constexpr int Level(int level) {
   return CS_ALGORITHM_LZH | level << CS_LEVEL_SHIFT;
 }
 
-TEST(LzhCompress, InflatesToTheInputAtEveryLevelAndSize) {
-  Driver driver;
-  for (const Kind kind : kAllKinds) {
-    for (const std::size_t size : {0,   1,     2,     3,     257,   258,   259,   260,   261,   262,
-                                   263, 16122, 16384, 32506, 32768, 32769, 65535, 65536, 65537, 1 << 20}) {
-      const Bytes data = MakeData(kind, size);
-      for (int level = 1; level <= 9; ++level) {
-        const Bytes stream = driver.Compress(data, Level(level)).out;
-        ASSERT_EQ(CsRGetLen(stream.data()), static_cast<std::int32_t>(size));
-        ASSERT_EQ(stream[4], 0x12);
-        ASSERT_EQ(stream[7], level);
-        ASSERT_TRUE(InflateBlocks(stream, size) == data) << KindName(kind) << size << " level " << level;
-      }
-    }
-  }
-}
-
 TEST(LzhCompress, PreamblesAreDrawnAndShiftTheBlocksOnly) {
   Driver driver;
   const Bytes data = MakeData(Kind::kText, 3000);
@@ -241,7 +224,9 @@ TEST_F(LzhCompressBits, StayAsTheyWere) {
     row.streams([&](const Bytes& data, int level) {
       const Bytes stream = Compress(data, level);
       checksum = ::crc32(checksum, stream.data(), static_cast<uInt>(stream.size()));
-      EXPECT_TRUE(InflateBlocks(stream, data.size()) == data) << row.what;
+      ASSERT_EQ(CsRGetLen(stream.data()), static_cast<std::int32_t>(data.size()));
+      ASSERT_EQ((Bytes{stream[4], stream[7]}), (Bytes{0x12, static_cast<std::uint8_t>(level)}));
+      ASSERT_TRUE(InflateBlocks(stream, data.size()) == data) << row.what;
     });
     EXPECT_EQ(checksum, row.checksum) << row.what;
   }

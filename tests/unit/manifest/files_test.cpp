@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "manifest/document.h"
-#include "support/scratch.h"
 
 namespace tolven {
 namespace {
