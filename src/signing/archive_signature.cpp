@@ -2,8 +2,8 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <span>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 #include "archive/selection.h"
@@ -62,7 +62,7 @@ void VerifyForReading(CArchive& archive, CProcessor& processor) {
   const CmdOptions& options = processor.Options();
   if (!options.verifyAsked && !options.sign) return;
   std::int64_t offset = 0;
-  const std::string text = GetManifestContent(archive, offset);
+  std::string text = GetManifestContent(archive, offset);
   if (offset == 0) {
     errno = 0;
     if (options.verifyAsked) throw CExcept(NotSignedMessage(archive.Name()), kErrorNotSigned, false);
@@ -70,7 +70,7 @@ void VerifyForReading(CArchive& archive, CProcessor& processor) {
   }
   ManifestContextPtr context = ManifestMakeContext();
   InitForReading(context.get(), options);
-  ThrowManifestError(context.get(), CSmfVerify(context.get(), text, processor, 0, false));
+  ThrowManifestError(context.get(), CSmfVerify(context.get(), std::move(text), processor, 0, false));
   CompareWithExternal(context.get(), options, options.verifyAsked);
   archive.SetManifest(std::move(context));
   archive.SetHashEntries(true);
@@ -90,9 +90,8 @@ OldSignature HashExistingEntries(CArchive& archive, unsigned long& failed) {
     if (entry->IsSignedManifest()) {
       errno = 0;
       if (!archive.AtEnd()) throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
-      const auto text = static_cast<CSignedManifest*>(entry)->Text();
       old.start = entry->Start();
-      old.text.assign(text.begin(), text.end());
+      old.text = static_cast<CSignedManifest*>(entry)->TakeText();
       break;
     }
     if (entry->DoManifestAPI() && !entry->IsEntrySigned()) ++failed;
@@ -101,11 +100,11 @@ OldSignature HashExistingEntries(CArchive& archive, unsigned long& failed) {
 }
 
 // The old signature is accepted by the certificates of -key, else by the installed ones.
-ManifestContextPtr VerifyOldSignature(const OldSignature& old, CProcessor& processor) {
+ManifestContextPtr VerifyOldSignature(OldSignature& old, CProcessor& processor) {
   ManifestContextPtr context = ManifestMakeContext();
   InitForReading(context.get(), processor.Options());
-  ThrowManifestError(context.get(),
-                     CSmfVerify(context.get(), old.text, processor, kManifestKeyIsOptional, false));
+  ThrowManifestError(context.get(), CSmfVerify(context.get(), std::move(old.text), processor,
+                                               kManifestKeyIsOptional, false));
   return context;
 }
 
@@ -125,7 +124,7 @@ bool IsUnchanged(CArchive& archive, ManifestContextPtr& old) {
 
 void PrepareExisting(CArchive& archive, CProcessor& processor) {
   unsigned long failed = 0;
-  const OldSignature old = HashExistingEntries(archive, failed);
+  OldSignature old = HashExistingEntries(archive, failed);
   if (old.start != 0 && processor.Options().verifySignature) {
     ManifestContextPtr context = VerifyOldSignature(old, processor);
     errno = 0;
@@ -157,15 +156,15 @@ void PrepareForWriting(CArchive& archive, CProcessor& processor) {
 // Counts the listed files that were asked for and have no entry, as failed ones; `text` names the first. The
 // library's own check is for all files: one that nobody asked for must not show in its errors.
 unsigned long CountMissing(CArchive& archive, const CSelection& selection, std::string& text) {
-  std::span<const ManifestFile> files;
+  ManifestFiles files;
   ManifestContext* context = archive.Manifest();
   if (ManifestGetFileCounter(context) == 0 || ManifestGetFileList(context, &files) != SMF_OK) return 0;
   unsigned long missing = 0;
-  std::unordered_map<std::string, std::size_t> listed;
-  for (const ManifestFile& file : files) {
-    const std::string name(file.name);
+  std::unordered_map<std::string_view, std::size_t> listed;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    const std::string name(files[i].name);
     if (!selection.AsksFor(name, archive.ShownName(name, false))) continue;
-    if (++listed[name] <= selection.Met(name)) continue;
+    if (++listed[files[i].name] <= selection.Met(name)) continue;
     if (++missing == 1) text = "File >" + ShowText(name) + "< of the manifest was not found";
   }
   if (missing > 0) archive.NoteManifestFailure(SMF_EFILENOTFOUND);
