@@ -43,7 +43,7 @@ void CSignedManifest::SetReadState(const std::string& storedName, const std::str
                                    const EntryHeader& header, const std::vector<std::uint8_t>& accessInfo,
                                    std::int64_t start, bool hash) {
   CDirEntry::SetReadState(storedName, shownName, header, accessInfo, start, hash);
-  m_text.Clear();
+  m_text.Take();
 }
 
 void CSignedManifest::AddToDirEx(CArchive* archive, bool) {
