@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -49,18 +48,6 @@ Bytes InflateBlocks(const Bytes& stream, std::size_t declared) {
 
 constexpr int Level(int level) {
   return CS_ALGORITHM_LZH | level << CS_LEVEL_SHIFT;
-}
-
-TEST(LzhCompress, PreamblesAreDrawnAndShiftTheBlocksOnly) {
-  Driver driver;
-  const Bytes data = MakeData(Kind::kText, 3000);
-  std::set<int> kinds;
-  for (int n = 0; n < 300; ++n) {
-    const Bytes stream = driver.Compress(data, kLzh).out;
-    kinds.insert(stream[8] & 3);
-    ASSERT_TRUE(InflateBlocks(stream, data.size()) == data);
-  }
-  EXPECT_EQ(kinds.size(), 4U);
 }
 
 TEST(LzhCompress, FullOutputStopsTheCallBehindTheFlush) {
@@ -214,7 +201,6 @@ class LzhCompressBits : public testing::Test {
  protected:
   Bytes Compress(const Bytes& data, int level) { return driver_.Compress(data, Level(level)).out; }
 
-  PlainPreambles plain_;
   Driver driver_;
 };
 

@@ -1,4 +1,4 @@
-#include "main/run/processor.h"
+#include "main/processor.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -32,7 +32,7 @@ class FakeCommand : public CCommand {
 
 class FakeFactory : public ICommandFactory {
  public:
-  std::unique_ptr<CCommand> MakeCommand(int, CProcessor&) const override {
+  std::unique_ptr<CCommand> MakeCommand(int, IRunServices&) const override {
     return std::make_unique<FakeCommand>(m_work, m_alive);
   }
   std::function<void()> m_work = [] {};
