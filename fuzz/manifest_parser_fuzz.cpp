@@ -29,13 +29,13 @@ std::string BodyAgain(const tolven::ManifestFiles& files) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace tolven;
+void tolven::fuzz::Run(Input input) {
+  const Bytes bytes = input.Rest();
   const ManifestContextPtr context = ManifestMakeContext();
-  const int parsed = ManifestParse(context.get(), data, size);
+  const int parsed = ManifestParse(context.get(), bytes.data(), bytes.size());
   if (parsed == SMF_OK) {
     const std::string_view signedText = ManifestGetSignedText(context.get());
-    const std::string_view text(reinterpret_cast<const char*>(data), size);
+    const std::string text = input.Text();
     Require(text.starts_with(signedText) && signedText.starts_with("QEL-MANIFEST\n"));
     ManifestFiles files;
     const int listed = ManifestGetFileList(context.get(), &files);
@@ -43,8 +43,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Require(Lower(std::string(signedText)).ends_with(Lower(BodyAgain(files))));
     Require(ManifestCompare(context.get(), context.get()) == SMF_OK);
   }
-  const int verified = ManifestVerify(context.get(), data, size, nullptr, nullptr, nullptr, {}, 0);
+  const int verified =
+      ManifestVerify(context.get(), bytes.data(), bytes.size(), nullptr, nullptr, nullptr, {}, 0);
   Require(verified != SMF_OK && verified != SMF_ESIGNATURE_EXTERNAL && verified != SMF_ESIGNATURE_VALIDATION);
   Require(ManifestGetFileCounter(context.get()) == 0);
-  return 0;
 }
