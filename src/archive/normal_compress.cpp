@@ -28,7 +28,8 @@ bool CNormalCompress::execute(CArchive* archive) {
   std::array<unsigned char, kCrcSize> bytes{};
   StoreLittle(bytes.data(), crc);
   unsigned long done = 0;
-  if (!archive->Stream().Write(bytes.data(), bytes.size(), &done)) throw CWriteExcept(archive->Name());
+  if (!archive->Stream().Write(bytes.data(), bytes.size(), &done))
+    throw CWriteExcept(archive->Name(), LastSystemError());
   return true;
 }
 
@@ -71,7 +72,8 @@ void CNormalCompress::WriteBlock(CArchive& archive, BlockType type, std::uint32_
   const std::span<std::uint8_t> block = m_buffers.Output().first(kBlockHeaderSize + length);
   EncodeBlockHeader(type, length, block.first<kBlockHeaderSize>());
   unsigned long done = 0;
-  if (!archive.Stream().Write(block.data(), block.size(), &done)) throw CWriteExcept(archive.Name());
+  if (!archive.Stream().Write(block.data(), block.size(), &done))
+    throw CWriteExcept(archive.Name(), LastSystemError());
 }
 
 }  // namespace tolven
