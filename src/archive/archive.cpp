@@ -67,6 +67,7 @@ CArchive::~CArchive() = default;
 
 void CArchive::Open(const std::string& fileName, unsigned int mode) {
   m_name = fileName;
+  m_ahead.reset();
   m_stream.Open(fileName, mode, 0);
   if (!m_stream.Open()) throw COpenExcept(fileName, LastSystemError());
   TakeSize();
@@ -76,11 +77,27 @@ void CArchive::TakeSize() {
   struct stat status {};
   if (fstat(m_stream.Descriptor(), &status) != 0) throw COpenExcept(m_name, LastSystemError());
   m_fileSize = status.st_size;
+  m_isFile = S_ISREG(status.st_mode);
 }
 
 void CArchive::Reset() {
   Seek(0);
   m_checked = m_valid = false;
+}
+
+CArchiveOutput& CArchive::Output() {
+  m_ahead.reset();  // what was read is about to change
+  if (!m_output) m_output = std::make_unique<CArchiveOutput>(m_stream, m_name, m_services.options.threads);
+  return *m_output;
+}
+
+// In an archive of the older version a stream runs on over blocks: none of them is anything by itself.
+CBlocksAhead* CArchive::Ahead() {
+  if (!m_isFile || getVersionString() != kVersion201) return nullptr;
+  if (!m_ahead)
+    m_ahead = std::make_unique<CBlocksAhead>(m_stream.Descriptor(), m_fileSize, m_services.options.threads);
+  m_ahead->CrossEntries(m_wantsAll);
+  return m_ahead.get();
 }
 
 void CArchive::Close() {
@@ -311,6 +328,23 @@ int CArchive::GetEntryData(unsigned char* buffer, unsigned long bufferSize, unsi
   }
   bytesRead = length;
   compressed = IsCompressedBlock(type);
+  return ReadBlockEnd(type, checksum);
+}
+
+int CArchive::PassEntryData(std::uint32_t payloadSize, std::uint32_t& checksum) {
+  std::array<unsigned char, kBlockHeaderSize> bytes{};
+  ReadExactly(bytes.data(), bytes.size());
+  const BlockType type = DecodeBlockType(static_cast<char>(bytes[0]), static_cast<char>(bytes[1]));
+  // The file is not what it was a moment ago.
+  if (!IsCompressedBlock(type) ||
+      LoadLittle<std::uint32_t>(bytes.data() + BlockField::length) != payloadSize) {
+    throw CReadExcept(m_name);
+  }
+  if (!m_stream.MoveFlPtr(payloadSize)) throw CReadExcept(m_name);
+  return ReadBlockEnd(type, checksum);
+}
+
+int CArchive::ReadBlockEnd(BlockType type, std::uint32_t& checksum) {
   if (!IsLastBlock(type)) return 1;
   std::array<unsigned char, kCrcSize> crc{};
   ReadExactly(crc.data(), crc.size());

@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "archive/archive_output.h"
+#include "archive/blocks_ahead.h"
 #include "archive/entry_factory.h"
 #include "archive/format.h"
 #include "archive/signature.h"
@@ -73,12 +75,21 @@ class CArchive {
   // Reads one block of the current entry. 1: more follow; 0: it was the last, `checksum` is the stored CRC.
   int GetEntryData(unsigned char* buffer, unsigned long bufferSize, unsigned long& bytesRead,
                    std::uint32_t& checksum, bool& compressed);
+  // The same, passed over: for a block that was decompressed ahead. `payloadSize` is what its length must be.
+  int PassEntryData(std::uint32_t payloadSize, std::uint32_t& checksum);
+  // Blocks decompressed ahead of the walk; null where the file or its version does not allow that. What is
+  // wanted of the walk is told by WantAllEntries.
+  CBlocksAhead* Ahead();
+  // Whether the walk reads the data of every entry; false where some are passed over.
+  void WantAllEntries(bool all) { m_wantsAll = all; }
   // True iff a block comes next: behind the header of an entry without data it is data that the header
   // denies.
   bool BlockFollows();
 
   const std::string& Name() const { return m_name; }
   CFileStream& Stream() { return m_stream; }
+  // The way in for entries that are written; what is in it is in the file once it was drained.
+  CArchiveOutput& Output();
   // What an entry of that name is shown as and extracted to, by -lower and -flat.
   std::string ShownName(const std::string& storedName, bool isLink) const;
   // Where the header of the current entry starts.
@@ -124,6 +135,7 @@ class CArchive {
   void ReadEntryAccessInfo();
   CDirEntry* EntryFactory();
   void ReadExactly(unsigned char* to, unsigned long count);
+  int ReadBlockEnd(BlockType type, std::uint32_t& checksum);
   // Reads 2 bytes; false at the end of the file. A single byte or a failed read is CReadExcept.
   bool ReadType(unsigned char* type);
   void SkipPayload(BlockType type);
@@ -131,11 +143,15 @@ class CArchive {
   ArchiveServices m_services;
   std::string m_name;
   CFileStream m_stream;
+  std::unique_ptr<CArchiveOutput> m_output;
+  std::unique_ptr<CBlocksAhead> m_ahead;
+  bool m_wantsAll = true;
   std::array<char, 4> m_magic{};
   std::array<char, 4> m_version{};
   bool m_checked = false;
   bool m_valid = false;
   std::int64_t m_fileSize = 0;
+  bool m_isFile = false;
   std::int64_t m_entryStart = 0;
   std::array<std::uint8_t, kEntryHeaderSize> m_headerBytes{};
   EntryHeader m_header;

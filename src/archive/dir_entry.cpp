@@ -61,17 +61,13 @@ bool CDirEntry::FillBaseHeader(EntryHeader& header, EntryType type) {
 }
 
 void CDirEntry::WriteHeader(CArchive* archive, EntryHeader& header) {
-  m_start = archive->Position();
   header.nameLength = static_cast<std::uint16_t>(m_storedName.size());
   header.accessInfoLength = static_cast<std::uint16_t>(m_accessInfo.size());
   std::array<unsigned char, kEntryHeaderSize + kMaxNameLength> fixed{};
   EncodeEntryHeader(header, std::span(fixed).first<kEntryHeaderSize>());
   // The zero behind the name is there already.
   std::copy(m_storedName.begin(), m_storedName.end(), fixed.begin() + kEntryHeaderSize);
-  const unsigned long length = kEntryHeaderSize + m_storedName.size() + 1;
-  unsigned long done = 0;
-  if (!archive->Stream().Write(fixed.data(), length, &done))
-    throw CWriteExcept(archive->Name(), LastSystemError());
+  archive->Output().Write(std::span(fixed).first(kEntryHeaderSize + m_storedName.size() + 1));
   m_header = header;
 }
 

@@ -102,7 +102,7 @@ class CDirEntry {
 
   bool FillBaseHeader(EntryHeader& header, EntryType type);
   // Applies -X, -P, -T, -n and -v. True: leave the entry out.
-  bool ProcessOptions();
+  bool ProcessOptions(CArchive& archive);
   // "x PATH" or "t PATH".
   void PrintVerbose(const CArchive* archive) const;
 
@@ -122,8 +122,8 @@ class CDirEntry {
   // Opens m_source. What happens to the name afterwards makes no difference: header, data and a link's target
   // are of one object.
   [[nodiscard]] bool OpenSource();
-  void ReportUnknown(SystemError error);
-  void ReportUnreadable(SystemError error);
+  void ReportUnknown(CArchive& archive, SystemError error);
+  void ReportNotAvailable(CArchive& archive, const std::string& reason);
   // Header, data and digest of a file.
   void WriteFile(CArchive* archive, EntryHeader& header);
   void CloseWitness(IEntryWitness& witness);

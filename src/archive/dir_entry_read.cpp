@@ -5,7 +5,6 @@
 #include "archive/entry_data.h"
 #include "archive/extract_target.h"
 #include "cmdline/cmd_line.h"
-#include "cslib/crc32.h"
 #include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/run_status.h"
@@ -75,10 +74,8 @@ void CDirEntry::AddToDirEx(CArchive* archive, bool write) {
 void CDirEntry::DecompressMe(CArchive* archive, bool write) {
   IEntryWitness* witness = DoManifestAPI() ? archive->Witness() : nullptr;
   CEntryDataReader reader(*archive, archive->Buffers(), m_shownName);
-  std::uint32_t crc = 0;
-  std::span<std::uint8_t> piece;
+  std::span<const std::uint8_t> piece;
   while (reader.Next(piece)) {
-    crc = CRC32Buf(crc, piece.data(), piece.size());
     if (witness != nullptr) witness->Update(piece);
     unsigned long done = 0;
     if (write && !m_pStream->Write(piece.data(), piece.size(), &done)) {
@@ -88,7 +85,7 @@ void CDirEntry::DecompressMe(CArchive* archive, bool write) {
     }
   }
   // A stored CRC of 0 means that there is none.
-  if (reader.StoredCrc() == 0 || reader.StoredCrc() == crc) return;
+  if (reader.StoredCrc() == 0 || reader.StoredCrc() == reader.Crc()) return;
   if (m_pending && !m_pending->Discard()) {
     const SystemError error = LastSystemError();
     throw CExcept("TOLVEN: could not delete " + ShowText(m_shownName), kErrorChecksum, error);

@@ -38,7 +38,7 @@ std::string AbsolutePath(const std::string& path) {
 
 }  // namespace
 
-bool CDirEntry::ProcessOptions() {
+bool CDirEntry::ProcessOptions(CArchive& archive) {
   if (IsSignedManifest()) return false;
   const CmdOptions& options = m_pPack->run.Options();
   if (m_pPack->run.ExcludeThis(m_path)) {
@@ -50,7 +50,7 @@ bool CDirEntry::ProcessOptions() {
   std::string newName;
   if (m_pPack->run.FindNewName(m_storedName, newName)) m_storedName = newName;
   if (options.printStatistics) m_pPack->run.Statistics().CountFile();
-  if (options.verbose) PrintLine((m_pPack->run.ScanOnly() ? "t " : "a ") + ShowText(m_path));
+  if (options.verbose) archive.Output().Print((m_pPack->run.ScanOnly() ? "t " : "a ") + ShowText(m_path));
   return false;
 }
 
@@ -63,41 +63,44 @@ bool CDirEntry::OpenSource() {
 }
 
 // The object could not be opened: a link without a target, or something that vanished or is out of reach.
-void CDirEntry::ReportUnknown(SystemError error) {
+void CDirEntry::ReportUnknown(CArchive& archive, SystemError error) {
   strFileInformation target;
   const bool isBrokenLink = m_pPack->run.Options().resolveLinks && CheckIfIsSymlink(m_path) &&
                             !CUtils::GetFileInformation(m_path, target, true);
   if (!isBrokenLink) {
-    ReportUnreadable(error);
+    ReportNotAvailable(archive, SystemErrorText(error));
     return;
   }
+  archive.Output().Drain();
   CExcept::NotifyProcessor(kErrorBrokenLink);
   m_pPack->run.FileNotAvail(m_path + " (error 45).", "broken link");
 }
 
-void CDirEntry::ReportUnreadable(SystemError error) {
-  m_pPack->run.FileNotAvail(m_path, SystemErrorText(error));
+// In its place among the lines of the entries before it.
+void CDirEntry::ReportNotAvailable(CArchive& archive, const std::string& reason) {
+  archive.Output().Drain();
+  m_pPack->run.FileNotAvail(m_path, reason);
 }
 
 bool CDirEntry::AddToArchive(CArchive* archive) {
-  if (ProcessOptions()) return false;
+  if (ProcessOptions(*archive)) return false;
   // A bar in a link's own path would be taken for the one in front of the target.
   const bool ambiguous = IsLink() && m_storedName.find('|') != std::string::npos;
   const std::uint32_t type = GetSourceKind().type;
   EntryHeader header;
   if (!OpenSource() || !FillEntryHeader(header)) {
-    ReportUnknown(LastSystemError());
+    ReportUnknown(*archive, LastSystemError());
     return false;
   }
   if (type != 0 && (header.mode & kModeTypeMask) != type) {
-    m_pPack->run.FileNotAvail(m_path, "replaced while being archived");
+    ReportNotAvailable(*archive, "replaced while being archived");
     return false;
   }
   ResolveLink();
   if (m_storedName.size() + 1 > kMaxNameLength) {
-    m_pPack->run.FileNotAvail(m_path, "name too long");
+    ReportNotAvailable(*archive, "name too long");
   } else if (ambiguous) {
-    m_pPack->run.FileNotAvail(m_path, "link name contains \"|\"");
+    ReportNotAvailable(*archive, "link name contains \"|\"");
   } else if (IsLink() || (header.mode & kModeTypeMask) == kModeTypeDirectory) {
     if (!m_pPack->run.ScanOnly()) WriteHeader(archive, header);
   } else {
@@ -109,7 +112,7 @@ bool CDirEntry::AddToArchive(CArchive* archive) {
 void CDirEntry::WriteFile(CArchive* archive, EntryHeader& header) {
   CFileStream file;
   if (!file.Attach(m_source.Release())) {
-    ReportUnreadable(LastSystemError());
+    ReportNotAvailable(*archive, SystemErrorText(LastSystemError()));
     return;
   }
   if (m_pPack->run.ScanOnly()) return;  // opened only to see that it can be

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "fileio/utils.h"
 #include "report/error_numbers.h"
@@ -60,14 +61,14 @@ void VerifyForReading(CArchive& archive, IRunServices& run) {
   const CmdOptions& options = run.Options();
   if (!options.verifyAsked && !options.sign) return;
   std::int64_t offset = 0;
-  const std::string text = GetManifestContent(archive, offset);
+  std::string text = GetManifestContent(archive, offset);
   if (offset == 0) {
     if (options.verifyAsked) throw CExcept(NotSignedMessage(archive.Name()), kErrorNotSigned);
     return;
   }
   ManifestContextPtr context = ManifestMakeContext();
   InitForReading(context.get(), options);
-  ThrowManifestError(context.get(), CSmfVerify(context.get(), text, run, 0, false));
+  ThrowManifestError(context.get(), CSmfVerify(context.get(), std::move(text), run, 0, false));
   CompareWithExternal(context.get(), options, options.verifyAsked);
   archive.ExchangeWitness(std::make_unique<CManifestWitness>(std::move(context)));
 }
@@ -85,9 +86,8 @@ OldSignature HashExistingEntries(CArchive& archive, unsigned long& failed) {
     entry->AddToDirEx(&archive, false);
     if (entry->IsSignedManifest()) {
       if (!archive.AtEnd()) throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
-      const auto text = static_cast<CSignedManifest*>(entry)->Text();
       old.start = entry->Start();
-      old.text.assign(text.begin(), text.end());
+      old.text = static_cast<CSignedManifest*>(entry)->TakeText();
       break;
     }
     if (entry->DoManifestAPI() && !entry->IsEntrySigned()) ++failed;
@@ -96,10 +96,11 @@ OldSignature HashExistingEntries(CArchive& archive, unsigned long& failed) {
 }
 
 // The old signature is accepted by the certificates of -key, else by the installed ones.
-ManifestContextPtr VerifyOldSignature(const OldSignature& old, IRunServices& run) {
+ManifestContextPtr VerifyOldSignature(OldSignature& old, IRunServices& run) {
   ManifestContextPtr context = ManifestMakeContext();
   InitForReading(context.get(), run.Options());
-  ThrowManifestError(context.get(), CSmfVerify(context.get(), old.text, run, kManifestKeyIsOptional, false));
+  ThrowManifestError(context.get(),
+                     CSmfVerify(context.get(), std::move(old.text), run, kManifestKeyIsOptional, false));
   return context;
 }
 
@@ -119,7 +120,7 @@ bool IsUnchanged(CArchive& archive, ManifestContextPtr old) {
 
 void PrepareExisting(CArchive& archive, IRunServices& run) {
   unsigned long failed = 0;
-  const OldSignature old = HashExistingEntries(archive, failed);
+  OldSignature old = HashExistingEntries(archive, failed);
   if (old.start != 0 && run.Options().verifySignature) {
     ManifestContextPtr context = VerifyOldSignature(old, run);
     if (!IsUnchanged(archive, std::move(context))) {
@@ -186,6 +187,7 @@ void CSignedManifest::CreateArchiveSignature(CArchive& archive, IRunServices& ru
   pack.strategy.SetDirectoryEntry(&entry);
   entry.AddToArchive(&archive);
   pack.strategy.execute(&archive);
+  archive.Output().Drain();
   if (replaces && !archive.Stream().Truncate()) throw CWriteExcept(archive.Name(), LastSystemError());
   if (options.verbose) {
     PrintLine("TOLVEN: Signature of archive " + ShowText(archive.Name()) + " was successfully created");

@@ -61,7 +61,7 @@ std::string GetManifestContent(CArchive& archive, std::int64_t& offset) {
     manifest.AddToDirEx(&archive, false);
     if (!archive.AtEnd()) throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
     offset = manifest.Start();
-    text.assign(manifest.Text().begin(), manifest.Text().end());
+    text = manifest.TakeText();
     break;
   }
   archive.Seek(position);
@@ -82,7 +82,7 @@ void InitForReading(ManifestContext* context, const CmdOptions& options) {
   InitManifest(context, options, "SHA256", "PKCS7-TSTAMP", "SHA256");
 }
 
-int CSmfVerify(ManifestContext* context, std::string_view text, IRunServices& run, unsigned flags,
+int CSmfVerify(ManifestContext* context, std::string document, IRunServices& run, unsigned flags,
                bool verifyFiles) {
   const CmdOptions& options = run.Options();
   std::vector<std::uint8_t> crl;
@@ -90,13 +90,14 @@ int CSmfVerify(ManifestContext* context, std::string_view text, IRunServices& ru
     crl = ReadCrlFile(options.crlFile);
     flags |= kManifestRequireCrl;
   }
+  ManifestSetText(context, std::move(document));
   const auto verify = [&] {
+    const std::string_view text = ManifestGetText(context);
     return ManifestVerifyEx(context, text.data(), text.size(), options.key, options.key, options.password,
                             crl, flags, verifyFiles, true);
   };
   int code = verify();
   if (code == SMF_ESIGNATURE && options.key != nullptr && HasPasswordNow(context, run)) {
-    InitForReading(context, options);
     code = verify();
   }
   return code == SMF_ESIGNATURE_EXTERNAL || code == SMF_ESIGNATURE_VALIDATION ? SMF_OK : code;

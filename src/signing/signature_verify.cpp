@@ -63,9 +63,7 @@ void CSignatureVerify::Execute() {
   std::string detail;
   if (code == SMF_OK) {
     try {
-      const auto bytes = text.Contents();
-      const std::string_view document(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-      code = CSmfVerify(context.get(), document, m_run, 0, true);
+      code = CSmfVerify(context.get(), text.Take(), m_run, 0, true);
     } catch (const CExcept& error) {  // the CRL file, or the password
       code = SMF_ECRL;
       detail = error.GetMsg();

@@ -5,7 +5,6 @@
 
 #include "archive/entry_data.h"
 #include "cmdline/run_services.h"
-#include "cslib/crc32.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
@@ -43,20 +42,18 @@ void CSignedManifest::SetReadState(const std::string& storedName, const std::str
                                    const EntryHeader& header, const std::vector<std::uint8_t>& accessInfo,
                                    std::int64_t start, bool hash) {
   CDirEntry::SetReadState(storedName, shownName, header, accessInfo, start, hash);
-  m_text.Clear();
+  m_text.Take();
 }
 
 void CSignedManifest::AddToDirEx(CArchive* archive, bool) {
   CEntryDataReader reader(*archive, archive->Buffers(), m_shownName);
-  std::uint32_t crc = 0;
-  std::span<std::uint8_t> piece;
+  std::span<const std::uint8_t> piece;
   while (reader.Next(piece)) {
-    crc = CRC32Buf(crc, piece.data(), piece.size());
     unsigned long done = 0;
     // Fails beyond the stream's limit: no manifest of a real archive comes near it.
     if (!m_text.Write(piece.data(), piece.size(), &done)) throw CDecompExcept(m_shownName);
   }
-  if (reader.StoredCrc() != 0 && reader.StoredCrc() != crc) throw CChecksumExcept(m_shownName);
+  if (reader.StoredCrc() != 0 && reader.StoredCrc() != reader.Crc()) throw CChecksumExcept(m_shownName);
 }
 
 void PrintSignatureDetails(ManifestContext* context, const char* unknownSigner) {

@@ -124,7 +124,13 @@ void CCreate::GiveUp(CArchive& archive, std::int64_t start) {
 
 void CCreate::WriteEntries(CArchive& archive) {
   if (m_run.Command() != CMD_SIGN) {
-    for (const std::string& name : m_run.CmdLine().GetNames()) AddName(name, archive);
+    try {
+      for (const std::string& name : m_run.CmdLine().GetNames()) AddName(name, archive);
+      archive.Output().Drain();
+    } catch (...) {
+      archive.Output().Drain();  // what came before it still goes in, or fails first
+      throw;
+    }
   }
   unsigned long failed = 0;
   m_signature.CheckErrors(archive, nullptr, failed, nullptr);
@@ -137,9 +143,9 @@ void CCreate::AddName(const std::string& name, CArchive& archive) {
     strFileData data;
     const FindHandle handle = CUtils::FileFindOpen(name, &data);
     if (handle == nullptr) throw CExcept("TOLVEN: error in CCreate::ProcessDirectory", LastSystemError());
-    PushLevel(handle, data, name, {});
+    PushLevel(archive, handle, data, name, {});
   } else if (name == "/" || IsDotName(name)) {  // never entries themselves; what is in them is meant
-    Descend(name);
+    Descend(name, archive);
   } else {
     AddObject(name, archive);
   }
@@ -159,23 +165,31 @@ void CCreate::ProcessDirectory(CArchive& archive) {
   }
 }
 
-void CCreate::PushLevel(const FindHandle& directory, strFileData& data, const std::string& pattern,
-                        Identity identity) {
+void CCreate::PushLevel(CArchive& archive, const FindHandle& directory, strFileData& data,
+                        const std::string& pattern, Identity identity) {
   Level level{.identity = identity, .prefix = pattern.substr(0, pattern.rfind('/') + 1), .names = {}};
   while (CUtils::FileFindName(directory, &data)) {
     if (!IsDotName(data.name.data())) level.names.emplace_back(data.name.data());
   }
   if (const SystemError error = LastSystemError()) {
+    archive.Output().Drain();
     PrintLine("TOLVEN: error reading directory " + ShowText(data.directory));
     throw CExcept("TOLVEN: error in CCreate::ProcessDirectory", error);
   }
   m_levels.push_back(std::move(level));
 }
 
+// In its place among the lines of the entries before it.
+void CCreate::ReportNotAvailable(CArchive& archive, const std::string& path,
+                                 const std::string& reason) const {
+  archive.Output().Drain();
+  m_run.FileNotAvail(path, reason);
+}
+
 void CCreate::AddObject(const std::string& path, CArchive& archive) {
   strFileData data;
   if (!CUtils::SetFlAttr(path, data)) {
-    m_run.FileNotAvail(path, SystemErrorText(LastSystemError()));
+    ReportNotAvailable(archive, path, SystemErrorText(LastSystemError()));
     return;
   }
   const bool resolve = m_run.Options().resolveLinks;
@@ -184,31 +198,31 @@ void CCreate::AddObject(const std::string& path, CArchive& archive) {
   if (type < FT_DIRECTORY)
     throw CExcept("TOLVEN: error in determining type of " + ShowText(path), kNoSystemError);
   if (type > kLastArchivableType) {
-    m_run.FileNotAvail(path, "not a file, directory or link");
+    ReportNotAvailable(archive, path, "not a file, directory or link");
     return;
   }
   strFileInformation info;
   const bool known = CUtils::GetFileInformation(path, info, resolve);
   if (known && IsRunFile(info.device, info.inode)) return;
   const bool included = CreateFileObject(path, type, archive)->AddToArchive(&archive);
-  if (included && type == FT_DIRECTORY) Descend(path);
+  if (included && type == FT_DIRECTORY) Descend(path, archive);
 }
 
 // A directory that is its own ancestor through links ends here; its entry is written, once. With -r a link
 // that took the directory's place is not followed either.
-void CCreate::Descend(const std::string& directory) {
+void CCreate::Descend(const std::string& directory, CArchive& archive) {
   const std::string pattern = WithWildcard(directory);
   strFileData data;
   strFileInformation info;
   const FindHandle handle = CUtils::FileFindOpen(pattern, &data, m_run.Options().resolveLinks);
   if (handle == nullptr || !CUtils::GetFileInformation(dirfd(handle.get()), info)) {
-    m_run.FileNotAvail(directory, SystemErrorText(LastSystemError()));
+    ReportNotAvailable(archive, directory, SystemErrorText(LastSystemError()));
     return;
   }
   const Identity identity(info.device, info.inode);
   const bool isAncestor = std::any_of(m_levels.begin(), m_levels.end(),
                                       [&](const Level& level) { return level.identity == identity; });
-  if (!isAncestor) PushLevel(handle, data, pattern, identity);
+  if (!isAncestor) PushLevel(archive, handle, data, pattern, identity);
 }
 
 std::unique_ptr<CDirEntry> CCreate::CreateFileObject(const std::string& name, int type, CArchive& archive) {

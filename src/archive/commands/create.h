@@ -49,10 +49,11 @@ class CCreate : public CCommand {
   void AddName(const std::string& name, CArchive& archive);
   // Archives one object. What is below it, when it is a directory, becomes the next level.
   void AddObject(const std::string& path, CArchive& archive);
-  void Descend(const std::string& directory);
+  void Descend(const std::string& directory, CArchive& archive);
+  void ReportNotAvailable(CArchive& archive, const std::string& path, const std::string& reason) const;
   // Takes what a pattern matches, "." and ".." left out, in the order the file system tells.
-  void PushLevel(const FindHandle& directory, strFileData& data, const std::string& pattern,
-                 Identity identity);
+  void PushLevel(CArchive& archive, const FindHandle& directory, strFileData& data,
+                 const std::string& pattern, Identity identity);
   // Archives all levels.
   void ProcessDirectory(CArchive& archive);
   std::unique_ptr<CDirEntry> CreateFileObject(const std::string& name, int type, CArchive& archive);
@@ -61,7 +62,7 @@ class CCreate : public CCommand {
   const IEntryFactory& m_factory;
   const ISignature& m_signature;
   CCompressMan m_buffers;
-  CNormalCompress m_strategy{m_buffers};
+  CNormalCompress m_strategy;
   PackContext m_pack{m_run, m_strategy};
   std::vector<Level> m_levels;
 };

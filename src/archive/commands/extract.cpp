@@ -53,6 +53,7 @@ void CExtract::WalkAndFinish(CArchive& archive, CExtractTarget* target, Counts& 
   bool walked = false;
   try {
     CSelection selection(m_run.CmdLine().GetNames());
+    archive.WantAllEntries(selection.SelectsAll());
     Walk(archive, selection, counts);
     m_signature.CheckErrors(archive, nullptr, counts.invalid, &selection);
     walked = true;

@@ -44,6 +44,7 @@ void CType::ListCurrent(const std::string& name) {
 
 void CType::ListEntries(CArchive& archive) {
   CSelection selection(m_run.CmdLine().GetNames());
+  archive.WantAllEntries(selection.SelectsAll());
   unsigned long invalid = 0;
   for (CDirEntry* entry = archive.First(); entry != nullptr; entry = archive.Next()) {
     if (!selection.Selects(*entry)) {

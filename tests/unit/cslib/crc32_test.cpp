@@ -71,6 +71,24 @@ TEST(Crc32, LongBuffersInPiecesGiveTheSameRegister) {
   }
 }
 
+TEST(Crc32, CombinedPiecesGiveTheRegisterOfTheWhole) {
+  const Bytes bytes = RandomBytes(200000, 11);
+  for (const std::size_t cut : {0U, 1U, 7U, 65535U, 65536U, 131072U, 199999U, 200000U}) {
+    for (const std::uint32_t start : {0U, 0xFFFFFFFFU, 0x12345678U}) {
+      const std::uint32_t before = ZlibRegister(start, bytes.data(), cut);
+      const std::size_t rest = bytes.size() - cut;
+      EXPECT_EQ(Crc32Combine(before, ZlibRegister(0, bytes.data() + cut, rest), rest),
+                ZlibRegister(start, bytes.data(), bytes.size()))
+          << cut;
+    }
+  }
+  // Lengths that no buffer has: zlib's own combination, whose values are inverted before and after.
+  for (const std::uint64_t length : {0xFFFFFFFFULL, 0x100000000ULL, 0x123456789ABCDEFULL}) {
+    const auto combined = static_cast<std::uint32_t>(::crc32_combine64(1, 2, static_cast<z_off64_t>(length)));
+    EXPECT_EQ(Crc32Combine(1, 2, length), combined) << length;
+  }
+}
+
 TEST(Crc32, WideRegisterLosesItsUpperHalf) {
   const Bytes bytes = RandomBytes(1000, 3);
   std::uint64_t crc = 0x123456789ABCDEF0U;

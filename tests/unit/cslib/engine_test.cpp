@@ -225,7 +225,6 @@ TEST(EngineCalls, LeaveInputBehindTheDeclaredLength) {
 }
 
 TEST(EngineCalls, StartForgetsAnAbandonedStream) {
-  const PlainPreambles plain;
   const Bytes other = MakeData(Kind::kRandom, 70000, 5);
   for (const int first : kAllOptions) {
     for (const int second : kAllOptions) {

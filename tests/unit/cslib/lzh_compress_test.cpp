@@ -4,7 +4,6 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -68,18 +67,6 @@ TEST(LzhCompress, InflatesToTheInputAtEveryLevelAndSize) {
   }
 }
 
-TEST(LzhCompress, PreamblesAreDrawnAndShiftTheBlocksOnly) {
-  Driver driver;
-  const Bytes data = MakeData(Kind::kText, 3000);
-  std::set<int> kinds;
-  for (int n = 0; n < 300; ++n) {
-    const Bytes stream = driver.Compress(data, kLzh).out;
-    kinds.insert(stream[8] & 3);
-    ASSERT_TRUE(InflateBlocks(stream, data.size()) == data);
-  }
-  EXPECT_EQ(kinds.size(), 4U);
-}
-
 TEST(LzhCompress, FullOutputStopsTheCallBehindTheFlush) {
   Driver driver;
   const Bytes data = MakeData(Kind::kRandom, 65536);
@@ -101,7 +88,6 @@ class LzhCompressBits : public testing::Test {
     return expected;
   }
 
-  PlainPreambles plain_;
   Driver driver_;
 };
 

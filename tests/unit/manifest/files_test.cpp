@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
+
 #include "manifest/document.h"
 #include "support/scratch.h"
 
@@ -42,6 +45,23 @@ TEST(ManifestCheck, NthFileOfANameAnswersToTheNthRecord) {
   ManifestRewindFiles(context.get());
   EXPECT_EQ(Check(context.get(), {"x", "two"}), SMF_EDIGEST) << "they must not change places";
   EXPECT_EQ(Check(context.get(), {"x", "one"}), SMF_EDIGEST);
+}
+
+TEST(ManifestCheck, FilesMayComeInAnyOrder) {
+  // The content of a file of a name is its number among those of the name.
+  const std::vector<NamedContent> listed = {{"b", "0"}, {"a", "0"}, {"b", "1"}, {"c", "0"}, {"a", "1"}};
+  const ManifestContextPtr context = Listing(listed);
+  std::vector<std::string> names = {"a", "a", "b", "b", "c", "d"};
+  do {
+    ManifestRewindFiles(context.get());
+    std::map<std::string, int> met;
+    for (const std::string& name : names) {
+      const int code = Check(context.get(), {name, std::to_string(met[name]++)});
+      EXPECT_EQ(code, name == "d" ? SMF_EFILENOTFOUND : SMF_OK) << ::testing::PrintToString(names);
+      const bool all = met["a"] == 2 && met["b"] == 2 && met["c"] == 1;
+      EXPECT_EQ(ManifestCheckAllMet(context.get()), all ? SMF_OK : SMF_EFILENOTFOUND);
+    }
+  } while (std::next_permutation(names.begin(), names.end()));
 }
 
 TEST(ManifestCheck, PassedAndAbandonedFilesCountAsMet) {
