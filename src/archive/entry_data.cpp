@@ -1,7 +1,4 @@
 #include "archive/entry_data.h"
-
-#include <cerrno>
-
 #include "cslib/crc32.h"
 #include "cslib/cslib.h"
 #include "report/except.h"
