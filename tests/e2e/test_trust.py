@@ -13,6 +13,7 @@ import signing_support as support
 from archivefile import archive
 from signing_support import DATA, LINES, TrustTest, manifest_entry, manifest_of, pki, signed_document, tool
 
+
 class Openssl(TrustTest):
     """Two programs of different makers: each must accept what the other signs."""
 
