@@ -141,6 +141,11 @@ class FirstUse(support.SigningTest):
         # What the text says of the archive without a signature: it was left as it was.
         self.assertIn("is not", self.shell("TOLVEN -dVf PLAIN.VRA", code=59))
 
+    def test_the_terminal_comes_before_the_file(self):
+        harness.write_file(self.path("other"), "another password\n", 0o600)
+        for command in ("tolven-pse new key", "TOLVEN -cSf A -key key dir", "tolven-pse request key key.csr"):
+            self.assertRegex(self.shell("TOLVEN_PASSWORD_FILE=other " + command), "[Pp]assword", command)
+
     def test_what_is_not_covered(self):
         """As docs/signing.md says it: another order of the entries, other modes and times pass."""
         harness.build_tree(self.dir, {"x/name": "of x", "y/name": "of y"})
