@@ -9,6 +9,7 @@
 #include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/run_status.h"
+#include "report/secret_text.h"
 #include "report/show_text.h"
 
 namespace tolven {
@@ -126,6 +127,19 @@ bool CCmdLine::ParseLongOption(const LongOption& option, char* next) {
       const std::string_view given = m_options.*option.text = KeepSecret(next);
       const std::string_view secret = option.kind == OptionKind::kUrl ? UserInfo(given) : given;
       Wipe(next + (secret.data() - given.data()), secret.size(), '*');
+      return true;
+    }
+    case OptionKind::kKey: {
+      GetOptionArg(m_options.*option.text, next, option.Name());
+      // The whole address is kept, without the argument: what is wiped there would be missing here.
+      m_options.*option.text = KeepSecret(next);
+      std::string_view pin = FindPin(next);
+      while (!pin.empty()) {
+        const auto at = static_cast<std::size_t>(pin.data() - next);
+        const std::size_t length = pin.size();
+        Wipe(next + at, length, '*');
+        pin = FindPin(next, at + length);
+      }
       return true;
     }
     case OptionKind::kPermission:
