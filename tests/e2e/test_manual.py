@@ -66,7 +66,7 @@ class Manual(unittest.TestCase):
                 for option, code in (("--help", 0), ("--nonsense", 2)):
                     run = subprocess.run([script, option], cwd=empty, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                                          text=True, timeout=60)
-                    self.assertEqual((run.returncode, os.path.basename(script) in run.stdout, os.listdir(empty)),
+                    self.assertEqual((run.returncode, run.stdout != "", os.listdir(empty)),
                                      (code, True, []), script)
 
 
