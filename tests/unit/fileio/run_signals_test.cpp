@@ -42,6 +42,8 @@ class RunSignalsTest : public test::TempDirTest {
   static int RunChild(const std::function<void()>& body) {
     const pid_t child = fork();
     if (child == 0) {
+      // Ignored where the tests were started with nohup, or in the background.
+      for (const int ignored : {SIGHUP, SIGINT, SIGQUIT}) signal(ignored, SIG_DFL);
       body();
       _exit(7);
     }
