@@ -21,7 +21,7 @@ bool CBufferedStream::Write(const unsigned char* buf, unsigned long n, unsigned 
     *done = 0;
     return false;
   }
-  m_data.insert(m_data.end(), buf, buf + n);
+  m_data.append(reinterpret_cast<const char*>(buf), n);
   *done = n;
   return true;
 }

@@ -3,8 +3,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "fileio/utils.h"
+#include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
@@ -16,7 +18,6 @@ namespace tolven {
 
 namespace {
 
-constexpr int kErrorNotSigned = 59;
 constexpr const char* kFormatPlain = "PKCS7";
 constexpr const char* kFormatTimeStamp = "PKCS7-TSTAMP";
 
@@ -42,10 +43,10 @@ void ProveKey(IRunServices& run) {
 // when there was none: with `required` a missing one is an error.
 bool HasExternal(const CmdOptions& options, bool required) {
   if (options.manifestFile == nullptr) return false;
-  errno = 0;
   if (CUtils::ExistsFile(options.manifestFile)) return true;
+  const SystemError error = LastSystemError();
   // One that cannot be looked at may be there, and may differ.
-  if (errno != ENOENT && errno != ENOTDIR) throw COpenExcept(options.manifestFile);
+  if (error.number != ENOENT && error.number != ENOTDIR) throw COpenExcept(options.manifestFile, error);
   if (!required) return false;
   const std::string name = ShowText(options.manifestFile);
   throw CInvalManifestExcept("External manifest file >" + name + "< does not exist", SMF_EBODY_NOT_EQUAL, 0);
@@ -60,15 +61,14 @@ void VerifyForReading(CArchive& archive, IRunServices& run) {
   const CmdOptions& options = run.Options();
   if (!options.verifyAsked && !options.sign) return;
   std::int64_t offset = 0;
-  const std::string text = GetManifestContent(archive, offset);
+  std::string text = GetManifestContent(archive, offset);
   if (offset == 0) {
-    errno = 0;
-    if (options.verifyAsked) throw CExcept(NotSignedMessage(archive.Name()), kErrorNotSigned, false);
+    if (options.verifyAsked) throw CExcept(NotSignedMessage(archive.Name()), kErrorNotSigned);
     return;
   }
   ManifestContextPtr context = ManifestMakeContext();
   InitForReading(context.get(), options);
-  ThrowManifestError(context.get(), CSmfVerify(context.get(), text, run, 0, false));
+  ThrowManifestError(context.get(), CSmfVerify(context.get(), std::move(text), run, 0, false));
   CompareWithExternal(context.get(), options, options.verifyAsked);
   archive.ExchangeWitness(std::make_unique<CManifestWitness>(std::move(context)));
 }
@@ -85,11 +85,9 @@ OldSignature HashExistingEntries(CArchive& archive, unsigned long& failed) {
   for (CDirEntry* entry = archive.First(); entry != nullptr; entry = archive.Next()) {
     entry->AddToDirEx(&archive, false);
     if (entry->IsSignedManifest()) {
-      errno = 0;
       if (!archive.AtEnd()) throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
-      const auto text = static_cast<CSignedManifest*>(entry)->Text();
       old.start = entry->Start();
-      old.text.assign(text.begin(), text.end());
+      old.text = static_cast<CSignedManifest*>(entry)->TakeText();
       break;
     }
     if (entry->DoManifestAPI() && !entry->IsEntrySigned()) ++failed;
@@ -98,10 +96,11 @@ OldSignature HashExistingEntries(CArchive& archive, unsigned long& failed) {
 }
 
 // The old signature is accepted by the certificates of -key, else by the installed ones.
-ManifestContextPtr VerifyOldSignature(const OldSignature& old, IRunServices& run) {
+ManifestContextPtr VerifyOldSignature(OldSignature& old, IRunServices& run) {
   ManifestContextPtr context = ManifestMakeContext();
   InitForReading(context.get(), run.Options());
-  ThrowManifestError(context.get(), CSmfVerify(context.get(), old.text, run, kManifestKeyIsOptional, false));
+  ThrowManifestError(context.get(),
+                     CSmfVerify(context.get(), std::move(old.text), run, kManifestKeyIsOptional, false));
   return context;
 }
 
@@ -121,10 +120,9 @@ bool IsUnchanged(CArchive& archive, ManifestContextPtr old) {
 
 void PrepareExisting(CArchive& archive, IRunServices& run) {
   unsigned long failed = 0;
-  const OldSignature old = HashExistingEntries(archive, failed);
+  OldSignature old = HashExistingEntries(archive, failed);
   if (old.start != 0 && run.Options().verifySignature) {
     ManifestContextPtr context = VerifyOldSignature(old, run);
-    errno = 0;
     if (!IsUnchanged(archive, std::move(context))) {
       throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
     }
@@ -190,7 +188,7 @@ void CSignedManifest::CreateArchiveSignature(CArchive& archive, IRunServices& ru
   entry.AddToArchive(&archive);
   pack.strategy.execute(&archive);
   archive.Output().Drain();
-  if (replaces && !archive.Stream().Truncate()) throw CWriteExcept(archive.Name());
+  if (replaces && !archive.Stream().Truncate()) throw CWriteExcept(archive.Name(), LastSystemError());
   if (options.verbose) {
     PrintLine("TOLVEN: Signature of archive " + ShowText(archive.Name()) + " was successfully created");
   }

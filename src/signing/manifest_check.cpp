@@ -1,6 +1,5 @@
 #include "signing/manifest_check.h"
 
-#include <cerrno>
 #include <span>
 #include <vector>
 
@@ -23,7 +22,6 @@ constexpr unsigned long kMaxCrlBytes = 64UL << 20;
 
 std::vector<std::uint8_t> ReadCrlFile(const char* path) {
   const LocalFile file(path, LocalFile::Links::kFollow);
-  errno = file.Error();
   if (!file.IsOpen()) {
     throw CInvalManifestExcept(std::string("Cannot open CRL file >") + ShowText(path) + "<", SMF_ECRL, 0);
   }
@@ -33,8 +31,8 @@ std::vector<std::uint8_t> ReadCrlFile(const char* path) {
     const std::size_t before = bytes.size();
     bytes.resize(before + kPiece);
     std::size_t done = 0;
-    errno = file.Read(std::span(bytes).subspan(before), done);
-    if (errno != 0 || bytes.size() > kMaxCrlBytes) {
+    const int error = file.Read(std::span(bytes).subspan(before), done);
+    if (error != 0 || bytes.size() > kMaxCrlBytes) {
       throw CInvalManifestExcept("CRL file could not be read ", SMF_ECRL, 0);
     }
     bytes.resize(before + done);
@@ -61,10 +59,9 @@ std::string GetManifestContent(CArchive& archive, std::int64_t& offset) {
     if (!entry->IsSignedManifest()) continue;
     auto& manifest = static_cast<CSignedManifest&>(*entry);
     manifest.AddToDirEx(&archive, false);
-    errno = 0;
     if (!archive.AtEnd()) throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
     offset = manifest.Start();
-    text.assign(manifest.Text().begin(), manifest.Text().end());
+    text = manifest.TakeText();
     break;
   }
   archive.Seek(position);
@@ -85,7 +82,7 @@ void InitForReading(ManifestContext* context, const CmdOptions& options) {
   InitManifest(context, options, "SHA256", "PKCS7-TSTAMP", "SHA256");
 }
 
-int CSmfVerify(ManifestContext* context, std::string_view text, IRunServices& run, unsigned flags,
+int CSmfVerify(ManifestContext* context, std::string document, IRunServices& run, unsigned flags,
                bool verifyFiles) {
   const CmdOptions& options = run.Options();
   std::vector<std::uint8_t> crl;
@@ -93,13 +90,14 @@ int CSmfVerify(ManifestContext* context, std::string_view text, IRunServices& ru
     crl = ReadCrlFile(options.crlFile);
     flags |= kManifestRequireCrl;
   }
+  ManifestSetText(context, std::move(document));
   const auto verify = [&] {
+    const std::string_view text = ManifestGetText(context);
     return ManifestVerifyEx(context, text.data(), text.size(), options.key, options.key, options.password,
                             crl, flags, verifyFiles, true);
   };
   int code = verify();
   if (code == SMF_ESIGNATURE && options.key != nullptr && HasPasswordNow(context, run)) {
-    InitForReading(context, options);
     code = verify();
   }
   return code == SMF_ESIGNATURE_EXTERNAL || code == SMF_ESIGNATURE_VALIDATION ? SMF_OK : code;

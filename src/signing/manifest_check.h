@@ -28,12 +28,12 @@ void InitManifest(ManifestContext* context, const CmdOptions& options, const cha
 // The same with the defaults for a document that is read: what it names itself wins over these.
 void InitForReading(ManifestContext* context, const CmdOptions& options);
 
-// Checks the signature of `text` by the certificates of -key (else the installed ones; with
+// Takes the document over and checks its signature by the certificates of -key (else the installed ones; with
 // kManifestKeyIsOptional in `flags` by either) and the CRLs of -crl; with `verifyFiles` also the files on
 // disk. Asks for the key's password when it turns out to need one. SMF_OK also for a signature of an external
 // or the validation key; the context's category and text then carry the warning. A CRL file that cannot be
 // read is an exception.
-[[nodiscard]] int CSmfVerify(ManifestContext* context, std::string_view text, IRunServices& run,
+[[nodiscard]] int CSmfVerify(ManifestContext* context, std::string document, IRunServices& run,
                              unsigned flags, bool verifyFiles);
 
 // Signs the context's document with -key and its password.

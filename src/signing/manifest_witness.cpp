@@ -1,6 +1,6 @@
 #include "signing/manifest_witness.h"
 
-#include <cerrno>
+#include <string_view>
 #include <unordered_map>
 
 #include "archive/archive.h"
@@ -50,15 +50,15 @@ void CManifestWitness::Raise(const std::string& detail, bool withReason) const {
 // library's own check is for all files: one that nobody asked for must not show in its errors.
 unsigned long CManifestWitness::CountMissing(const CArchive& archive, const CSelection& selection,
                                              std::string& text) {
-  std::span<const ManifestFile> files;
+  ManifestFiles files;
   ManifestContext* context = m_manifest.get();
   if (ManifestGetFileCounter(context) == 0 || ManifestGetFileList(context, &files) != SMF_OK) return 0;
   unsigned long missing = 0;
-  std::unordered_map<std::string, std::size_t> listed;
-  for (const ManifestFile& file : files) {
-    const std::string name(file.name);
+  std::unordered_map<std::string_view, std::size_t> listed;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    const std::string name(files[i].name);
     if (!selection.AsksFor(name, archive.ShownName(name, false))) continue;
-    if (++listed[name] <= selection.Met(name)) continue;
+    if (++listed[files[i].name] <= selection.Met(name)) continue;
     if (++missing == 1) text = "File >" + ShowText(name) + "< of the manifest was not found";
   }
   if (missing > 0) Note(SMF_EFILENOTFOUND);
@@ -69,7 +69,6 @@ void CManifestWitness::Verdict(const CArchive& archive, const CSelection* select
   std::string missing;
   const bool all = selection != nullptr && selection->SelectsAll();
   if (selection != nullptr && !all) failed += CountMissing(archive, *selection, missing);
-  errno = 0;
   ManifestContext* context = m_manifest.get();
   if (all && failed == 0) {
     const int code = ManifestCheckAllMet(context);

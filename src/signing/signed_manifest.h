@@ -35,6 +35,8 @@ class CSignedManifest : public CDirEntry {
   void AddToDirEx(CArchive* archive, bool write) override;
   // The text: as given, or as read by AddToDirEx.
   std::span<const unsigned char> Text() const { return m_text.Contents(); }
+  // The same, handed over.
+  std::string TakeText() { return m_text.Take(); }
 
   // --- Flows. What the commands reach as ISignature.
   static bool IsSigning(const IRunServices& run);

@@ -1,22 +1,14 @@
-"""A second implementation of the archive file: a writer that can also write what no good archive holds, and a reader
-that takes nothing on trust. It shares no code with the program, and its coder is zlib: the blocks of a stream are
+"""A second implementation of the archive file: a writer that can also write what no good archive holds; the reader
+beside it takes nothing on trust. It shares no code with the program, and its coder is zlib: the blocks of a stream are
 RFC 1951 blocks behind an 8-byte header and a preamble of a few bits.
 """
 import struct
 import zlib
 
+from format_reader import HEADER, STREAM_HEADER, Malformed, crc, inflate, parse, read  # noqa: F401
+
 BLOCK = 65536
-HEADER = struct.Struct("<2sIQIqIHH")
-STREAM_HEADER = struct.Struct("<IBBBB")
-assert HEADER.size == 34
 
-
-def crc(data):
-    """The register of the reflected CRC-32, started at 0 and inverted neither before nor after."""
-    return zlib.crc32(data, 0xFFFFFFFF) ^ 0xFFFFFFFF
-
-
-# --- Writing.
 
 def lzh(data, preamble="00", strategy=zlib.Z_FIXED):
     """One compressed stream. `preamble` is written as bits in file order: two bits r, then r bits of anything."""
@@ -79,80 +71,3 @@ def link(name, target, kind=b"LK"):
 
 def archive(*entries, version=b"2.01", magic=b"ORV "):
     return magic + version + b"".join(entries)
-
-
-# --- Reading.
-
-class Malformed(Exception):
-    pass
-
-
-class Entry:
-    """One entry as it stands in the file; `blocks` are pairs of kind and payload."""
-
-    def __init__(self, fields, name, access):
-        self.type, self.mode, self.size, self.size_high, self.mtime, self.reserved = fields
-        self.name, self.access, self.blocks, self.crc = name, access, [], None
-
-    @property
-    def kinds(self):
-        return [kind for kind, _ in self.blocks]
-
-    def data(self):
-        """The data, every block taken by itself as 2.01 has it."""
-        pieces = [payload if kind[:1] == b"U" else inflate(payload) for kind, payload in self.blocks]
-        if any(len(piece) != BLOCK for piece in pieces[:-1]) or any(not 0 < len(p) <= BLOCK for p in pieces):
-            raise Malformed("blocks of %r" % [len(p) for p in pieces])
-        whole = b"".join(pieces)
-        if whole and crc(whole) != self.crc:
-            raise Malformed("checksum")
-        return whole
-
-
-def inflate(stream):
-    length, version, magic1, magic2, level = STREAM_HEADER.unpack_from(stream)
-    if (version, magic1, magic2, level) != (0x12, 0x1F, 0x9D, 2) or len(stream) < 10 or stream[-1] != 0:
-        raise Malformed("stream %r ... %r" % (stream[:8], stream[-2:]))
-    bits = int.from_bytes(stream[8:-1], "little")
-    bits >>= 2 + (bits & 3)
-    decoder = zlib.decompressobj(-15)
-    data = decoder.decompress(bits.to_bytes(len(stream) - 9, "little"))
-    if not decoder.eof or len(data) != length or decoder.unused_data.strip(b"\0"):
-        raise Malformed("stream of %d bytes: %d" % (length, len(data)))
-    return data
-
-
-def read(path):
-    """Version and entries of the archive at `path`."""
-    with open(path, "rb") as file:
-        return parse(file.read())
-
-
-def parse(content):
-    if content[:4] != b"ORV " or content[4:8] not in (b"2.00", b"2.01"):
-        raise Malformed("archive header %r" % content[:8])
-    entries, at = [], 8
-    while at < len(content):
-        *fields, access_length, name_length = HEADER.unpack_from(content, at)
-        at += HEADER.size
-        name = content[at:at + name_length]
-        access = content[at + name_length:at + name_length + access_length]
-        if len(name) != name_length or len(access) != access_length or name[-1:] != b"\0" or b"\0" in name[:-1]:
-            raise Malformed("name %r" % name)
-        at += name_length + access_length
-        item = Entry(fields, name[:-1], access)
-        if item.type not in (b"RG", b"DR", b"LK", b"SC", b"SM"):
-            raise Malformed("type %r" % item.type)
-        while content[at:at + 2] in (b"DA", b"ED", b"UD", b"UE"):
-            kind, (length,) = content[at:at + 2], struct.unpack_from("<I", content, at + 2)
-            payload = content[at + 6:at + 6 + length]
-            if len(payload) != length:
-                raise Malformed("payload")
-            item.blocks.append((kind, payload))
-            at += 6 + length
-            if kind in (b"ED", b"UE"):
-                (item.crc,) = struct.unpack_from("<I", content, at)
-                at += 4
-                break
-        entries.append(item)
-    return content[4:8], entries

@@ -15,6 +15,8 @@ import termios
 import time
 import unittest
 
+import format_reader
+
 BINARY = os.path.abspath(os.environ.get("TOLVEN_BIN", "build/release/bin/TOLVEN"))
 SANITIZER_EXIT = 99
 
@@ -285,7 +287,22 @@ class TolvenTest(unittest.TestCase):
         self.assertEqual(run.code, 0, run)
         if count is not None:
             self.assertEqual(run.lines[-1], "TOLVEN: %d file(s) extracted" % count)
+        if set(args) <= {"-xnopvalid"} and os.path.isfile(name) and os.path.getsize(name) < 1 << 26:
+            self.check_reader(name, target)
         return target
+
+    def check_reader(self, archive, target):
+        """What was extracted is what the reader of docs/format.md finds."""
+        extracted = set()
+        for folder, directories, files in os.walk(target):
+            for full in (os.path.join(folder, name) for name in directories + files):
+                if os.path.islink(full):
+                    extracted.add(os.fsencode(os.readlink(full)))
+                elif os.path.isfile(full) and os.access(full, os.R_OK):
+                    extracted.add(read_file(full))
+        entries = format_reader.read(archive)[1]
+        found = {entry.link()[1] if entry.type in (b"LK", b"SC") else entry.data() for entry in entries}
+        self.assertLessEqual(extracted, found, archive)
 
 
 main = unittest.main

@@ -45,8 +45,11 @@ class Blocks(harness.TolvenTest):
             self.assertLessEqual(set(entry.kinds[:-1]), {b"DA", b"UD"}, entry.name)
             self.assertLessEqual(set(entry.kinds[-1:]), {b"ED", b"UE"}, entry.name)
             self.assertEqual(len(entry.blocks), -(-len(content) // 65536), entry.name)
+            pieces = [archivefile.inflate(payload) if kind[:1] != b"U" else payload for kind, payload in entry.blocks]
+            self.assertEqual(pieces, [content[i:i + 65536] for i in range(0, len(content), 65536)], entry.name)
             for kind, payload in entry.blocks:
                 self.assertLessEqual(len(payload), 65536, entry.name)
+                self.assertTrue(kind[:1] == b"U" or payload[4:8] == b"\x12\x1f\x9d\x02" and payload[-1] == 0, entry.name)
 
     def test_what_is_stored_raw(self):
         # Only what does not fit the 65536 bytes of a block; noise of less than about 65390 bytes does.

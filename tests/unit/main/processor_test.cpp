@@ -7,9 +7,10 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "report/except.h"
-#include "support/args.h"
+#include "support/split.h"
 #include "support/temp_dir.h"
 
 namespace tolven {
@@ -51,10 +52,13 @@ class ProcessorTest : public test::TempDirTest {
   int Run(const std::string& text, std::function<void()> work) {
     m_proc->Reset();
     m_proc->SetLogManager(std::make_unique<CAPILogMan>());
-    m_args = std::make_unique<test::Args>(text);
+    m_args = test::Split("TOLVEN|" + text);
+    std::vector<char*> pointers;
+    for (std::string& word : m_args) pointers.push_back(word.data());
+    pointers.push_back(nullptr);
     m_factory.m_work = std::move(work);
     try {
-      m_proc->CmdLine().SetOptions(m_args->Count(), m_args->Vector());
+      m_proc->CmdLine().SetOptions(static_cast<int>(m_args.size()), pointers.data());
       m_proc->Run();
     } catch (const CExcept& except) {
       m_proc->LogManager().PrintInfo(except);
@@ -65,7 +69,7 @@ class ProcessorTest : public test::TempDirTest {
 
   FakeFactory m_factory;
   CProcessor* m_proc = nullptr;
-  std::unique_ptr<test::Args> m_args;
+  std::vector<std::string> m_args;
 };
 
 // Which archive survives which failure of a create or append.
@@ -79,18 +83,18 @@ TEST_F(ProcessorTest, CleanUpAfterAFailure) {
   };
   const Case cases[] = {
       {"success", [] {}, 0, true, true},
-      {"write", [] { throw CWriteExcept("A.VRA"); }, 4, false, false},
+      {"write", [] { throw CWriteExcept("A.VRA", kNoSystemError); }, 4, false, false},
       {"read", [] { throw CReadExcept("f"); }, 5, false, false},
       {"manifest", [] { throw CInvalManifestExcept("", 10, 0); }, 57, false, true},
       {"signature", [] { throw CInvalSignatureExcept("", 1); }, 60, false, true},
-      {"other", [] { throw COpenExcept("A.VRA"); }, 6, true, true},
+      {"other", [] { throw COpenExcept("A.VRA", kNoSystemError); }, 6, true, true},
       {"inaccessible", [this] { m_proc->FileNotAvail("f"); }, 44, false, true},
   };
   for (const Case& test : cases) {
-    for (const char* command : {"-c n", "-a n", "-ci n", "-ai n", "-S", "-m", "-x"}) {
+    for (const char* command : {"-c|n", "-a|n", "-ci|n", "-ai|n", "-S", "-m", "-x"}) {
       SCOPED_TRACE(test.name + " " + command);
       test::WriteFile("A.VRA", "half");
-      const int exitCode = Run(std::string(command) + " -f A.VRA", [&] {
+      const int exitCode = Run(std::string(command) + "|-f|A.VRA", [&] {
         ASSERT_TRUE(m_proc->ArchiveFile().Open("A.VRA", O_WRONLY));
         test.work();
       });
@@ -116,10 +120,10 @@ TEST_F(ProcessorTest, DeletesTheFileItOpenedWhereverItIsFound) {
     SCOPED_TRACE(std::string(test.name) + " " + test.opened);
     const auto files = {"A.VRA", "sub/A.VRA", "sub/sub/A.VRA"};
     for (const char* file : files) test::WriteFile(m_dir / file, "x");
-    Run(std::string("-c n -f ") + test.name, [&] {
+    Run(std::string("-c|n|-f|") + test.name, [&] {
       ASSERT_TRUE(m_proc->ArchiveFile().Open(test.opened, O_WRONLY));
       fs::current_path("sub");
-      throw CWriteExcept("A.VRA");
+      throw CWriteExcept("A.VRA", kNoSystemError);
     });
     fs::current_path(m_dir.Path());
     for (const std::string file : files) EXPECT_EQ(fs::exists(file), file != test.opened) << file;

@@ -5,6 +5,7 @@
 namespace tolven {
 namespace {
 
+using test::AddFiles;
 using test::Block;
 using test::kAbcDigest;
 using test::kAbcLine;
@@ -28,7 +29,7 @@ TEST(ManifestParser, ReadsWhatTheWriterWrites) {
 
   const ManifestContextPtr reader = ManifestMakeContext();
   ASSERT_EQ(Parse(reader.get(), document), SMF_OK) << ManifestGetLastError(reader.get());
-  std::span<const ManifestFile> records;
+  ManifestFiles records;
   ASSERT_EQ(ManifestGetFileList(reader.get(), &records), SMF_OK);
   ASSERT_EQ(records.size(), files.size());
   for (std::size_t i = 0; i < files.size(); ++i) EXPECT_EQ(records[i].name, files[i].first);
@@ -64,7 +65,7 @@ TEST(ManifestParser, HeaderTable) {
     EXPECT_EQ(ManifestSignatureFormat(context.get()), row.format) << row.lines;
     EXPECT_EQ(ManifestSignatureAlgorithm(context.get()), row.algorithm) << row.lines;
     EXPECT_EQ(ManifestGetFileCounter(context.get()), 0u);
-    std::span<const ManifestFile> records;
+    ManifestFiles records;
     EXPECT_EQ(ManifestGetFileList(context.get(), &records), SMF_EEOL);
   }
 }
@@ -207,6 +208,40 @@ TEST(ManifestParser, ForgedFormatsLeaveNoLoggableWarning) {
     EXPECT_NE(ManifestGetErrorCategory(context.get()), MANIFEST_CATEGORY_LOGGABLE_WARNING) << format;
     EXPECT_EQ(ManifestGetFileCounter(context.get()), 0u) << format;
   }
+}
+
+TEST(ManifestWriter, DocumentByteForByte) {
+  const ManifestContextPtr context = ManifestMakeContext();
+  AddFiles(context.get(), {{"a b", "abc"}, {"dir/empty", ""}});
+  EXPECT_EQ(ManifestGetText(context.get()),
+            kHeader + kAbcLine +
+                "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855 0009 dir/empty\n");
+  EXPECT_EQ(ManifestGetFileCounter(context.get()), 2u);
+  EXPECT_EQ(ManifestGetSignedText(context.get()), "") << "the body is not ended yet";
+}
+
+TEST(ManifestWriter, LongestNameAndTheBufferBeyondIt) {
+  const std::string name(65535, 'n');
+  const ManifestContextPtr context = ManifestMakeContext();
+  AddFiles(context.get(), {{name, "abc"}});
+  EXPECT_TRUE(ManifestGetText(context.get()).ends_with(" ffff " + name + "\n"));
+  const std::string longer(65536, 'n');
+  EXPECT_EQ(ManifestOpenFile(context.get(), longer.data(), longer.size()), SMF_EINVARG);
+}
+
+TEST(ManifestWriter, MisuseIsRefusedAndRecorded) {
+  const ManifestContextPtr context = ManifestMakeContext();
+  EXPECT_EQ(ManifestOpenFile(context.get(), nullptr, 3), SMF_EINVARG);
+  EXPECT_EQ(ManifestGetLastError(context.get()), "Invalid empty input file name passed");
+  EXPECT_EQ(ManifestOpenFile(context.get(), "", 0), SMF_EINVARG);
+  EXPECT_EQ(ManifestOpenFile(context.get(), "a\0b", 3), SMF_EINVARG);
+  EXPECT_EQ(ManifestUpdateFile(context.get(), "x", 1), SMF_EINVARG);
+  EXPECT_EQ(ManifestCloseFile(context.get()), SMF_EINVARG);
+  EXPECT_EQ(ManifestGetText(context.get()), "") << "no refused call may leave a trace in the document";
+  ASSERT_EQ(ManifestOpenFile(context.get(), "a", 1), SMF_OK);
+  EXPECT_EQ(ManifestOpenFile(context.get(), "b", 1), SMF_EINVARG);
+  EXPECT_EQ(ManifestUpdateFile(context.get(), nullptr, 1), SMF_EDIGESTLIB);
+  EXPECT_NE(ManifestGetLastError(context.get()).find("\nError in haUpdate 1"), std::string::npos);
 }
 
 }  // namespace

@@ -1,13 +1,45 @@
-#include "report/space_info.h"
-
 #include <gtest/gtest.h>
 
 #include <map>
+#include <string>
+#include <utility>
 
+#include "report/code_names.h"
+#include "report/except.h"
+#include "report/space_info.h"
+#include "report/statistics.h"
 #include "support/temp_dir.h"
 
 namespace tolven {
 namespace {
+
+TEST(Statistics, ElapsedTimeAndCount) {
+  const std::pair<std::int64_t, std::string> cases[] = {
+      {0, "00:00:00"}, {3725, "01:02:05"}, {93789, "26:03:09"}, {360000, "100:00:00"}, {-5, "00:00:00"}};
+  for (const auto& [seconds, text] : cases) {
+    CStatistics statistics;
+    statistics.SetElapsedSeconds(seconds);
+    for (int i = 0; i < 12; ++i) statistics.CountFile();
+    EXPECT_EQ(statistics.GetInfoText(), "Printing program statistics for TOLVEN...\ntime elapsed: " + text +
+                                            " (hh:mm:ss)\nFiles processed: 12");
+  }
+}
+
+TEST(SignatureExcept, LibraryNamesAndTheCut) {
+  static std::string name;
+  name = "DKV_FAILED";
+  SetDkvNameResolver([](int code) -> const char* { return code == 9 ? name.c_str() : nullptr; });
+  EXPECT_EQ(CInvalSignatureExcept("x", 9).GetMsg(),
+            "TOLVEN: error in signature verification (error 60). DKV-RC: DKV_FAILED \nDetail: x");
+  EXPECT_EQ(CInvalSignatureExcept("x", 8).GetMsg(),
+            "TOLVEN: error in signature verification (error 60). DKV-RC: 8 \nDetail: x");
+  name.assign(600, 'N');
+  const std::string detail(600, 'd');
+  const std::string message = CInvalSignatureExcept(detail, 9).GetMsg();
+  SetDkvNameResolver(nullptr);
+  EXPECT_EQ(message.size(), 511U + detail.size());
+  EXPECT_EQ(message.substr(500), std::string(11, 'N') + detail);
+}
 
 // A disk in memory: directories by path with their file system, files with their size, free space by system.
 class FakeDisk : public IDiskProbe {
@@ -63,20 +95,6 @@ TEST_F(SpaceInfoTest, ShortfallOfOneByteIsMissing) {
   exact.AddInfo("a", 2048.0, true);
   EXPECT_FALSE(exact.CmpSpcReqAvail());
   EXPECT_EQ(exact.GetInfoText(), "There is free space missing... \n");
-}
-
-TEST_F(SpaceInfoTest, AccessiblePath) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"./usr/a/b/c", "./usr"}, {"./a", "."},     {"/x/y", "/"}, {"/x", "/"},
-      {"/opt/x", "/opt"},       {"new/a", "new"}, {"a", "a"},    {".\\usr\\a", "."},
-  };
-  for (const auto& [path, expected] : cases) {
-    std::string result;
-    EXPECT_TRUE(m_info.GetAccessiblePath(path, result));
-    EXPECT_EQ(result, expected) << path;
-  }
-  std::string result;
-  EXPECT_FALSE(m_info.GetAccessiblePath("", result));
 }
 
 }  // namespace
