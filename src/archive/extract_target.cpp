@@ -3,12 +3,12 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <fstream>
 #include <optional>
 #include <utility>
 
 #include "archive/format.h"
 #include "cmdline/cmd_line.h"
+#include "fileio/current_umask.h"
 #include "fileio/utils.h"
 #include "report/error_numbers.h"
 #include "report/except.h"
@@ -30,19 +30,6 @@ bool LosesComponents(const std::string& name) {
 void MakeParents(CExtractRoot& root, const std::string& path) {
   std::string failed;
   if (!root.MakeParents(path, failed)) throw CCreateDirExcept(failed, LastSystemError());
-}
-
-// Other threads of an embedding program may be making files: without /proc it can only be read by setting it,
-// then to the narrowest.
-std::uint32_t CurrentUmask() {
-  std::ifstream status("/proc/self/status");
-  for (std::string word; status >> word;) {
-    std::uint32_t shown = 0;
-    if (word == "Umask:" && status >> std::oct >> shown) return shown;
-  }
-  const mode_t mask = umask(kModeRights);
-  umask(mask);
-  return mask;
 }
 
 }  // namespace
