@@ -13,7 +13,7 @@ import archivefile
 import harness
 import signing_support as support
 from archivefile import archive, regular
-from signing_support import MANIFEST_NAME, manifest_of, pki, tool
+from signing_support import MANIFEST_NAME, manifest_of, pki
 
 TREE = {"dir/read-me": "for you", "dir/big": os.urandom(1000) + bytes(200000), "dir/empty": "",
         "dir/sub/with blank": "x", "dir/sub/\u00e9": "name in UTF-8"}
@@ -136,20 +136,6 @@ class FirstUse(support.SigningTest):
                 self.assertNotEqual(termios.tcgetattr(slave)[3] & termios.ECHO, 0)
             os.close(master)
             os.close(slave)
-
-    def test_with_an_authority(self):
-        self.shell("mkdir -p home/.tolven/sec; cp %s root.pem; cp %s inter.pem" % (pki("root.crt"), pki("inter.crt")))
-        self.shell("tolven-pse request release-key release-key.csr -passfile password", code=1)
-        harness.write_file(self.path("password"), "a longer one\n", 0o600)
-        self.shell("tolven-pse request release-key release-key.csr -passfile password")
-        tool("openssl", "x509", "-req", "-in", self.path("release-key.csr"), "-CA", "inter.crt", "-CAkey",
-             "inter.key", "-extfile", "pki.cnf", "-extensions", "signer", "-set_serial", "4711", "-out", self.path("answer.pem"),
-             cwd=pki())
-        self.shell("tolven-pse import release-key answer.pem inter.pem -passfile password")
-        self.shell("tolven-pse trust QELverify ./root.pem")
-        self.assertEqual(self.shell("TOLVEN -cSf A -key release-key -pwd 'a longer one' dir"), "")
-        self.assertIn("TOLVEN: Signature Type    >QEL software<\n", self.shell("TOLVEN -dVvf A"))
-        self.assertIn("is not", self.shell("TOLVEN -cf B dir; TOLVEN -dVf B", code=59))
 
 
 class ManifestTool(support.SigningTest):
