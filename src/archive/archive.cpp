@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 #include "archive/bytes.h"
@@ -16,12 +15,6 @@
 namespace tolven {
 
 namespace {
-
-// errno is cleared: these exceptions do not follow a failed call, their text must end in the number alone.
-[[noreturn]] void ThrowFormat(const std::string& message) {
-  errno = 0;
-  throw CExcept(message);
-}
 
 bool IsKnownFirstType(EntryType type) {
   constexpr EntryType known[] = {kTypeRegular, kTypeDirectory, kTypeShortcut,
@@ -58,8 +51,8 @@ CArchive::CArchive(const std::string& fileName, unsigned int mode, const Archive
 CArchive::CArchive(const std::string& fileName, const COutputFile& file, bool isNew,
                    const ArchiveServices& services)
     : m_services(services), m_name(fileName) {
-  errno = 0;
-  if (!m_stream.Attach(file.Share(), CFileStream::Writes::kBuffered)) throw COpenExcept(fileName);
+  if (!m_stream.Attach(file.Share(), CFileStream::Writes::kBuffered))
+    throw COpenExcept(fileName, LastSystemError());
   TakeSize();
   if (isNew) SetNewHeader();
 }
@@ -75,15 +68,14 @@ CArchive::~CArchive() = default;
 void CArchive::Open(const std::string& fileName, unsigned int mode) {
   m_name = fileName;
   m_ahead.reset();
-  errno = 0;
   m_stream.Open(fileName, mode, 0);
-  if (!m_stream.Open()) throw COpenExcept(fileName);
+  if (!m_stream.Open()) throw COpenExcept(fileName, LastSystemError());
   TakeSize();
 }
 
 void CArchive::TakeSize() {
   struct stat status {};
-  if (fstat(m_stream.Descriptor(), &status) != 0) throw COpenExcept(m_name);
+  if (fstat(m_stream.Descriptor(), &status) != 0) throw COpenExcept(m_name, LastSystemError());
   m_fileSize = status.st_size;
   m_isFile = S_ISREG(status.st_mode);
 }
@@ -109,12 +101,12 @@ CBlocksAhead* CArchive::Ahead() {
 }
 
 void CArchive::Close() {
-  if (m_stream.Open() && !m_stream.Close()) throw CWriteExcept(m_name);
+  if (m_stream.Open() && !m_stream.Close()) throw CWriteExcept(m_name, LastSystemError());
 }
 
 std::int64_t CArchive::Position() {
   long position = 0;
-  if (!m_stream.GetPos(&position)) throw CGetFilePosExcept();
+  if (!m_stream.GetPos(&position)) throw CGetFilePosExcept(LastSystemError());
   return position;
 }
 
@@ -123,11 +115,11 @@ bool CArchive::AtEnd() {
 }
 
 void CArchive::Seek(std::int64_t position) {
-  if (!m_stream.SetPos(position)) throw CSetFilePointerExcept();
+  if (!m_stream.SetPos(position)) throw CSetFilePointerExcept(LastSystemError());
 }
 
 void CArchive::SeekToEnd() {
-  if (!m_stream.MoveToEnd()) throw CSetFilePointerExcept();
+  if (!m_stream.MoveToEnd()) throw CSetFilePointerExcept(LastSystemError());
 }
 
 void CArchive::WriteHeader() {
@@ -135,7 +127,7 @@ void CArchive::WriteHeader() {
   std::memcpy(bytes.data() + ArchiveField::magic, m_magic.data(), m_magic.size());
   std::memcpy(bytes.data() + ArchiveField::version, m_version.data(), m_version.size());
   unsigned long done = 0;
-  if (!m_stream.Write(bytes.data(), bytes.size(), &done)) throw CWriteExcept(m_name);
+  if (!m_stream.Write(bytes.data(), bytes.size(), &done)) throw CWriteExcept(m_name, LastSystemError());
 }
 
 bool CArchive::IsValid() {
@@ -263,7 +255,7 @@ void CArchive::SkipPayload(BlockType type) {
   const std::int64_t skip = std::int64_t{LoadLittle<std::uint32_t>(bytes.data())} +
                             (IsLastBlock(type) ? static_cast<std::int64_t>(kCrcSize) : 0);
   if (skip > m_fileSize - Position() || !m_stream.MoveFlPtr(skip)) {
-    ThrowFormat("TOLVEN: error in second MoveFlPtr()");
+    throw CExcept("TOLVEN: error in second MoveFlPtr()", kNoSystemError);
   }
 }
 
@@ -275,8 +267,9 @@ CDirEntry* CArchive::ReadEntry() {
 
 void CArchive::ReadEntryName() {
   if (m_header.nameLength > kMaxNameLength) {
-    ThrowFormat(
-        "TOLVEN: violation of data integrity - value of entry-name-length exceeds allocated buffer size!");
+    throw CExcept(
+        "TOLVEN: violation of data integrity - value of entry-name-length exceeds allocated buffer size!",
+        kNoSystemError);
   }
   ReadExactly(reinterpret_cast<unsigned char*>(m_nameBuffer.data()), m_header.nameLength);
   m_nameBuffer[m_header.nameLength] = '\0';
@@ -311,7 +304,7 @@ CDirEntry* CArchive::EntryFactory() {
   } else if (m_header.type == kTypeLink || m_header.type == kTypeShortcut) {
     entryClass = EntryClass::kLink;
   } else if (m_header.type != kTypeRegular) {
-    ThrowFormat("TOLVEN: unknown entry type encountered");
+    throw CExcept("TOLVEN: unknown entry type encountered", kNoSystemError);
   }
   std::unique_ptr<CDirEntry>& entry = m_entries[static_cast<std::size_t>(entryClass)];
   if (!entry) entry = m_services.factory.NewEntry(entryClass);
@@ -326,11 +319,13 @@ int CArchive::GetEntryData(unsigned char* buffer, unsigned long bufferSize, unsi
   ReadExactly(bytes.data(), bytes.size());
   const std::uint32_t length = LoadLittle<std::uint32_t>(bytes.data() + BlockField::length);
   if (length > bufferSize) {
-    ThrowFormat("TOLVEN: error in GetEntryData(); entry data length exceeds buffer limit");
+    throw CExcept("TOLVEN: error in GetEntryData(); entry data length exceeds buffer limit", kNoSystemError);
   }
   ReadExactly(buffer, length);
   const BlockType type = DecodeBlockType(static_cast<char>(bytes[0]), static_cast<char>(bytes[1]));
-  if (type == BlockType::kNone) ThrowFormat("TOLVEN: error in GetEntryData(); unknown block type");
+  if (type == BlockType::kNone) {
+    throw CExcept("TOLVEN: error in GetEntryData(); unknown block type", kNoSystemError);
+  }
   bytesRead = length;
   compressed = IsCompressedBlock(type);
   return ReadBlockEnd(type, checksum);
@@ -361,7 +356,7 @@ bool CArchive::BlockFollows() {
   std::array<unsigned char, 2> type{};
   unsigned long done = 0;
   if (!m_stream.Read(type.data(), type.size(), &done)) throw CReadExcept(m_name);
-  if (!m_stream.MoveFlPtr(-static_cast<long>(done))) throw CSetFilePointerExcept();
+  if (!m_stream.MoveFlPtr(-static_cast<long>(done))) throw CSetFilePointerExcept(LastSystemError());
   return done == type.size() &&
          DecodeBlockType(static_cast<char>(type[0]), static_cast<char>(type[1])) != BlockType::kNone;
 }

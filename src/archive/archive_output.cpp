@@ -31,7 +31,7 @@ CArchiveOutput::CArchiveOutput(CFileStream& stream, std::string name, unsigned t
 
 void CArchiveOutput::ToStream(std::span<const std::uint8_t> bytes) {
   unsigned long done = 0;
-  if (!m_stream.Write(bytes.data(), bytes.size(), &done)) throw CWriteExcept(m_name);
+  if (!m_stream.Write(bytes.data(), bytes.size(), &done)) throw CWriteExcept(m_name, LastSystemError());
 }
 
 void CArchiveOutput::Write(std::span<const std::uint8_t> bytes) {

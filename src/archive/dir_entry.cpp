@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 
 #include "archive/archive.h"
 #include "archive/entry_info.h"
@@ -112,9 +111,8 @@ bool CLink::FillEntryHeader(EntryHeader& header) {
 bool CLink::ResolveLink() {
   if (m_pPack->run.Options().resolveLinks) return true;
   std::array<char, kNameBufferSize> target{};
-  errno = 0;
   const ssize_t length = readlinkat(m_source.Get(), "", target.data(), target.size() - 1);
-  if (length < 0) throw CReadLinkExcept(m_path);
+  if (length < 0) throw CReadLinkExcept(m_path, LastSystemError());
   m_storedName += '|';
   m_storedName.append(target.data(), static_cast<std::size_t>(length));
   return true;

@@ -10,6 +10,7 @@
 #include "archive/format.h"
 #include "fileio/file_stream.h"
 #include "fileio/unique_fd.h"
+#include "report/system_error.h"
 
 namespace tolven {
 
@@ -121,8 +122,7 @@ class CDirEntry {
   // Opens m_source. What happens to the name afterwards makes no difference: header, data and a link's target
   // are of one object.
   [[nodiscard]] bool OpenSource();
-  void ReportUnknown(int systemError);
-  void ReportUnreadable(int systemError);
+  void ReportUnknown(CArchive& archive, SystemError error);
   void ReportNotAvailable(CArchive& archive, const std::string& reason);
   // Header, data and digest of a file.
   void WriteFile(CArchive* archive, EntryHeader& header);

@@ -1,12 +1,11 @@
 // Entries on their way out of an archive.
 
-#include <cerrno>
-
 #include "archive/archive.h"
 #include "archive/dir_entry.h"
 #include "archive/entry_data.h"
 #include "archive/extract_target.h"
 #include "cmdline/cmd_line.h"
+#include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
@@ -14,8 +13,6 @@
 namespace tolven {
 
 namespace {
-
-constexpr int kErrorChecksum = 12;
 
 // The path part and the target part of a link's name. False without a bar.
 bool SplitLink(const std::string& name, std::string& path, std::string& target) {
@@ -82,23 +79,24 @@ void CDirEntry::DecompressMe(CArchive* archive, bool write) {
     if (witness != nullptr) witness->Update(piece);
     unsigned long done = 0;
     if (write && !m_pStream->Write(piece.data(), piece.size(), &done)) {
-      const int error = errno;
+      const SystemError error = LastSystemError();
       DiscardTarget();
-      errno = error;
-      throw CWriteExcept(m_shownName);
+      throw CWriteExcept(m_shownName, error);
     }
   }
   // A stored CRC of 0 means that there is none.
   if (reader.StoredCrc() == 0 || reader.StoredCrc() == reader.Crc()) return;
-  errno = 0;
   if (m_pending && !m_pending->Discard()) {
-    throw CExcept("TOLVEN: could not delete " + ShowText(m_shownName), kErrorChecksum, true);
+    const SystemError error = LastSystemError();
+    throw CExcept("TOLVEN: could not delete " + ShowText(m_shownName), kErrorChecksum, error);
   }
   throw CChecksumExcept(m_shownName);
 }
 
 void CDirEntry::DiscardTarget() {
-  if (m_pending && !m_pending->Discard()) throw CExcept("TOLVEN: could not delete " + ShowText(m_shownName));
+  if (!m_pending || m_pending->Discard()) return;
+  const SystemError error = LastSystemError();
+  throw CExcept("TOLVEN: could not delete " + ShowText(m_shownName), error);
 }
 
 bool CLink::AddToDir(CArchive* archive) {

@@ -4,12 +4,12 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 
 #include "archive/archive.h"
 #include "archive/dir_entry.h"
 #include "cmdline/run_services.h"
 #include "fileio/utils.h"
+#include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
@@ -20,8 +20,6 @@ namespace tolven {
 
 namespace {
 
-constexpr int kErrorBrokenLink = 45;
-
 std::string WithSlash(std::string directory) {
   if (directory.empty() || directory.back() != '/') directory += '/';
   return directory;
@@ -30,8 +28,7 @@ std::string WithSlash(std::string directory) {
 // A relative path made absolute, for -P.
 std::string AbsolutePath(const std::string& path) {
   std::array<char, kNameBufferSize> buffer{};
-  errno = 0;
-  if (getcwd(buffer.data(), buffer.size()) == nullptr) throw CGetCwdExcept();
+  if (getcwd(buffer.data(), buffer.size()) == nullptr) throw CGetCwdExcept(LastSystemError());
   std::string directory = buffer.data();
   for (char& c : directory) {
     if (c == '\\') c = '/';
@@ -61,27 +58,22 @@ bool CDirEntry::OpenSource() {
   const SourceKind kind = GetSourceKind();
   if (kind.type == 0) return true;
   const int follow = m_pPack->run.Options().resolveLinks ? 0 : O_NOFOLLOW;
-  errno = 0;
   m_source = UniqueFd(open(m_path.c_str(), kind.flags | follow | O_CLOEXEC));
   return static_cast<bool>(m_source);
 }
 
 // The object could not be opened: a link without a target, or something that vanished or is out of reach.
-void CDirEntry::ReportUnknown(int systemError) {
+void CDirEntry::ReportUnknown(CArchive& archive, SystemError error) {
   strFileInformation target;
   const bool isBrokenLink = m_pPack->run.Options().resolveLinks && CheckIfIsSymlink(m_path) &&
                             !CUtils::GetFileInformation(m_path, target, true);
   if (!isBrokenLink) {
-    ReportUnreadable(systemError);
+    ReportNotAvailable(archive, SystemErrorText(error));
     return;
   }
+  archive.Output().Drain();
   CExcept::NotifyProcessor(kErrorBrokenLink);
   m_pPack->run.FileNotAvail(m_path + " (error 45).", "broken link");
-}
-
-void CDirEntry::ReportUnreadable(int systemError) {
-  errno = systemError;
-  m_pPack->run.FileNotAvail(m_path, SystemErrorText());
 }
 
 // In its place among the lines of the entries before it.
@@ -91,16 +83,13 @@ void CDirEntry::ReportNotAvailable(CArchive& archive, const std::string& reason)
 }
 
 bool CDirEntry::AddToArchive(CArchive* archive) {
-  errno = 0;
   if (ProcessOptions(*archive)) return false;
   // A bar in a link's own path would be taken for the one in front of the target.
   const bool ambiguous = IsLink() && m_storedName.find('|') != std::string::npos;
   const std::uint32_t type = GetSourceKind().type;
   EntryHeader header;
   if (!OpenSource() || !FillEntryHeader(header)) {
-    const int error = errno;
-    archive->Output().Drain();
-    ReportUnknown(error);
+    ReportUnknown(*archive, LastSystemError());
     return false;
   }
   if (type != 0 && (header.mode & kModeTypeMask) != type) {
@@ -122,11 +111,8 @@ bool CDirEntry::AddToArchive(CArchive* archive) {
 
 void CDirEntry::WriteFile(CArchive* archive, EntryHeader& header) {
   CFileStream file;
-  errno = 0;
   if (!file.Attach(m_source.Release())) {
-    const int error = errno;
-    archive->Output().Drain();
-    ReportUnreadable(error);
+    ReportNotAvailable(*archive, SystemErrorText(LastSystemError()));
     return;
   }
   if (m_pPack->run.ScanOnly()) return;  // opened only to see that it can be

@@ -1,7 +1,4 @@
 #include "archive/entry_data.h"
-
-#include <cerrno>
-
 #include "cslib/crc32.h"
 #include "cslib/cslib.h"
 #include "report/except.h"
@@ -44,7 +41,6 @@ bool CEntryDataReader::ReadBlock(std::span<const std::uint8_t>& piece) {
   m_position = 0;
   m_length = static_cast<std::uint32_t>(length);
   if (compressed) {
-    if (CBlocksAhead* ahead = m_archive.Ahead(); ahead != nullptr) ahead->NoteWork(m_length);
     m_pending = m_length > 0;
     return false;
   }
@@ -61,6 +57,9 @@ bool CEntryDataReader::Decompress(std::span<const std::uint8_t>& piece) {
                              m_streamOpen ? 0 : CS_INIT, &read, &written);
   if (rc < 0) throw CDecompExcept(m_name + " (cslib error " + std::to_string(rc) + ")");
   m_position += static_cast<std::uint32_t>(read);
+  if (CBlocksAhead* ahead = m_archive.Ahead(); ahead != nullptr) {
+    ahead->NoteWork(static_cast<std::size_t>(written));
+  }
   m_streamOpen = rc != CS_END_OF_STREAM;
   m_pending = rc == CS_END_OUTBUFFER;
   // Full output that holds nothing, from no input: the engine would say so for ever.

@@ -2,13 +2,13 @@
 
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <optional>
 #include <utility>
 
 #include "archive/format.h"
 #include "cmdline/cmd_line.h"
 #include "fileio/utils.h"
+#include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
@@ -17,9 +17,6 @@ namespace tolven {
 
 namespace {
 
-constexpr int kErrorTemporaryFile = 28;
-constexpr int kErrorForce = 28;
-constexpr int kErrorLink = 36;
 constexpr std::uint32_t kModeSettable = 0xFFF;  // without the file type
 constexpr std::uint32_t kModeRights = 0777;
 
@@ -30,7 +27,7 @@ bool LosesComponents(const std::string& name) {
 
 void MakeParents(CExtractRoot& root, const std::string& path) {
   std::string failed;
-  if (!root.MakeParents(path, failed)) throw CCreateDirExcept(failed);
+  if (!root.MakeParents(path, failed)) throw CCreateDirExcept(failed, LastSystemError());
 }
 
 // It can only be read by setting it: to the narrowest, for the threads of an embedding program.
@@ -44,7 +41,8 @@ std::uint32_t CurrentUmask() {
 
 CExtractTarget::CExtractTarget(const CmdOptions& options, bool verified)
     : m_options(options), m_verified(verified), m_umask(CurrentUmask()), m_root(!options.noPathValidation) {
-  if (!m_root.IsOpen()) throw CChgDirExcept(options.targetDir != nullptr ? options.targetDir : ".");
+  if (!m_root.IsOpen())
+    throw CChgDirExcept(options.targetDir != nullptr ? options.targetDir : ".", LastSystemError());
 }
 
 std::string CExtractTarget::PathFor(const std::string& shownName) const {
@@ -65,35 +63,34 @@ std::unique_ptr<CPendingFile> CExtractTarget::OpenFile(const std::string& path, 
   DropLink(path);
   auto file = std::make_unique<CPendingFile>(m_root, path);
   std::string failed;
-  switch (file->Create(failed)) {
-    case CPendingFile::Step::kNone:
-      return file;
-    case CPendingFile::Step::kParents:
-      throw CCreateDirExcept(failed);
-    default:
-      throw CExcept("TOLVEN: could not create a temporary file for " + ShowText(name), kErrorTemporaryFile,
-                    true);
-  }
+  const CPendingFile::Step step = file->Create(failed);
+  if (step == CPendingFile::Step::kNone) return file;
+  const SystemError error = LastSystemError();
+  if (step == CPendingFile::Step::kParents) throw CCreateDirExcept(failed, error);
+  throw CExcept("TOLVEN: could not create a temporary file for " + ShowText(name), kErrorTemporaryFile,
+                error);
 }
 
 void CExtractTarget::CommitFile(CPendingFile& file, std::uint32_t mode, std::int64_t mtime,
                                 const std::string& name) {
-  switch (file.Commit(ModeToSet(mode), mtime)) {
+  const CPendingFile::Step step = file.Commit(ModeToSet(mode), mtime);
+  const SystemError error = LastSystemError();
+  switch (step) {
     case CPendingFile::Step::kNone:
       return;
     case CPendingFile::Step::kMode:
-      throw CChgModExcept(name);
+      throw CChgModExcept(name, error);
     case CPendingFile::Step::kDate:
-      throw CChgDateExcept(name);
+      throw CChgDateExcept(name, error);
     case CPendingFile::Step::kRename:
       // The rename takes away what is there, at the moment at which the new file is good.
       if (m_options.forceExtraction) {
         throw CExcept("TOLVEN: force mode (option -j): could not delete " + ShowText(name), kErrorForce,
-                      true);
+                      error);
       }
-      throw CExcept("TOLVEN: could not open for writing " + ShowText(name));
+      throw CExcept("TOLVEN: could not open for writing " + ShowText(name), error);
     default:
-      throw CWriteExcept(name);
+      throw CWriteExcept(name, error);
   }
 }
 
@@ -103,8 +100,7 @@ void CExtractTarget::AddDirectory(const std::string& path, const std::string& na
   DropLink(path);
   bool created = false;
   std::string failed;
-  errno = 0;
-  if (!m_root.MakeDirectory(path, created, failed)) throw CCreateDirExcept(failed);
+  if (!m_root.MakeDirectory(path, created, failed)) throw CCreateDirExcept(failed, LastSystemError());
   // A link that was there before stands for a directory of somebody else: its date and mode are not ours.
   struct stat status {};
   if (!created && m_root.Status(path, status) && S_ISLNK(status.st_mode)) return;
@@ -167,9 +163,10 @@ void CExtractTarget::FinishDirectories() {
   const auto records = std::exchange(m_directories, {});
   for (auto place = records.rbegin(); place != records.rend(); ++place) {
     const auto& [path, record] = *place;
-    if (!m_root.SetDirectoryDate(path, record.mtime) && !failure) failure = CChgDateExcept(record.name);
+    if (!m_root.SetDirectoryDate(path, record.mtime) && !failure)
+      failure = CChgDateExcept(record.name, LastSystemError());
     if (!record.setMode || m_root.SetDirectoryMode(path, record.mode) || failure) continue;
-    failure = CChgModExcept(record.name);
+    failure = CChgModExcept(record.name, LastSystemError());
   }
   if (failure) throw CExcept(*failure);
 }

@@ -1,24 +1,19 @@
 #include "cmdline/cmd_line.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 
 #include "cmdline/option_table.h"
+#include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/run_status.h"
+#include "report/secret_text.h"
 #include "report/show_text.h"
 
 namespace tolven {
 namespace {
-
-// No system call failed: the message must not carry what an earlier one left in errno.
-[[noreturn]] void ThrowOptionError(const std::string& message, int number, bool withSystemText) {
-  errno = 0;
-  throw CExcept(message, number, withSystemText);
-}
 
 void Apply(const FlagEffects& effects, CmdOptions& options) {
   for (const FlagEffect& effect : effects) {
@@ -111,9 +106,10 @@ void CCmdLine::SetOptions(int argc, char** argv) {
 
 void CCmdLine::GetOptionArg(const char*& target, const char* arg, const char* optionName) {
   const std::string name = std::string("TOLVEN: ") + optionName;
-  if (target != nullptr) ThrowOptionError(name + ": use option only once", 18, true);
-  if (arg == nullptr || arg[0] == '-')
-    ThrowOptionError(name + "-option specified without filename", 19, true);
+  if (target != nullptr) throw CExcept(name + ": use option only once", kErrorOptionTwice);
+  if (arg == nullptr || arg[0] == '-') {
+    throw CExcept(name + "-option specified without filename", kErrorOptionWithoutArgument);
+  }
   target = arg;
 }
 
@@ -131,6 +127,19 @@ bool CCmdLine::ParseLongOption(const LongOption& option, char* next) {
       const std::string_view given = m_options.*option.text = KeepSecret(next);
       const std::string_view secret = option.kind == OptionKind::kUrl ? UserInfo(given) : given;
       Wipe(next + (secret.data() - given.data()), secret.size(), '*');
+      return true;
+    }
+    case OptionKind::kKey: {
+      GetOptionArg(m_options.*option.text, next, option.Name());
+      // The whole address is kept, without the argument: what is wiped there would be missing here.
+      m_options.*option.text = KeepSecret(next);
+      std::string_view pin = FindPin(next);
+      while (!pin.empty()) {
+        const auto at = static_cast<std::size_t>(pin.data() - next);
+        const std::size_t length = pin.size();
+        Wipe(next + at, length, '*');
+        pin = FindPin(next, at + length);
+      }
       return true;
     }
     case OptionKind::kPermission:
@@ -166,12 +175,12 @@ const char* CCmdLine::KeepSecret(std::string_view text) {
 // Read as "%o" is: blanks and a sign in front and anything behind the digits are accepted. Without a text,
 // as the last argument, the option counts as not given.
 void CCmdLine::ParsePermission(const char* text) {
-  if (m_options.permissionText != nullptr) ThrowOptionError("TOLVEN: use p-option only once", 18, true);
+  if (m_options.permissionText != nullptr) throw CExcept("TOLVEN: use p-option only once", kErrorOptionTwice);
   if (text == nullptr) return;
   m_options.permissionText = text;
   char* end = nullptr;
   const unsigned long value = std::strtoul(text, &end, 8);
-  if (end == text) ThrowOptionError("TOLVEN: no octal value specified for p-option", 27, true);
+  if (end == text) throw CExcept("TOLVEN: no octal value specified for p-option", kErrorPermission);
   m_options.permission = static_cast<std::uint32_t>(value);
 }
 
@@ -179,7 +188,7 @@ bool CCmdLine::ParseLetterGroup(const char* arg, const char* next) {
   for (; *arg != '\0'; ++arg) {
     const LetterOption* option = FindLetter(*arg);
     if (option == nullptr) {
-      ThrowOptionError(std::string("TOLVEN: unknown command option ") + ShowText(arg), 20, true);
+      throw CExcept(std::string("TOLVEN: unknown command option ") + ShowText(arg), kErrorOption);
     }
     if (option->command != CMD_NONE) m_options.command = option->command;
     Apply(option->flags, m_options);

@@ -1,12 +1,12 @@
 // The names to process: the list files -A, -X and -T, and what is done to every name.
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <iterator>
 #include <string_view>
 
 #include "cmdline/cmd_line.h"
 #include "fileio/file_stream.h"
+#include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/show_text.h"
 
@@ -68,10 +68,7 @@ void Normalise(Names& names) {
 
 std::string ReadWholeFile(const char* name) {
   CFileStream stream(name, kOpenRead);
-  if (!stream.Open()) {
-    errno = stream.GetLastError();
-    throw COpenExcept(name);
-  }
+  if (!stream.Open()) throw COpenExcept(name, {stream.GetLastError()});
   std::string content;
   unsigned char buffer[4096];
   unsigned long done = 0;
@@ -142,8 +139,8 @@ void CCmdLine::ProcessRenameList() {
       newName = CleanName(line.substr(separator + 1));
     }
     if (oldName.empty() || newName.empty()) {
-      errno = 0;
-      throw CExcept(std::string("TOLVEN: wrong format in file ") + ShowText(m_options.renameFile), 43, true);
+      throw CExcept(std::string("TOLVEN: wrong format in file ") + ShowText(m_options.renameFile),
+                    kErrorRenameFile);
     }
     m_renames.emplace(std::move(oldName), std::move(newName));
   }

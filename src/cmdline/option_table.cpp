@@ -45,7 +45,7 @@ constexpr LongOption kLongOptions[] = {
     {"-A", Kind::kText, {}, &Opt::includeFile},
     {"-R", Kind::kText, {}, &Opt::targetDir},
     {"-H", Kind::kText, {}, &Opt::hashAlgorithm},
-    {"-key", Kind::kText, {}, &Opt::key},
+    {"-key", Kind::kKey, {}, &Opt::key},
     {"-L", Kind::kText, {}, &Opt::securityLibrary},
     {"-pwd", Kind::kPassword, {}, &Opt::password},
     {"-y", Kind::kText, {}, &Opt::signatureHashAlgorithm},

@@ -19,6 +19,7 @@ enum class OptionKind {
   kText,        // the next argument becomes `text`
   kPassword,    // the same, and is hidden afterwards
   kUrl,         // the same, but only user and password are hidden
+  kKey,         // the same, but only a PIN is hidden
   kPermission,  // the next argument is an octal number
   kIgnored,     // another platform's option: said so, and nothing else
 };

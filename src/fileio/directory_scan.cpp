@@ -43,7 +43,7 @@ void SetName(const char* name, strFileData* data) {
 
 void SetAttributes(strFileData* data) {
   const std::string path = data->directory + data->name.data();
-  if (!CUtils::SetFlAttr(path, *data)) throw CStatExcept(path);
+  if (!CUtils::SetFlAttr(path, *data)) throw CStatExcept(path, LastSystemError());
 }
 
 bool FindMatch(const FindHandle& handle, strFileData* data) {

@@ -51,7 +51,8 @@ CFileStream::CFileStream(const std::string& name, unsigned int mode) {
 }
 
 CFileStream::~CFileStream() {
-  if (m_file && !CFileStream::Close()) PrintLine("TOLVEN: error closing file! " + SystemErrorText());
+  if (m_file && !CFileStream::Close())
+    PrintLine("TOLVEN: error closing file! " + SystemErrorText({m_lastError}));
 }
 
 bool CFileStream::Fail() {

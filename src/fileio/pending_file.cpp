@@ -14,12 +14,10 @@ CPendingFile::~CPendingFile() {
 }
 
 CPendingFile::Step CPendingFile::Create(std::string& failed) {
-  errno = 0;
   if (!m_root.MakeParents(m_path, failed)) return Step::kParents;
   m_directory = m_root.ShareParent(m_path);
   if (m_directory == nullptr) return Step::kTemporary;
   m_leaf.reserve(NAME_MAX + 1);  // nothing may fail between making the file and arming
-  errno = 0;
   const CHoldSignals hold;
   UniqueFd descriptor = m_root.CreateTemp(m_path, m_tempName);
   if (!descriptor) {
@@ -32,7 +30,6 @@ CPendingFile::Step CPendingFile::Create(std::string& failed) {
 }
 
 CPendingFile::Step CPendingFile::Commit(std::uint32_t mode, std::int64_t mtime) {
-  errno = 0;
   if (!m_stream.Flush()) return Step::kWrite;
   if (fchmod(m_stream.Descriptor(), mode) != 0) return Step::kMode;
   const timespec when{.tv_sec = static_cast<std::time_t>(mtime), .tv_nsec = 0};

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 
 #include "fileio/disk_probe.h"
 #include "report/except.h"
@@ -91,7 +92,7 @@ int CUtils::TargetFileType(const std::string& path) {
 bool CUtils::IsLink(const std::string& path) {
   if (path.empty()) return false;
   struct stat status;
-  if (lstat(path.c_str(), &status) != 0) throw CAccessExcept(path);
+  if (lstat(path.c_str(), &status) != 0) throw CAccessExcept(path, LastSystemError());
   return IsLinkMode(status.st_mode);
 }
 
@@ -116,13 +117,13 @@ bool CUtils::GetFileInformationWithLongFileName(const std::string& path, strFile
 
 void CUtils::SetFileMode(const std::string& path, std::uint32_t mode) {
   if (IsLinkMode(mode)) return;
-  if (chmod(path.c_str(), mode & 0xFFF) != 0) throw CChgModExcept(path);
+  if (chmod(path.c_str(), mode & 0xFFF) != 0) throw CChgModExcept(path, LastSystemError());
 }
 
 void CUtils::SetFileDateWrapper(const std::string& path, std::uint32_t mode, std::int64_t time) {
   if (IsLinkMode(mode)) return;
   const utimbuf times = {time, time};
-  if (utime(path.c_str(), &times) != 0) throw CChgDateExcept(path);
+  if (utime(path.c_str(), &times) != 0) throw CChgDateExcept(path, LastSystemError());
 }
 
 double CUtils::GetDiskFreeSpace(const std::string& path) {
@@ -136,17 +137,20 @@ double CUtils::GetDiskFreeSpace(const std::string& path) {
 bool CUtils::CmpFS(const std::string& pathA, const std::string& pathB) {
   struct statvfs a;
   struct statvfs b;
-  if (statvfs(pathA.c_str(), &a) != 0) throw CExcept("TOLVEN: statvfs returned error for " + ShowText(pathA));
-  if (statvfs(pathB.c_str(), &b) != 0) throw CExcept("TOLVEN: statvfs returned error for " + ShowText(pathB));
+  for (const auto& [path, status] : {std::pair(&pathA, &a), std::pair(&pathB, &b)}) {
+    if (statvfs(path->c_str(), status) == 0) continue;
+    const SystemError error = LastSystemError();
+    throw CExcept("TOLVEN: statvfs returned error for " + ShowText(*path), error);
+  }
   return a.f_fsid == b.f_fsid;
 }
 
 int CUtils::LastError() {
-  return SystemErrorNumber();
+  return SystemErrorNumber(LastSystemError());
 }
 
 std::string CUtils::GetErrorText() {
-  return SystemErrorText();
+  return SystemErrorText(LastSystemError());
 }
 
 int CUtils::GetSecurityInfoForEntry(const std::string& /*path*/) {

@@ -15,7 +15,7 @@ CWorkingDirectory::CWorkingDirectory() : m_start(open(".", O_PATH | O_DIRECTORY 
 CWorkingDirectory::~CWorkingDirectory() {
   if (!m_start || fchdir(m_start.Get()) == 0) return;
   try {
-    PrintLine("TOLVEN: could not return to the start directory. " + SystemErrorText());
+    PrintLine("TOLVEN: could not return to the start directory. " + SystemErrorText(LastSystemError()));
   } catch (const std::bad_alloc&) {
     // A destructor has nobody to tell.
   }

@@ -7,6 +7,7 @@
 #include "main/processor.h"
 #include "main/release_info.h"
 #include "main/run_guarded.h"
+#include "report/error_numbers.h"
 #include "report/log_man.h"
 #include "report/run_status.h"
 #include "report/usage.h"
@@ -16,15 +17,13 @@ namespace {
 
 using namespace tolven;
 
-constexpr int kExitOpen = 6;
-
 // A program may be started with a standard descriptor closed. The next file it opens would take that number,
 // and messages would be written into an archive.
 void OccupyStandardDescriptors() {
   for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
     if (fcntl(descriptor, F_GETFD) >= 0 || errno != EBADF) continue;
     // Where there is no such device, something that can be neither written nor read does too.
-    if (open("/dev/null", O_RDWR) < 0 && open("/", O_RDONLY | O_DIRECTORY) < 0) _exit(kExitOpen);
+    if (open("/dev/null", O_RDWR) < 0 && open("/", O_RDONLY | O_DIRECTORY) < 0) _exit(kErrorOpen);
   }
 }
 

@@ -4,12 +4,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <ctime>
 
 #include "cmdline/usage_checker.h"
 #include "fileio/extract_root.h"
+#include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/run_files.h"
 #include "report/show_text.h"
@@ -20,8 +20,6 @@ namespace {
 constexpr const char* kDefaultArchive = "DEFAULT.VRA";
 constexpr const char* kOutputFile = "tolven_output";
 constexpr const char* kLogFile = "tolven.log";
-// A create or append that met files it could not read.
-constexpr int kExitInaccessible = 44;
 
 std::string CurrentDirectory() {
   std::array<char, kNameBufferSize> buffer;
@@ -66,7 +64,6 @@ void CProcessor::SetLogManager(std::unique_ptr<CLogMan> logManager) {
 }
 
 void CProcessor::Run() {
-  errno = 0;
   const std::time_t start = std::time(nullptr);
   PrepareExecution();
   CheckUserOptions();
@@ -75,10 +72,9 @@ void CProcessor::Run() {
   if (Options().addPrivileges && !CUtils::AddPrivileges()) throw CAddPrivilegeExcept("");
 
   m_command = Options().command;
-  errno = 0;
   std::unique_ptr<CCommand> command;
   if (m_pFactory != nullptr) command = m_pFactory->MakeCommand(m_command, *this);
-  if (command == nullptr) throw CExcept("TOLVEN: no valid command given", 21, false);
+  if (command == nullptr) throw CExcept("TOLVEN: no valid command given", kErrorNoCommand);
   try {
     if (IsWriting(m_command)) {
       RunWriting(*command);
@@ -127,7 +123,6 @@ void CProcessor::RestoreOutput() {
 }
 
 void CProcessor::CheckUserOptions() {
-  errno = 0;
   CUsageChecker(*m_pCmdLine).Check();
   const char* name = Options().archiveText == nullptr ? kDefaultArchive : Options().archiveText;
   m_archiveName.fill('\0');
@@ -155,7 +150,7 @@ void CProcessor::RunWriting(CCommand& command) {
   if (Options().redirectOutput) {
     LogManager().PrintString("TOLVEN: some files could not be accessed (see TOLVEN.log for details)");
   }
-  SetExitCode(kExitInaccessible);
+  SetExitCode(kErrorInaccessible);
   if (!Options().ignoreInaccessible) deleteArchive(m_startDir);
 }
 
@@ -165,7 +160,7 @@ void CProcessor::FileNotAvail(const std::string& name, const std::string& reason
   if (m_logNames) {
     if (!m_logFileOpen) {
       m_logFile = LogManager().OpenLogFile(kLogFile);
-      if (m_logFile < 0) throw COpenExcept(kLogFile);
+      if (m_logFile < 0) throw COpenExcept(kLogFile, LastSystemError());
       LogManager().WriteToLog(m_logFile, "# List of inaccessible files");
       LogManager().WriteToLog(m_logFile, "# ==========================");
       m_logFileOpen = true;

@@ -3,17 +3,13 @@
 #include <new>
 #include <stdexcept>
 
+#include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/log_man.h"
 #include "report/run_status.h"
 
 namespace tolven {
 namespace {
-
-constexpr int kExitMemory = 2;
-constexpr int kExitUnexpected = 32;
-constexpr int kExitOutOfRange = 33;
-constexpr int kExitLength = 34;
 
 void Print(const char* message) noexcept {
   CLogMan* logManager = RunStatus::Current().logManager;
@@ -33,13 +29,13 @@ void ReportException() noexcept {
   } catch (const CExcept& e) {
     Print(e.GetMsg().c_str());
   } catch (const std::out_of_range&) {
-    Fail("string: out_of_range-exception", kExitOutOfRange);
+    Fail("string: out_of_range-exception", kErrorOutOfRange);
   } catch (const std::length_error&) {
-    Fail("string: length_error", kExitLength);
+    Fail("string: length_error", kErrorLength);
   } catch (const std::bad_alloc&) {
-    Fail("TOLVEN: can not allocate new memory", kExitMemory);
+    Fail("TOLVEN: can not allocate new memory", kErrorMemory);
   } catch (...) {
-    Fail("TOLVEN: unexpected exception thrown", kExitUnexpected);
+    Fail("TOLVEN: unexpected exception thrown", kErrorUnexpected);
   }
 }
 

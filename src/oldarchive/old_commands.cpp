@@ -5,6 +5,7 @@
 
 #include "fileio/working_directory.h"
 #include "oldarchive/old_reader.h"
+#include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
@@ -12,8 +13,6 @@
 
 namespace tolven {
 namespace {
-
-constexpr int kNotSigned = 59;
 
 // A call of the flat library with what it answered.
 struct Call {
@@ -70,11 +69,11 @@ bool Run(Call& call, char letter) {
 
 // The library's message with the program's prefix, and its number.
 CExcept Failure(const Call& call) {
-  return CExcept("TOLVEN: " + call.text, call.error, false);
+  return CExcept("TOLVEN: " + call.text, call.error);
 }
 
 CExcept NotSigned(const std::string& archive) {
-  return CExcept("TOLVEN: " + ShowText(archive) + " is not digitally signed", kNotSigned, false);
+  return CExcept("TOLVEN: " + ShowText(archive) + " is not digitally signed", kErrorNotSigned);
 }
 
 // The program has an exception of its own for the -R directory, whose number is the system's. The library
@@ -83,7 +82,7 @@ void ThrowForTargetDirectory(const Call& call) {
   if (call.error != OLD_TARGET_DIR && call.error != OLD_OPTION_WITHOUT_NAME) return;
   const CWorkingDirectory start;
   const char* directory = call.run.Options().targetDir;
-  if (!CWorkingDirectory::Enter(directory)) throw CChgDirExcept(directory);
+  if (!CWorkingDirectory::Enter(directory)) throw CChgDirExcept(directory, LastSystemError());
 }
 
 }  // namespace

@@ -1,13 +1,12 @@
 #include "report/except.h"
 
 #include <array>
-#include <cerrno>
 #include <cstddef>
 #include <utility>
 
+#include "report/error_numbers.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
-#include "report/system_error.h"
 
 namespace tolven {
 namespace {
@@ -15,9 +14,8 @@ namespace {
 // What follows the message: nothing, " (error N). ", or that and the system text.
 enum class Suffix { kNone, kCode, kSystem };
 
-// A row whose number is the system's error number plus 100.
-constexpr int kErrnoPlus100 = -1;
-constexpr int kErrnoBase = 100;
+// A row whose number is the system's, plus 100.
+constexpr int kSystemNumber = -1;
 // A row that leaves the exit code as it is.
 constexpr int kKeepsExitCode = 0;
 
@@ -30,30 +28,30 @@ struct RowText {
 
 // The texts are read by scripts: blanks, or their absence, stay as they are.
 constexpr std::array kRows = {
-    RowText{"TOLVEN: unsupported archive: ", "", 1, Suffix::kNone},
-    RowText{"TOLVEN: can not create directory ", "", 3, Suffix::kSystem},
-    RowText{"TOLVEN: error writing to ", "", 4, Suffix::kSystem},
-    RowText{"TOLVEN: error reading from ", "", 5, Suffix::kCode},
-    RowText{"TOLVEN: error opening ", "", 6, Suffix::kSystem},
-    RowText{"TOLVEN: error compressing ", "", 9, Suffix::kNone},
-    RowText{"TOLVEN: error decompressing ", "", 11, Suffix::kNone},
-    RowText{"TOLVEN: checksum error in ", "", 12, Suffix::kNone},
-    RowText{"TOLVEN: can not set permissions for ", "", 13, Suffix::kSystem},
-    RowText{"TOLVEN: can not change date for ", "", 14, Suffix::kSystem},
-    RowText{"TOLVEN: can not get working directory ", "", 17, Suffix::kSystem},
-    RowText{"TOLVEN: error determining disk space for ", "", 30, Suffix::kNone},
-    RowText{"TOLVEN: can not read link ", "", 35, Suffix::kSystem},
-    RowText{"TOLVEN: can not create softlink ", "", 36, Suffix::kSystem},
-    RowText{"TOLVEN: could not convert ", " to UTF8.", 47, Suffix::kNone},
-    RowText{"TOLVEN: could not convert from UTF8 string", "", 47, Suffix::kNone},
-    RowText{"TOLVEN: setting file attributes failed for", "", 48, Suffix::kSystem},
-    RowText{"TOLVEN: adding privileges failed.", "", 49, Suffix::kNone},
-    RowText{"TOLVEN: invalid file handle specified", "", 50, Suffix::kNone},
-    RowText{"TOLVEN: could not get position of file pointer.", "", 51, Suffix::kSystem},
-    RowText{"TOLVEN: could not set position of file pointer.", "", 52, Suffix::kSystem},
-    RowText{"TOLVEN: can not change to dir ", "", kErrnoPlus100, Suffix::kSystem},
-    RowText{"TOLVEN: stat() failed for ", "", kErrnoPlus100, Suffix::kSystem},
-    RowText{"TOLVEN: access() failed for ", "", kErrnoPlus100, Suffix::kSystem},
+    RowText{"TOLVEN: unsupported archive: ", "", kErrorUnsupported, Suffix::kNone},
+    RowText{"TOLVEN: can not create directory ", "", kErrorCreateDir, Suffix::kSystem},
+    RowText{"TOLVEN: error writing to ", "", kErrorWrite, Suffix::kSystem},
+    RowText{"TOLVEN: error reading from ", "", kErrorRead, Suffix::kCode},
+    RowText{"TOLVEN: error opening ", "", kErrorOpen, Suffix::kSystem},
+    RowText{"TOLVEN: error compressing ", "", kErrorCompress, Suffix::kNone},
+    RowText{"TOLVEN: error decompressing ", "", kErrorDecompress, Suffix::kNone},
+    RowText{"TOLVEN: checksum error in ", "", kErrorChecksum, Suffix::kNone},
+    RowText{"TOLVEN: can not set permissions for ", "", kErrorSetMode, Suffix::kSystem},
+    RowText{"TOLVEN: can not change date for ", "", kErrorSetDate, Suffix::kSystem},
+    RowText{"TOLVEN: can not get working directory ", "", kErrorWorkingDirectory, Suffix::kSystem},
+    RowText{"TOLVEN: error determining disk space for ", "", kErrorDiskSpace, Suffix::kNone},
+    RowText{"TOLVEN: can not read link ", "", kErrorReadLink, Suffix::kSystem},
+    RowText{"TOLVEN: can not create softlink ", "", kErrorLink, Suffix::kSystem},
+    RowText{"TOLVEN: could not convert ", " to UTF8.", kErrorConversion, Suffix::kNone},
+    RowText{"TOLVEN: could not convert from UTF8 string", "", kErrorConversion, Suffix::kNone},
+    RowText{"TOLVEN: setting file attributes failed for", "", kErrorAttributes, Suffix::kSystem},
+    RowText{"TOLVEN: adding privileges failed.", "", kErrorPrivilege, Suffix::kNone},
+    RowText{"TOLVEN: invalid file handle specified", "", kErrorHandle, Suffix::kNone},
+    RowText{"TOLVEN: could not get position of file pointer.", "", kErrorGetPosition, Suffix::kSystem},
+    RowText{"TOLVEN: could not set position of file pointer.", "", kErrorSetPosition, Suffix::kSystem},
+    RowText{"TOLVEN: can not change to dir ", "", kSystemNumber, Suffix::kSystem},
+    RowText{"TOLVEN: stat() failed for ", "", kSystemNumber, Suffix::kSystem},
+    RowText{"TOLVEN: access() failed for ", "", kSystemNumber, Suffix::kSystem},
     RowText{"TOLVEN: invalid archive ", "", kKeepsExitCode, Suffix::kNone},
 };
 
@@ -89,30 +87,21 @@ enum class CExcept::Row : int {
   kCount,
 };
 
-CExcept::CExcept(const std::string& msg, int number, bool withSystemText) : m_number(number) {
-  const int systemError = errno;
-  m_msg = msg;
+CExcept::CExcept(const std::string& msg, int number, SystemError error) : m_msg(msg), m_number(number) {
   NotifyProcessor(number);
-  errno = systemError;
-  if (withSystemText) {
-    AddErrnoText();
-  } else {
-    AddErrorCode();
-  }
+  AddErrnoText(error);
 }
 
-CExcept::CExcept(const std::string& msg) : CExcept(msg, 100, true) {}
+CExcept::CExcept(const std::string& msg, SystemError error) : CExcept(msg, kErrorOther, error) {}
 
-CExcept::CExcept(Row row, const std::string& argument) {
+CExcept::CExcept(Row row, const std::string& argument, SystemError error) {
   static_assert(kRows.size() == static_cast<std::size_t>(Row::kCount));
-  const int systemError = errno;
   const RowText& text = kRows[static_cast<std::size_t>(row)];
-  m_number = text.number == kErrnoPlus100 ? systemError + kErrnoBase : text.number;
+  m_number = text.number == kSystemNumber ? error.number + kErrorSystemBase : text.number;
   m_msg = text.prefix + argument + text.tail;
   if (m_number != kKeepsExitCode) NotifyProcessor(m_number);
-  errno = systemError;
   if (text.suffix == Suffix::kCode) AddErrorCode();
-  if (text.suffix == Suffix::kSystem) AddErrnoText();
+  if (text.suffix == Suffix::kSystem) AddErrnoText(error);
 }
 
 CExcept::CExcept(Complete complete) : m_msg(std::move(complete.msg)), m_number(complete.number) {
@@ -127,42 +116,47 @@ void CExcept::AddErrorCode() {
   m_msg += " (error " + std::to_string(m_number) + "). ";
 }
 
-void CExcept::AddErrnoText() {
-  const std::string systemText = SystemErrorText();
+void CExcept::AddErrnoText(SystemError error) {
   AddErrorCode();
-  m_msg += systemText;
+  m_msg += SystemErrorText(error);
 }
 
 #define TOLVEN_EXCEPT(NAME, ROW) \
   NAME::NAME(const std::string& argument) : CExcept(Row::ROW, ShowText(argument)) {}
 #define TOLVEN_EXCEPT_PLAIN(NAME, ROW) \
   NAME::NAME() : CExcept(Row::ROW, std::string()) {}
+#define TOLVEN_EXCEPT_SYSTEM(NAME, ROW) \
+  NAME::NAME(const std::string& argument, SystemError error) : CExcept(Row::ROW, ShowText(argument), error) {}
+#define TOLVEN_EXCEPT_SYSTEM_PLAIN(NAME, ROW) \
+  NAME::NAME(SystemError error) : CExcept(Row::ROW, std::string(), error) {}
 
-TOLVEN_EXCEPT(CCreateDirExcept, kCreateDir)
-TOLVEN_EXCEPT(CWriteExcept, kWrite)
+TOLVEN_EXCEPT_SYSTEM(CCreateDirExcept, kCreateDir)
+TOLVEN_EXCEPT_SYSTEM(CWriteExcept, kWrite)
 TOLVEN_EXCEPT(CReadExcept, kRead)
-TOLVEN_EXCEPT(COpenExcept, kOpen)
+TOLVEN_EXCEPT_SYSTEM(COpenExcept, kOpen)
 TOLVEN_EXCEPT(CCompExcept, kComp)
 TOLVEN_EXCEPT(CDecompExcept, kDecomp)
 TOLVEN_EXCEPT(CChecksumExcept, kChecksum)
-TOLVEN_EXCEPT(CChgModExcept, kChgMod)
-TOLVEN_EXCEPT(CChgDateExcept, kChgDate)
-TOLVEN_EXCEPT_PLAIN(CGetCwdExcept, kGetCwd)
+TOLVEN_EXCEPT_SYSTEM(CChgModExcept, kChgMod)
+TOLVEN_EXCEPT_SYSTEM(CChgDateExcept, kChgDate)
+TOLVEN_EXCEPT_SYSTEM_PLAIN(CGetCwdExcept, kGetCwd)
 TOLVEN_EXCEPT(CDiskSpaceExcept, kDiskSpace)
-TOLVEN_EXCEPT(CReadLinkExcept, kReadLink)
-TOLVEN_EXCEPT(CCreateLnkExcept, kCreateLnk)
-TOLVEN_EXCEPT(CSetFileAttrExcept, kSetFileAttr)
+TOLVEN_EXCEPT_SYSTEM(CReadLinkExcept, kReadLink)
+TOLVEN_EXCEPT_SYSTEM(CCreateLnkExcept, kCreateLnk)
+TOLVEN_EXCEPT_SYSTEM(CSetFileAttrExcept, kSetFileAttr)
 TOLVEN_EXCEPT(CAddPrivilegeExcept, kAddPrivilege)
 TOLVEN_EXCEPT_PLAIN(CInvalidHandle, kInvalidHandle)
-TOLVEN_EXCEPT_PLAIN(CGetFilePosExcept, kGetFilePos)
-TOLVEN_EXCEPT_PLAIN(CSetFilePointerExcept, kSetFilePointer)
-TOLVEN_EXCEPT(CChgDirExcept, kChgDir)
-TOLVEN_EXCEPT(CStatExcept, kStat)
-TOLVEN_EXCEPT(CAccessExcept, kAccess)
+TOLVEN_EXCEPT_SYSTEM_PLAIN(CGetFilePosExcept, kGetFilePos)
+TOLVEN_EXCEPT_SYSTEM_PLAIN(CSetFilePointerExcept, kSetFilePointer)
+TOLVEN_EXCEPT_SYSTEM(CChgDirExcept, kChgDir)
+TOLVEN_EXCEPT_SYSTEM(CStatExcept, kStat)
+TOLVEN_EXCEPT_SYSTEM(CAccessExcept, kAccess)
 TOLVEN_EXCEPT(CInvalExcept, kInval)
 
 #undef TOLVEN_EXCEPT
 #undef TOLVEN_EXCEPT_PLAIN
+#undef TOLVEN_EXCEPT_SYSTEM
+#undef TOLVEN_EXCEPT_SYSTEM_PLAIN
 
 CUnsupportedArchiveException::CUnsupportedArchiveException(const std::string& argument)
     : CExcept(Row::kUnsupportedArchive, argument) {}

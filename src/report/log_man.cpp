@@ -11,6 +11,7 @@
 #include <cstring>
 #include <new>
 
+#include "report/error_numbers.h"
 #include "report/line_output.h"
 #include "report/run_files.h"
 
@@ -18,7 +19,6 @@ namespace tolven {
 namespace {
 
 constexpr const char* kStandardOutput = "standard output";
-constexpr int kExitWrite = 4;
 
 }  // namespace
 
@@ -82,9 +82,9 @@ int CLogMan::Finish(int exitCode) noexcept {
   // Put together without memory, which may be what is missing; both names are short.
   std::array<char, 256> line{};
   std::snprintf(line.data(), line.size(), "TOLVEN: error writing to %s (error %d). %s", m_failedName,
-                kExitWrite, std::strerror(m_failedError));
+                kErrorWrite, std::strerror(m_failedError));
   static_cast<void>(WriteLine(STDERR_FILENO, line.data()));
-  return exitCode == 0 ? kExitWrite : exitCode;
+  return exitCode == 0 ? kErrorWrite : exitCode;
 }
 
 CConsoleLogMan::CConsoleLogMan() {

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "report/code_names.h"
+#include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/show_text.h"
 
@@ -23,28 +24,27 @@ struct ManifestRow {
   CodeNames names;
 };
 
-constexpr int kManifestNumber = 54;
-constexpr int kSignatureNumber = 60;
 constexpr const char* kManifestText = "TOLVEN: error in processing the signed manifest file";
 constexpr const char* kSignatureText = "TOLVEN: error in signature verification";
 constexpr const char* kDetail = "\nDetail: ";
 
 constexpr std::array kManifestRows = {
-    ManifestRow{SMF_EDIGEST, SMF_EDIGEST, 57, "TOLVEN: invalid digest of archive file(s)", CodeNames::kNone},
-    ManifestRow{SMF_ELIBRARY, SMF_ELIBRARY, 56, "TOLVEN: error in loading the cryptographic library",
+    ManifestRow{SMF_EDIGEST, SMF_EDIGEST, kErrorDigest, "TOLVEN: invalid digest of archive file(s)",
                 CodeNames::kNone},
-    ManifestRow{SMF_EFILENOTFOUND, SMF_EFILENOTFOUND, 58, "TOLVEN: at least one file was not signed",
-                CodeNames::kNone},
-    ManifestRow{SMF_EBODY_NOT_EQUAL, SMF_EBODY_NOT_EQUAL, 55,
+    ManifestRow{SMF_ELIBRARY, SMF_ELIBRARY, kErrorCryptoLibrary,
+                "TOLVEN: error in loading the cryptographic library", CodeNames::kNone},
+    ManifestRow{SMF_EFILENOTFOUND, SMF_EFILENOTFOUND, kErrorFileNotSigned,
+                "TOLVEN: at least one file was not signed", CodeNames::kNone},
+    ManifestRow{SMF_EBODY_NOT_EQUAL, SMF_EBODY_NOT_EQUAL, kErrorManifestDiffers,
                 "TOLVEN: external manifest differs to internal content", CodeNames::kNone},
-    ManifestRow{SMF_ECRL, SMF_ECRL_OUTDATED, 61, "TOLVEN: error during certificate revocation check",
-                CodeNames::kDkv},
-    ManifestRow{SMF_ESIGNATURE_EXTERNAL, SMF_ESIGNATURE_VALIDATION, kSignatureNumber,
+    ManifestRow{SMF_ECRL, SMF_ECRL_OUTDATED, kErrorRevocation,
+                "TOLVEN: error during certificate revocation check", CodeNames::kDkv},
+    ManifestRow{SMF_ESIGNATURE_EXTERNAL, SMF_ESIGNATURE_VALIDATION, kErrorSignature,
                 "TOLVEN: warning in signature verification", CodeNames::kNone},
-    ManifestRow{SMF_ESIGNATURE_UNKNOWN, SMF_ESIGNATURE_UNKNOWN, kSignatureNumber, kSignatureText,
+    ManifestRow{SMF_ESIGNATURE_UNKNOWN, SMF_ESIGNATURE_UNKNOWN, kErrorSignature, kSignatureText,
                 CodeNames::kDkv},
 };
-constexpr ManifestRow kOtherManifestRow{0, 0, kManifestNumber, kManifestText, CodeNames::kSmfAndDkv};
+constexpr ManifestRow kOtherManifestRow{0, 0, kErrorManifest, kManifestText, CodeNames::kSmfAndDkv};
 
 const ManifestRow& FindManifestRow(int manifestRc) {
   for (const ManifestRow& row : kManifestRows) {
@@ -65,7 +65,7 @@ std::string LeadLine(const ManifestRow& row, int manifestRc, int cryptoRc) {
 }
 
 std::string SignatureMessage(const std::string& detail, int rc) {
-  return LeadLine(ManifestRow{0, 0, kSignatureNumber, kSignatureText, CodeNames::kDkv}, 0, rc) + detail;
+  return LeadLine(ManifestRow{0, 0, kErrorSignature, kSignatureText, CodeNames::kDkv}, 0, rc) + detail;
 }
 
 // Neither library reported a code of its own.
@@ -79,13 +79,13 @@ std::string ManifestMessage(const std::string& detail, int manifestRc, int crypt
 }
 
 int ManifestNumber(int manifestRc, int cryptoRc) {
-  return HasNoCode(manifestRc, cryptoRc) ? kManifestNumber : FindManifestRow(manifestRc).number;
+  return HasNoCode(manifestRc, cryptoRc) ? kErrorManifest : FindManifestRow(manifestRc).number;
 }
 
 }  // namespace
 
 CInvalSignatureExcept::CInvalSignatureExcept(const std::string& detail, int rc)
-    : CExcept(Complete{SignatureMessage(detail, rc), kSignatureNumber}) {}
+    : CExcept(Complete{SignatureMessage(detail, rc), kErrorSignature}) {}
 
 CInvalManifestExcept::CInvalManifestExcept(const std::string& detail, int manifestRc, int cryptoRc)
     : CExcept(Complete{ManifestMessage(detail, manifestRc, cryptoRc), ManifestNumber(manifestRc, cryptoRc)}) {

@@ -11,16 +11,16 @@ constexpr int kNoMoreFiles = 18;
 
 }  // namespace
 
-std::string SystemErrorText() {
-  const int error = errno;
-  if (error == 0) return {};
-  std::string text = std::strerror(error);
-  errno = error;  // strerror may load message catalogues
-  return text;
+SystemError LastSystemError() {
+  return {errno};
 }
 
-int SystemErrorNumber() {
-  return errno == 0 ? kNoMoreFiles : errno;
+std::string SystemErrorText(SystemError error) {
+  return error ? std::strerror(error.number) : std::string();
+}
+
+int SystemErrorNumber(SystemError error) {
+  return error ? error.number : kNoMoreFiles;
 }
 
 }  // namespace tolven

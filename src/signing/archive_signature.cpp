@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "fileio/utils.h"
+#include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
@@ -17,7 +18,6 @@ namespace tolven {
 
 namespace {
 
-constexpr int kErrorNotSigned = 59;
 constexpr const char* kFormatPlain = "PKCS7";
 constexpr const char* kFormatTimeStamp = "PKCS7-TSTAMP";
 
@@ -43,10 +43,10 @@ void ProveKey(IRunServices& run) {
 // when there was none: with `required` a missing one is an error.
 bool HasExternal(const CmdOptions& options, bool required) {
   if (options.manifestFile == nullptr) return false;
-  errno = 0;
   if (CUtils::ExistsFile(options.manifestFile)) return true;
+  const SystemError error = LastSystemError();
   // One that cannot be looked at may be there, and may differ.
-  if (errno != ENOENT && errno != ENOTDIR) throw COpenExcept(options.manifestFile);
+  if (error.number != ENOENT && error.number != ENOTDIR) throw COpenExcept(options.manifestFile, error);
   if (!required) return false;
   const std::string name = ShowText(options.manifestFile);
   throw CInvalManifestExcept("External manifest file >" + name + "< does not exist", SMF_EBODY_NOT_EQUAL, 0);
@@ -63,8 +63,7 @@ void VerifyForReading(CArchive& archive, IRunServices& run) {
   std::int64_t offset = 0;
   std::string text = GetManifestContent(archive, offset);
   if (offset == 0) {
-    errno = 0;
-    if (options.verifyAsked) throw CExcept(NotSignedMessage(archive.Name()), kErrorNotSigned, false);
+    if (options.verifyAsked) throw CExcept(NotSignedMessage(archive.Name()), kErrorNotSigned);
     return;
   }
   ManifestContextPtr context = ManifestMakeContext();
@@ -86,7 +85,6 @@ OldSignature HashExistingEntries(CArchive& archive, unsigned long& failed) {
   for (CDirEntry* entry = archive.First(); entry != nullptr; entry = archive.Next()) {
     entry->AddToDirEx(&archive, false);
     if (entry->IsSignedManifest()) {
-      errno = 0;
       if (!archive.AtEnd()) throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
       old.start = entry->Start();
       old.text = static_cast<CSignedManifest*>(entry)->TakeText();
@@ -125,7 +123,6 @@ void PrepareExisting(CArchive& archive, IRunServices& run) {
   OldSignature old = HashExistingEntries(archive, failed);
   if (old.start != 0 && run.Options().verifySignature) {
     ManifestContextPtr context = VerifyOldSignature(old, run);
-    errno = 0;
     if (!IsUnchanged(archive, std::move(context))) {
       throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
     }
@@ -191,7 +188,7 @@ void CSignedManifest::CreateArchiveSignature(CArchive& archive, IRunServices& ru
   entry.AddToArchive(&archive);
   pack.strategy.execute(&archive);
   archive.Output().Drain();
-  if (replaces && !archive.Stream().Truncate()) throw CWriteExcept(archive.Name());
+  if (replaces && !archive.Stream().Truncate()) throw CWriteExcept(archive.Name(), LastSystemError());
   if (options.verbose) {
     PrintLine("TOLVEN: Signature of archive " + ShowText(archive.Name()) + " was successfully created");
   }

@@ -1,6 +1,5 @@
 #include "signing/manifest_check.h"
 
-#include <cerrno>
 #include <span>
 #include <vector>
 
@@ -23,7 +22,6 @@ constexpr unsigned long kMaxCrlBytes = 64UL << 20;
 
 std::vector<std::uint8_t> ReadCrlFile(const char* path) {
   const LocalFile file(path, LocalFile::Links::kFollow);
-  errno = file.Error();
   if (!file.IsOpen()) {
     throw CInvalManifestExcept(std::string("Cannot open CRL file >") + ShowText(path) + "<", SMF_ECRL, 0);
   }
@@ -33,8 +31,8 @@ std::vector<std::uint8_t> ReadCrlFile(const char* path) {
     const std::size_t before = bytes.size();
     bytes.resize(before + kPiece);
     std::size_t done = 0;
-    errno = file.Read(std::span(bytes).subspan(before), done);
-    if (errno != 0 || bytes.size() > kMaxCrlBytes) {
+    const int error = file.Read(std::span(bytes).subspan(before), done);
+    if (error != 0 || bytes.size() > kMaxCrlBytes) {
       throw CInvalManifestExcept("CRL file could not be read ", SMF_ECRL, 0);
     }
     bytes.resize(before + done);
@@ -61,7 +59,6 @@ std::string GetManifestContent(CArchive& archive, std::int64_t& offset) {
     if (!entry->IsSignedManifest()) continue;
     auto& manifest = static_cast<CSignedManifest&>(*entry);
     manifest.AddToDirEx(&archive, false);
-    errno = 0;
     if (!archive.AtEnd()) throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
     offset = manifest.Start();
     text = manifest.TakeText();

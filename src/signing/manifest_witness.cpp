@@ -1,6 +1,5 @@
 #include "signing/manifest_witness.h"
 
-#include <cerrno>
 #include <string_view>
 #include <unordered_map>
 
@@ -70,7 +69,6 @@ void CManifestWitness::Verdict(const CArchive& archive, const CSelection* select
   std::string missing;
   const bool all = selection != nullptr && selection->SelectsAll();
   if (selection != nullptr && !all) failed += CountMissing(archive, *selection, missing);
-  errno = 0;
   ManifestContext* context = m_manifest.get();
   if (all && failed == 0) {
     const int code = ManifestCheckAllMet(context);

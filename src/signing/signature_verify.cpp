@@ -2,11 +2,11 @@
 
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <optional>
 
 #include "archive/memory_streams.h"
 #include "fileio/file_stream.h"
+#include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
@@ -16,8 +16,6 @@
 namespace tolven {
 
 namespace {
-
-constexpr int kErrorManifest = 55;
 
 // The whole file in `text`. False when it cannot be read or is larger than any manifest.
 bool ReadWhole(CFileStream& file, CBufferedStream& text) {
@@ -33,7 +31,6 @@ bool ReadWhole(CFileStream& file, CBufferedStream& text) {
 // Null, or what went wrong. Only a regular file is opened: nothing here may wait for a pipe.
 std::optional<std::string> ReadManifest(const std::string& name, CBufferedStream& text) {
   struct stat status {};
-  errno = 0;
   CFileStream file;
   if (stat(name.c_str(), &status) == 0 && S_ISREG(status.st_mode)) file.Open(name, kOpenRead, 0);
   if (!file.Open()) return "TOLVEN: Manifest file was not found ";
@@ -56,7 +53,7 @@ void CSignatureVerify::Execute() {
   CBufferedStream text;
   if (const std::optional<std::string> failure = ReadManifest(name, text)) {
     PrintLine(*failure);
-    CExcept::NotifyProcessor(kErrorManifest);
+    CExcept::NotifyProcessor(kErrorManifestDiffers);
     return;
   }
   const ManifestContextPtr context = ManifestMakeContext();
@@ -75,7 +72,7 @@ void CSignatureVerify::Execute() {
   if (code != SMF_OK) {
     if (detail.empty()) detail = ManifestGetLastError(context.get());
     PrintLine("TOLVEN: Manifest verification failed with with ErrorCode: \nERROR:  " + detail);
-    CExcept::NotifyProcessor(kErrorManifest);
+    CExcept::NotifyProcessor(kErrorManifestDiffers);
     return;
   }
   PrintLine("TOLVEN:  Signature of manifest " + ShowText(name) + " was successfully validated");

@@ -17,8 +17,7 @@ CSignedManifest::CSignedManifest(std::string_view text, PackContext& pack)
   std::string copy(text);
   unsigned long done = 0;
   if (!m_text.Write(reinterpret_cast<unsigned char*>(copy.data()), copy.size(), &done)) {
-    errno = ENOMEM;
-    throw CWriteExcept(m_path);
+    throw CWriteExcept(m_path, {ENOMEM});
   }
   m_pStream = &m_text;
 }
@@ -85,8 +84,7 @@ void CSignedManifest::CheckArchiveSigned(CArchive& archive, bool mustBeSigned, c
   for (CDirEntry* entry = archive.First(); entry != nullptr; entry = archive.Next()) {
     isSigned = isSigned || entry->IsSignedManifest();
   }
-  errno = 0;
-  if (isSigned != mustBeSigned) throw CExcept(message, exitCode, false);
+  if (isSigned != mustBeSigned) throw CExcept(message, exitCode);
 }
 
 void CSignedManifest::SetStartDirectory(const std::string& directory) {

@@ -29,6 +29,15 @@ def tool(*args, cwd=None, stdin=b""):
                           stderr=subprocess.PIPE).stdout
 
 
+def sanitizer():
+    """The runtime that the tool, which is no instrumented program, has to load before an instrumented library."""
+    if not harness.instrumented():
+        return {}
+    libraries = tool("ldd", os.path.join(PROGRAMS, "libqelcrypto.so")).decode().split()
+    runtime = next((word for word in libraries if "/" in word and "asan" in word), "")
+    return {"LD_PRELOAD": runtime, "ASAN_OPTIONS": "detect_leaks=0"}
+
+
 # --- Certificates and keys.
 
 @functools.cache

@@ -17,7 +17,7 @@ SHELLS = {
              ' for name in "${COMPREPLY[@]}"; do eval "printf \'%s\\\\n\' $name"; done'],
     # What the completion system of zsh does with the candidates is left to it: only they are looked at.
     "zsh": ["zsh", "-f", "-c", 'compadd() { [[ $1 == -a ]] && print -rl -- ${(P)2} || print -rl -- $@ };'
-            ' _files() { [[ $1 == -/ ]] && print -rl -- *(/) || { [[ $1 == -g ]] && print -rl -- ${~2} || print -rl -- * } };'
+            ' _files() { case $1 in -/) print -rl -- *(/);; -g) print -rl -- ${~2};; *) print -rl -- *;; esac };'
             ' _multi_parts() { print -rl -- ${(P)2} }; setopt extendedglob; words=("$@"); CURRENT=$#words;'
             ' . $0/_TOLVEN'],
     "fish": ["fish", "-N", "-c", 'source $argv[1]/TOLVEN.fish; complete -C (string join " " -- $argv[2..])'],

@@ -4,6 +4,7 @@ import os
 import re
 import shutil
 import subprocess
+import tempfile
 import unittest
 
 import harness
@@ -57,6 +58,16 @@ class Manual(unittest.TestCase):
         lint = subprocess.run(["mandoc", "-T", "lint", "-W", "style", *pages], stdout=subprocess.PIPE, text=True).stdout
         # Whether other pages are installed here is not a matter of the text.
         self.assertEqual([line for line in lint.splitlines() if "referenced manual not found" not in line], [])
+
+    def test_scripts_tell_what_they_do_before_they_do_anything(self):
+        scripts = [path for path in glob.glob(os.path.join(signing.SOURCE, "scripts", "*")) if os.access(path, os.X_OK)]
+        with tempfile.TemporaryDirectory() as empty:
+            for script in [*scripts, os.path.join(signing.SOURCE, ".ci", "run")]:
+                for option, code in (("--help", 0), ("--nonsense", 2)):
+                    run = subprocess.run([script, option], cwd=empty, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                         text=True, timeout=60)
+                    self.assertEqual((run.returncode, run.stdout != "", os.listdir(empty)),
+                                     (code, True, []), script)
 
 
 if __name__ == "__main__":

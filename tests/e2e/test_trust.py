@@ -178,6 +178,23 @@ class Keys(TrustTest):
         self.assertIn(b"http://***************@127.0.0.1:", arguments)
         self.assertNotRegex(arguments, b"secret|somebody|hidden")
 
+    def test_pin_is_hidden(self):
+        """In the address of a hardware key; the question for the list holds the run up."""
+        pin = "pkcs11:object=x;pin-value=%s&a=b?module-path=/nonexistent.so&pin-value=&pin-value=%s"
+        run = self.run_tolven("-cSf", "A", "-key", pin % ("hid;den", "hidden"), "a", env={"QELMANIFEST_TRACELEVEL": "9"})
+        self.assertEqual(run.code, 60, run)
+        told = run.output + harness.read_file(self.path("dev_qelmanifest.trc"))
+        self.assertIn(b">pkcs11:object=x;pin-value=*******&a=b?module-path=/nonexistent.so&pin-value=&pin-value=******<", told)
+        self.assertNotIn(b"hid", told)
+        os.mkfifo(self.path("names"))
+        with subprocess.Popen([harness.BINARY, "-cSf", "A", "-key", pin % ("hidden", "hidden"), "-A", "names"],
+                              cwd=self.dir, stdout=subprocess.PIPE, env=harness.environment(**self.env)) as process:
+            with open(self.path("names"), "wb"):
+                arguments = harness.read_file("/proc/%d/cmdline" % process.pid)
+            process.communicate(timeout=harness.TIMEOUT)
+        self.assertIn(b"pkcs11:object=x;pin-value=******&a=b", arguments)
+        self.assertNotIn(b"hid", arguments)
+
     def test_bad_signers(self):
         """Keys that must not sign a delivery, by the flaw of their certificates."""
         for name in ("expired", "future", "mailer", "sealer", "weak", "sha1", "stranger", "child",

@@ -13,20 +13,12 @@ from signing_support import DATA, pki, tool
 TOOLS = ("tolven-verify", "tolven-manifest")
 
 
-def sanitizer():
-    """The runtime that the tool, which is no instrumented program, has to load before an instrumented library."""
-    if not harness.instrumented():
-        return {}
-    libraries = tool("ldd", os.path.join(support.PROGRAMS, "libqelcrypto.so")).decode().split()
-    runtime = next((word for word in libraries if "/" in word and "asan" in word), "")
-    return {"LD_PRELOAD": runtime, "ASAN_OPTIONS": "detect_leaks=0"}
-
-
 class Verify(support.TrustTest):
     def verify(self, *words, code=0, tools=support.PROGRAMS, before="", **how):
         done = subprocess.run(["sh", "-c", before + 'exec "$@"', "sh", os.path.join(tools, TOOLS[0]), *words],
-                              cwd=self.dir, env=harness.environment(**self.env, **sanitizer()), stdin=subprocess.DEVNULL,
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=harness.TIMEOUT, **how)
+                              cwd=self.dir, env=harness.environment(**{**self.env, **support.sanitizer()}),
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                              timeout=harness.TIMEOUT, **how)
         self.errors = done.stderr.decode()
         self.assertEqual((done.returncode, "Traceback" in self.errors), (code, False), (words, done))
         return done.stdout.decode()

@@ -11,10 +11,8 @@ import sys
 import tempfile
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-if "TOLVEN_BIN" not in os.environ:
-    for step in (["cmake", "--preset", "release"], ["cmake", "--build", "--preset", "release"]):
-        subprocess.run(step, cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
-    os.environ["TOLVEN_BIN"] = os.path.join(ROOT, "build/release/bin/TOLVEN")
+BUILDS = "TOLVEN_BIN" not in os.environ  # once the arguments are known to be good
+os.environ.setdefault("TOLVEN_BIN", os.path.join(ROOT, "build/release/bin/TOLVEN"))
 sys.path.insert(0, os.path.join(ROOT, "tests", "e2e"))
 import harness  # pylint: disable=wrong-import-position
 
@@ -32,7 +30,10 @@ def options(text, **more):
     parser.add_argument("--report", metavar="FILE", help="write the table there")
     for name, how in more.items():
         parser.add_argument(name if name == "what" else "--" + name, **how)
-    return parser.parse_args()
+    choice = parser.parse_args()
+    for step in (["--preset", "release"], ["--build", "--preset", "release"]) if BUILDS else ():
+        subprocess.run(["cmake", *step], cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
+    return choice
 
 
 def scratch():

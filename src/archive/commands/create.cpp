@@ -37,15 +37,14 @@ void CCreate::Execute() {
   m_signature.SetStartDirectory(m_run.StartDirectory());
   if (options.sourceDir != nullptr) {
     m_run.CmdLine().AnchorFileOptions(m_run.StartDirectory());
-    errno = 0;
-    if (!CWorkingDirectory::Enter(options.sourceDir)) throw CChgDirExcept(options.sourceDir);
+    if (!CWorkingDirectory::Enter(options.sourceDir))
+      throw CChgDirExcept(options.sourceDir, LastSystemError());
   }
   const std::string name = m_run.ArchiveName();
   COutputFile& file = m_run.ArchiveFile();
-  errno = 0;
-  if (!Open(file, name)) throw COpenExcept(name);
+  if (!Open(file, name)) throw COpenExcept(name, LastSystemError());
   const bool creates = m_run.Command() == CMD_CREATE;
-  if (creates && !file.Cut()) throw COpenExcept(name);
+  if (creates && !file.Cut()) throw COpenExcept(name, LastSystemError());
   const bool isNew = creates || (m_run.Command() == CMD_APPEND && file.Size() == 0);
   CArchive archive(name, file, isNew, {m_factory, options, m_buffers});
   if (!isNew) JudgeExisting(archive);
@@ -65,7 +64,6 @@ bool CCreate::Open(COutputFile& file, const std::string& name) const {
 
 // What cannot be read is no reason to delete it, as a failure while entries are being written is.
 void CCreate::JudgeExisting(CArchive& archive) const {
-  errno = 0;
   if (m_run.ArchiveFile().Size() < static_cast<std::int64_t>(kArchiveHeaderSize)) {
     throw CUnsupportedArchiveException(ShowText(archive.Name()));
   }
@@ -76,8 +74,8 @@ void CCreate::JudgeExisting(CArchive& archive) const {
     const bool signs = m_run.Command() == CMD_SIGN;
     isWhole = signs ? archive.IsWithoutEntries() || archive.First() != nullptr : archive.IsWhole();
   } catch (const CReadExcept&) {
-    errno = archive.Stream().GetLastError();
-    if (errno != 0) throw COpenExcept(archive.Name());
+    const SystemError error{archive.Stream().GetLastError()};
+    if (error) throw COpenExcept(archive.Name(), error);
   }
   if (!isWhole) throw CUnsupportedArchiveException(ShowText(archive.Name()) + " is damaged or incomplete");
 }
@@ -87,15 +85,15 @@ void CCreate::WriteArchive(CArchive& archive, bool isNew) {
   std::int64_t start = -1;  // of what this run writes
   try {
     if (isNew) {
-      if (!file.KeepFrom(0)) throw COpenExcept(archive.Name());  // empty, perhaps, but it was there
+      // Empty, perhaps, but it was there.
+      if (!file.KeepFrom(0)) throw COpenExcept(archive.Name(), LastSystemError());
       start = 0;
       archive.WriteHeader();
     }
     m_signature.VerifyArchiveSignature(true, archive, m_run);
     if (!isNew) {
       if (!m_signature.IsSigning(m_run)) archive.SeekToEnd();
-      errno = 0;
-      if (!file.KeepFrom(archive.Position())) throw COpenExcept(archive.Name());
+      if (!file.KeepFrom(archive.Position())) throw COpenExcept(archive.Name(), LastSystemError());
       start = archive.Position();
     }
     WriteEntries(archive);
@@ -143,9 +141,8 @@ void CCreate::AddName(const std::string& name, CArchive& archive) {
   const bool literal = m_run.CmdLine().IsLiteralName(name);
   if (!literal && name.find_first_of("*?") != std::string::npos) {
     strFileData data;
-    errno = 0;
     const FindHandle handle = CUtils::FileFindOpen(name, &data);
-    if (handle == nullptr) throw CExcept("TOLVEN: error in CCreate::ProcessDirectory");
+    if (handle == nullptr) throw CExcept("TOLVEN: error in CCreate::ProcessDirectory", LastSystemError());
     PushLevel(archive, handle, data, name, {});
   } else if (name == "/" || IsDotName(name)) {  // never entries themselves; what is in them is meant
     Descend(name, archive);
@@ -174,12 +171,10 @@ void CCreate::PushLevel(CArchive& archive, const FindHandle& directory, strFileD
   while (CUtils::FileFindName(directory, &data)) {
     if (!IsDotName(data.name.data())) level.names.emplace_back(data.name.data());
   }
-  if (errno != 0) {
-    const int error = errno;
+  if (const SystemError error = LastSystemError()) {
     archive.Output().Drain();
     PrintLine("TOLVEN: error reading directory " + ShowText(data.directory));
-    errno = error;
-    throw CExcept("TOLVEN: error in CCreate::ProcessDirectory");
+    throw CExcept("TOLVEN: error in CCreate::ProcessDirectory", error);
   }
   m_levels.push_back(std::move(level));
 }
@@ -193,15 +188,15 @@ void CCreate::ReportNotAvailable(CArchive& archive, const std::string& path,
 
 void CCreate::AddObject(const std::string& path, CArchive& archive) {
   strFileData data;
-  errno = 0;
   if (!CUtils::SetFlAttr(path, data)) {
-    ReportNotAvailable(archive, path, SystemErrorText());
+    ReportNotAvailable(archive, path, SystemErrorText(LastSystemError()));
     return;
   }
   const bool resolve = m_run.Options().resolveLinks;
   int type = CUtils::DetermineFlType(data);
   if (type == FT_LINK && resolve) type = CUtils::TargetFileType(path);
-  if (type < FT_DIRECTORY) throw CExcept("TOLVEN: error in determining type of " + ShowText(path));
+  if (type < FT_DIRECTORY)
+    throw CExcept("TOLVEN: error in determining type of " + ShowText(path), kNoSystemError);
   if (type > kLastArchivableType) {
     ReportNotAvailable(archive, path, "not a file, directory or link");
     return;
@@ -219,10 +214,9 @@ void CCreate::Descend(const std::string& directory, CArchive& archive) {
   const std::string pattern = WithWildcard(directory);
   strFileData data;
   strFileInformation info;
-  errno = 0;
   const FindHandle handle = CUtils::FileFindOpen(pattern, &data, m_run.Options().resolveLinks);
   if (handle == nullptr || !CUtils::GetFileInformation(dirfd(handle.get()), info)) {
-    ReportNotAvailable(archive, directory, SystemErrorText());
+    ReportNotAvailable(archive, directory, SystemErrorText(LastSystemError()));
     return;
   }
   const Identity identity(info.device, info.inode);
@@ -241,8 +235,7 @@ std::unique_ptr<CDirEntry> CCreate::CreateFileObject(const std::string& name, in
     case FT_LINK:
       return std::make_unique<CLink>(name, m_pack);
     default:
-      errno = 0;
-      throw CExcept("TOLVEN: error creating file object for " + ShowText(name));
+      throw CExcept("TOLVEN: error creating file object for " + ShowText(name), kNoSystemError);
   }
 }
 

@@ -1,6 +1,5 @@
 #include "archive/commands/extract.h"
 
-#include <cerrno>
 #include <optional>
 
 #include "archive/archive.h"
@@ -21,18 +20,22 @@ void CExtract::Execute() {
 }
 
 void CExtract::ProcessArchive(const std::string& name) {
-  const CmdOptions& options = m_run.Options();
-  errno = 0;
-  CArchive archive(name, kOpenRead, {m_factory, options, m_buffers});
-  if (!archive.IsValid()) {
+  try {
+    ProcessCurrent(name);
+  } catch (const CInvalExcept&) {
     CExtractOld(m_run, name).Execute();
-    return;
   }
+}
+
+void CExtract::ProcessCurrent(const std::string& name) {
+  const CmdOptions& options = m_run.Options();
+  CArchive archive(name, kOpenRead, {m_factory, options, m_buffers});
+  if (!archive.IsValid()) throw CInvalExcept(name);
   PrintProcessingLine(archive);
   m_signature.VerifyArchiveSignature(false, archive, m_run);
   const CWorkingDirectory start;
   if (options.targetDir != nullptr && !CWorkingDirectory::Enter(options.targetDir)) {
-    throw CChgDirExcept(options.targetDir);
+    throw CChgDirExcept(options.targetDir, LastSystemError());
   }
   std::optional<CExtractTarget> target;
   if (!IsTest()) target.emplace(options, archive.Witness() != nullptr);
@@ -75,7 +78,6 @@ void CExtract::WalkAndFinish(CArchive& archive, CExtractTarget* target, Counts& 
 
 void CExtract::Walk(CArchive& archive, CSelection& selection, Counts& counts) {
   for (CDirEntry* entry = archive.First(); entry != nullptr; entry = archive.Next()) {
-    errno = 0;
     if (!selection.Selects(*entry)) {
       m_signature.PassEntry(archive, *entry);
     } else {

@@ -34,6 +34,8 @@ class CExtract : public CCommand {
   };
 
   void ProcessArchive(const std::string& name);
+  // CInvalExcept for a file of another format.
+  void ProcessCurrent(const std::string& name);
   void WalkAndFinish(CArchive& archive, CExtractTarget* target, Counts& counts);
   void Walk(CArchive& archive, CSelection& selection, Counts& counts);
   void ProcessEntry(CArchive& archive, CDirEntry& entry, Counts& counts);

@@ -1,6 +1,5 @@
 #include "archive/commands/scan.h"
 
-#include <cerrno>
 #include <string_view>
 
 #include "fileio/utils.h"
@@ -34,9 +33,8 @@ void CScan::Execute() {
   const std::vector<std::string>& names = m_run.CmdLine().GetNames();
   if (names.empty()) return;
   CLogMan& log = m_run.LogManager();
-  errno = 0;
   const std::int32_t list = log.OpenLogFile(kListFile);
-  if (list < 0) throw COpenExcept(kListFile);
+  if (list < 0) throw COpenExcept(kListFile, LastSystemError());
   log.WriteToLog(list, "# TOLVEN: list of missing files");
   log.WriteToLog(list, "# ==========================");
   bool missing = false;

@@ -1,13 +1,12 @@
 #include "archive/commands/type.h"
 
-#include <cerrno>
-
 #include "archive/archive.h"
 #include "archive/commands/processing_line.h"
 #include "archive/dir_entry.h"
 #include "archive/selection.h"
 #include "archive/signature.h"
 #include "oldarchive/old_commands.h"
+#include "report/except.h"
 #include "report/log_man.h"
 #include "report/statistics.h"
 
@@ -27,13 +26,17 @@ void CType::Execute() {
 }
 
 void CType::ListArchive(const std::string& name) {
-  errno = 0;
-  CArchive archive(name, kOpenRead, {m_factory, m_run.Options(), m_buffers});
-  if (!archive.IsValid()) {
+  try {
+    ListCurrent(name);
+  } catch (const CInvalExcept&) {
     m_spaceCheck = false;  // for the rest of the run: older archives are not accounted
     CTypeOld(m_run, name).Execute();
-    return;
   }
+}
+
+void CType::ListCurrent(const std::string& name) {
+  CArchive archive(name, kOpenRead, {m_factory, m_run.Options(), m_buffers});
+  if (!archive.IsValid()) throw CInvalExcept(name);
   PrintProcessingLine(archive);
   m_signature.VerifyArchiveSignature(false, archive, m_run);
   ListEntries(archive);
@@ -44,7 +47,6 @@ void CType::ListEntries(CArchive& archive) {
   archive.WantAllEntries(selection.SelectsAll());
   unsigned long invalid = 0;
   for (CDirEntry* entry = archive.First(); entry != nullptr; entry = archive.Next()) {
-    errno = 0;
     if (!selection.Selects(*entry)) {
       m_signature.PassEntry(archive, *entry);
       continue;

@@ -22,6 +22,8 @@ class CType : public CCommand {
 
  private:
   void ListArchive(const std::string& name);
+  // CInvalExcept for a file of another format.
+  void ListCurrent(const std::string& name);
   void ListEntries(CArchive& archive);
 
   IRunServices& m_run;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "fileio/local_file.h"
+#include "report/secret_text.h"
 #include "report/show_text.h"
 #include "signing/crypto/secudir.h"
 #include "signing/crypto/trace.h"
@@ -40,7 +41,7 @@ int TrySign(ManifestContext& context, const SigningKey& key, DkvPtr<DkvOctetstri
 }
 
 int MakeSignature(ManifestContext& context, SigningKey& key, std::vector<std::uint8_t>& signature) {
-  ManifestTrace("DkvSign set signer key: %s\n", key.profile.c_str());
+  ManifestTrace("DkvSign set signer key: %s\n", HidePins(key.profile).c_str());
   if (IsGiven(key.password)) ManifestTrace("DkvSign set password for signer key\n");
   ManifestTrace("DkvSign set signature format : %s\n", kFormatPkcs7.data());
   ManifestTrace("DkvSign set signature alg. : %s\n", context.signatureAlgorithm.c_str());
@@ -65,7 +66,8 @@ int MakeSignature(ManifestContext& context, SigningKey& key, std::vector<std::ui
   context.dkvErrorCode = rc;
   ManifestTrace("DkvSign failed with %d\n", rc);
   Fail(context, SMF_ESIGNATURE,
-       "Signing with the key >" + ShowText(key.profile) + "< failed. " + ShowText(DkvReason(rc, info)));
+       "Signing with the key >" + ShowText(HidePins(key.profile)) + "< failed. " +
+           ShowText(DkvReason(rc, info)));
   if (rc == DKV_ERR_NO_PSE) {
     Fail(context, SMF_ESIGNATURE, "A key and its certificate are needed; the command tolven-pse makes them.");
   }

@@ -83,11 +83,11 @@ TEST_F(ProcessorTest, CleanUpAfterAFailure) {
   };
   const Case cases[] = {
       {"success", [] {}, 0, true, true},
-      {"write", [] { throw CWriteExcept("A.VRA"); }, 4, false, false},
+      {"write", [] { throw CWriteExcept("A.VRA", kNoSystemError); }, 4, false, false},
       {"read", [] { throw CReadExcept("f"); }, 5, false, false},
       {"manifest", [] { throw CInvalManifestExcept("", 10, 0); }, 57, false, true},
       {"signature", [] { throw CInvalSignatureExcept("", 1); }, 60, false, true},
-      {"other", [] { throw COpenExcept("A.VRA"); }, 6, true, true},
+      {"other", [] { throw COpenExcept("A.VRA", kNoSystemError); }, 6, true, true},
       {"inaccessible", [this] { m_proc->FileNotAvail("f"); }, 44, false, true},
   };
   for (const Case& test : cases) {
@@ -123,7 +123,7 @@ TEST_F(ProcessorTest, DeletesTheFileItOpenedWhereverItIsFound) {
     Run(std::string("-c|n|-f|") + test.name, [&] {
       ASSERT_TRUE(m_proc->ArchiveFile().Open(test.opened, O_WRONLY));
       fs::current_path("sub");
-      throw CWriteExcept("A.VRA");
+      throw CWriteExcept("A.VRA", kNoSystemError);
     });
     fs::current_path(m_dir.Path());
     for (const std::string file : files) EXPECT_EQ(fs::exists(file), file != test.opened) << file;
