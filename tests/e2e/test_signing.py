@@ -15,7 +15,7 @@ import archivefile
 import harness
 import signing_support as support
 from archivefile import archive, regular
-from signing_support import MANIFEST_NAME, manifest_of, pki
+from signing_support import MANIFEST_NAME, manifest_of, pki, tool
 
 TREE = {"dir/read-me": "for you", "dir/big": os.urandom(1000) + bytes(200000), "dir/empty": "",
         "dir/sub/with blank": "x", "dir/sub/\u00e9": "name in UTF-8"}
