@@ -1,4 +1,5 @@
 #include "archive/entry_data.h"
+
 #include "cslib/crc32.h"
 #include "cslib/cslib.h"
 #include "report/except.h"
