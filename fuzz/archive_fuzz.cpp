@@ -1,9 +1,7 @@
 // Any bytes as an archive of either format, listed and tested. First byte: options.
 #include "fuzz/program.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace tolven::fuzz;
-  Input input(data, size);
+void tolven::fuzz::Run(Input input) {
   const unsigned choice = input.Byte();
   const MemoryFile archive(input.Rest());
   std::string options = archive.Name();
@@ -14,5 +12,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   RunProgram("-tf\t" + options);
   if ((choice & 16) != 0) RunProgram("-tsf\t" + options);
   RunProgram("-df\t" + options);
-  return 0;
 }

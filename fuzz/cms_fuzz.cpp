@@ -2,15 +2,13 @@
 // content and this trust alone.
 #include "fuzz/crypto.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace tolven::fuzz;
+void tolven::fuzz::Run(Input input) {
   static const std::string content = World("content");
   static const auto trust = Profile("trust.pse"), stranger = Profile("other.pse");
-  Input input(data, size);
   const char* format = input.Byte() % 2 == 0 ? "PKCS7" : "PKCS7-TSTAMP";
   const Bytes signature = input.Rest();
   const int rc = Verify(format, content, signature, *trust);
-  if (rc != DKV_OK && rc != DKV_ERR_SIGNER) return 0;
+  if (rc != DKV_OK && rc != DKV_ERR_SIGNER) return;
   Require(Verify(format, content + "\n", signature, *trust) != DKV_OK);
   if (rc == DKV_OK) Require(Verify(format, content, signature, *stranger) == DKV_ERR_SIGNER);
 
@@ -18,5 +16,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   DkvOctetstring* request = nullptr;
   Require(DkvGetTimeStampReq(&der, &request) == DKV_OK);
   DkvDELDkvOctetstring(request);
-  return 0;
 }

@@ -40,8 +40,8 @@ void CheckOptions(CCmdLine& line, const fuzz::Arguments& arguments) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  fuzz::Arguments arguments(fuzz::Input(data, size).Text());
+void tolven::fuzz::Run(Input input) {
+  fuzz::Arguments arguments(input.Text());
   CCmdLine line;
   try {
     line.SetOptions(arguments.Count(), arguments.Vector());
@@ -50,5 +50,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const std::set<int> kNumbers = {18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 29, 31, 46, 53};
     Require(kNumbers.count(except.GetNumber()) == 1);
   }
-  return 0;
 }

@@ -19,17 +19,15 @@ CertificatePtr Certificate(const std::string& name) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace tolven::fuzz;
+void tolven::fuzz::Run(Input input) {
   static const CertificatePtr revoked = Certificate("revoked.der"), issuer = Certificate("inter.der");
-  const DkvOctetstring file = View(Bytes(data, size));
+  const DkvOctetstring file = View(input.Rest());
   DkvCrlArray* lists = nullptr;
   const int rc = DkvDecodeCrlArray(&file, &lists);
   Require((rc == DKV_OK) == (lists != nullptr));
-  if (lists == nullptr) return 0;
+  if (lists == nullptr) return;
   int reason = 0;
   const int checked = DkvCheckCertWithCrlArray(revoked.get(), issuer.get(), lists, DKV_NO_TIME, &reason);
   Require(checked != DKV_OK && (checked == DKV_ERR_REVOKED) == (reason >= 0));
   DkvFreeCrlArray(lists);
-  return 0;
 }

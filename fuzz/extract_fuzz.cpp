@@ -84,10 +84,8 @@ class Sandbox {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace tolven::fuzz;
+void tolven::fuzz::Run(Input input) {
   static const Sandbox sandbox;
-  Input input(data, size);
   const unsigned choice = input.Byte();
   std::string bytes = input.Text();
   for (std::size_t at = 0; (at = bytes.find(kSandbox, at)) != std::string::npos; at += kSandbox.size()) {
@@ -107,5 +105,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   RunProgram(line);
   Require(sandbox.Describe() == before);
   sandbox.Empty();
-  return 0;
 }

@@ -80,14 +80,13 @@ void ThereAndBack(Bytes whole, unsigned choice, std::size_t piece, std::size_t r
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Input input(data, size);
+void tolven::fuzz::Run(Input input) {
   const unsigned choice = input.Byte();
   const std::size_t piece = 1 + input.Byte(), room = 1 + input.Byte();
   const Bytes rest = input.Rest();
   if (choice % 4 == 0) {
     const Outcome whole = Decode(rest, rest.size(), kAllRoom);
-    if (whole.IsCut()) return 0;
+    if (whole.IsCut()) return;
     const Outcome pieces = Decode(rest, piece, room);
     // A segment that lies there whole is checked before it is read, so damage can show earlier.
     Require(pieces == whole || whole.rc == CS_E_CHECKSUM || (whole.rc < 0 && pieces.rc < 0));
@@ -97,5 +96,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } else {
     ThereAndBack(rest, choice, piece, room);
   }
-  return 0;
 }

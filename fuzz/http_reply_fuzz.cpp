@@ -32,10 +32,8 @@ class Listener {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace tolven;
+void tolven::fuzz::Run(Input input) {
   static const Listener listener;
-  fuzz::Input input(data, size);
   const bool proxy = input.Byte() % 2 == 1;
   Connection connection(HttpLimits{});
   Require(connection.Connect("127.0.0.1", listener.Port()));
@@ -65,5 +63,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const linger hard{1, 0};
   setsockopt(server, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
   close(server);
-  return 0;
 }

@@ -73,8 +73,7 @@ void Compare(const Outcome& one, const Outcome& other) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Input input(data, size);
+void tolven::fuzz::Run(Input input) {
   const unsigned choice = input.Byte();
   const Bytes stream = input.Rest();
   const Outcome whole = Decode(stream, stream.size(), kAllRoom);
@@ -82,5 +81,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // Without a good header there is nothing to compare.
   const bool started = whole.rc >= 0 || whole.rc == CS_E_BAD_CODE;
   if (started && !stream.empty()) Compare(whole, DecodePlainly(stream));
-  return 0;
 }

@@ -59,15 +59,19 @@ void Compare(const Outcome& ours, Bytes body, std::size_t length) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size < 6) return 0;
-  Input input(data, size);
+void tolven::fuzz::Run(Input input) {
+  if (input.Rest().size() < 6) return;
   const std::size_t piece = 1 + input.Byte(), room = 1 + input.Byte();
-  Data stream = {data[2], data[3], static_cast<std::uint8_t>(data[4] & 1), 0, 0x12, 0x1F, 0x9D, 2};
-  const Bytes body(data + 5, size - 5);
+  Data stream = {0, 0, 0, 0, 0x12, 0x1F, 0x9D, 2};
+  std::size_t length = 0;
+  for (std::size_t i = 0; i < 3; ++i) {
+    const unsigned byte = input.Byte() & (i < 2 ? 0xFFU : 1U);
+    stream[i] = static_cast<std::uint8_t>(byte);
+    length |= std::size_t{byte} << (8 * i);
+  }
+  const Bytes body = input.Rest();
   stream.insert(stream.end(), body.begin(), body.end());
   const Outcome whole = Decode(stream, stream.size(), kAllRoom);
   Require(whole == Decode(stream, piece, room));
-  Compare(whole, body, data[2] | static_cast<std::size_t>(data[3]) << 8 | (data[4] & 1U) << 16);
-  return 0;
+  Compare(whole, body, length);
 }

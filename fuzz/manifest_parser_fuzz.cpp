@@ -3,7 +3,6 @@
 #include <cstdio>
 
 #include "fuzz/support.h"
-#include "signing/hash/hash.h"
 #include "signing/manifest/manifest.h"
 
 namespace {
@@ -18,38 +17,34 @@ std::string Lower(std::string text) {
   return text;
 }
 
-std::string BodyAgain(std::span<const tolven::ManifestFile> files) {
+std::string BodyAgain(const tolven::ManifestFiles& files) {
   std::string body;
-  for (const tolven::ManifestFile& file : files) {
-    std::string digest(2 * file.digest.size() + 1, '\0');
-    Require(tolven::haHexEncodeBlob(file.digest.data(), file.digest.size(), digest.data(), digest.size(),
-                                    nullptr) == 0);
-    digest.back() = ' ';
+  for (std::size_t i = 0; i < files.size(); ++i) {
     char length[8];
-    std::snprintf(length, sizeof length, "%04zx ", file.name.size());
-    body.append(digest).append(length).append(file.name).append("\n");
+    std::snprintf(length, sizeof length, " %04zx ", files[i].name.size());
+    body.append(files[i].hexDigest).append(length).append(files[i].name).append("\n");
   }
   return body + "\n";
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace tolven;
+void tolven::fuzz::Run(Input input) {
+  const Bytes bytes = input.Rest();
   const ManifestContextPtr context = ManifestMakeContext();
-  const int parsed = ManifestParse(context.get(), data, size);
+  const int parsed = ManifestParse(context.get(), bytes.data(), bytes.size());
   if (parsed == SMF_OK) {
     const std::string_view signedText = ManifestGetSignedText(context.get());
-    const std::string_view text(reinterpret_cast<const char*>(data), size);
+    const std::string text = input.Text();
     Require(text.starts_with(signedText) && signedText.starts_with("QEL-MANIFEST\n"));
-    std::span<const ManifestFile> files;
+    ManifestFiles files;
     const int listed = ManifestGetFileList(context.get(), &files);
     Require((listed == SMF_OK) == (ManifestGetFileCounter(context.get()) != 0));
     Require(Lower(std::string(signedText)).ends_with(Lower(BodyAgain(files))));
     Require(ManifestCompare(context.get(), context.get()) == SMF_OK);
   }
-  const int verified = ManifestVerify(context.get(), data, size, nullptr, nullptr, nullptr, {}, 0);
+  const int verified =
+      ManifestVerify(context.get(), bytes.data(), bytes.size(), nullptr, nullptr, nullptr, {}, 0);
   Require(verified != SMF_OK && verified != SMF_ESIGNATURE_EXTERNAL && verified != SMF_ESIGNATURE_VALIDATION);
   Require(ManifestGetFileCounter(context.get()) == 0);
-  return 0;
 }

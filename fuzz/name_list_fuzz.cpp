@@ -4,10 +4,7 @@
 #include "fileio/utils.h"
 #include "fuzz/support.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace tolven;
-  using namespace tolven::fuzz;
-  Input input(data, size);
+void tolven::fuzz::Run(Input input) {
   const std::size_t split = input.Byte();
   const Bytes text = input.Rest();
   const MemoryFile exclude(text.first(std::min(split, text.size())));
@@ -31,5 +28,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     CUtils::ValidateFilePath(path);
     Require(StaysBelow(path));
   }
-  return 0;
 }

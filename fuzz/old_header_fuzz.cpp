@@ -31,9 +31,8 @@ void CheckHeader(Bytes bytes) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  CheckHeader({data, size});
-  const MemoryFile archive({data, size});
+void tolven::fuzz::Run(Input input) {
+  CheckHeader(input.Rest());
+  const MemoryFile archive(input.Rest());
   RunProgram("-df\t" + archive.Name());
-  return 0;
 }

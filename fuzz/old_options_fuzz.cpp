@@ -3,10 +3,7 @@
 #include "oldarchive/old_options.h"
 #include "oldarchive/old_paths.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace tolven;
-  using namespace tolven::fuzz;
-  Input input(data, size);
+void tolven::fuzz::Run(Input input) {
   const Arguments arguments(input.Line());
   const MemoryFile include(input.Rest());
   AppData app;
@@ -14,14 +11,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::string text;
   const bool good = GetOptions(arguments.Count(), arguments.Vector(), app, &error, &text);
   Require(good ? error == 0 && text.empty() : error != 0 && !text.empty());
-  if (!good) return 0;
+  if (!good) return;
   Require(app.targetDir.empty() || app.command == 'x');
   Require((app.archiveName + app.includeFile).find(',') == std::string::npos);
 
   app.includeFile = include.Name();
   if (!DoAOption(app, &error, &text)) {
     Require(error == 9);  // a line that is none
-    return 0;
+    return;
   }
   for (const std::string& name : app.names) {
     if (NormalizePath(name) != name) continue;  // behind "--" it stands as it is
@@ -32,5 +29,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::string path;
     if (CreateFilename(app.paths, info, path)) Require(StaysBelow(path));
   }
-  return 0;
 }

@@ -6,7 +6,7 @@
 
 #include "fuzz/support.h"
 #include "main/command_factory.h"
-#include "main/run/processor.h"
+#include "main/processor.h"
 #include "main/run_guarded.h"
 #include "report/log_man.h"
 #include "signing/manifest/manifest.h"

@@ -26,10 +26,9 @@ void CheckCertificate(X509* certificate) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void tolven::fuzz::Run(Input input) {
   static const int started = qelcr_init();
   Require(started == DKV_OK);
-  tolven::fuzz::Input input(data, size);
   const unsigned choice = input.Byte();
   constexpr PseUse kUses[] = {PseUse::kTrust, PseUse::kSign, PseUse::kKeyIfPresent};
   const PseUse use = kUses[choice % std::size(kUses)];
@@ -46,5 +45,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const int rc = failure.rc();
     Require((rc >= DKV_ERR_NO_PSE && rc <= DKV_ERR_PSE_NO_CERT) || rc == DKV_ERR_ALG_NOT_SUPPORTED);
   }
-  return 0;
 }

@@ -37,13 +37,11 @@ std::optional<std::map<std::string, std::string>> Read(tolven::fuzz::Input input
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace tolven;
-  using fuzz::Require;
-  const fuzz::MemoryFile file({data, size});
+void tolven::fuzz::Run(Input input) {
+  const fuzz::MemoryFile file(input.Rest());
   CCmdLine line;
   line.MutableOptions().renameFile = file.Name().c_str();
-  const auto expected = Read(fuzz::Input(data, size));
+  const auto expected = Read(input);
   try {
     line.ProcessRenameList();
     line.FillFileList();
@@ -55,5 +53,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } catch (const CExcept& except) {
     Require(!expected && except.GetNumber() == 43);
   }
-  return 0;
 }

@@ -25,19 +25,17 @@ std::map<std::string, std::string> Contents(const fs::path& root) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace tolven::fuzz;
+void tolven::fuzz::Run(Input input) {
   // Held open: the counters of a library that comes and goes would be written to after it went.
   static const bool held = dlopen(LIBRARY, RTLD_NOW) != nullptr && setenv("SECUDIR", WORLD "sec", 1) == 0;
   static const auto expected = Contents(WORLD "signed");
   static const std::string target = "/dev/shm/tolven-signed-" + std::to_string(getpid());
   fs::create_directory(target);
-  const MemoryFile archive({data, size});
+  const MemoryFile archive(input.Rest());
   const std::string line = "f\t" + archive.Name() + "\t-L\t" LIBRARY;
   if (RunProgram("-xV" + line + "\t-R\t" + target) == 0) {
     Require(held && Contents(target) == expected);
     Require(RunProgram("-dV" + line) == 0);
   }
   fs::remove_all(target);
-  return 0;
 }

@@ -53,6 +53,9 @@ class Input {
   Bytes m_rest;
 };
 
+// What a target does with one input; each target is the file that defines it.
+void Run(Input input);
+
 // An argument vector that may be written to, as main gets it. Words are separated by tabs, so that they can
 // hold blanks.
 class Arguments {
@@ -96,3 +99,8 @@ class MemoryFile {
 };
 
 }  // namespace tolven::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  tolven::fuzz::Run({data, size});
+  return 0;
+}

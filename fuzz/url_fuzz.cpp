@@ -16,11 +16,9 @@ std::string Escape(const std::string& text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace tolven;
-  using fuzz::Require;
+void tolven::fuzz::Run(Input input) {
   SmfUrlComponents url, again;
-  if (!SmfUtilSplitURL(fuzz::Input(data, size).Text(), url)) return 0;
+  if (!SmfUtilSplitURL(input.Text(), url)) return;
   for (const std::string& part : {url.scheme, url.user, url.password, url.host, url.port, url.path}) {
     Require(std::all_of(part.begin(), part.end(), [](char c) { return c < 0 || (c >= ' ' && c != 0x7f); }));
   }
@@ -34,5 +32,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Require(again.scheme == url.scheme && again.user == url.user && again.password == url.password);
   Require(again.host == url.host && again.port == url.port && again.path == url.path);
   SmfUtilReleaseURLComponents(url);
-  return 0;
 }

@@ -49,16 +49,15 @@ void LowerCase(std::string& name) {
 
 }  // namespace
 
-CArchive::CArchive(const std::string& fileName, unsigned int mode, const IEntryFactory& factory,
-                   const CmdOptions& options)
-    : m_factory(factory), m_options(options) {
+CArchive::CArchive(const std::string& fileName, unsigned int mode, const ArchiveServices& services)
+    : m_services(services) {
   Open(fileName, mode);
   if ((mode & kOpenCreate) != 0) SetNewHeader();
 }
 
 CArchive::CArchive(const std::string& fileName, const COutputFile& file, bool isNew,
-                   const IEntryFactory& factory, const CmdOptions& options)
-    : m_factory(factory), m_options(options), m_name(fileName) {
+                   const ArchiveServices& services)
+    : m_services(services), m_name(fileName) {
   errno = 0;
   if (!m_stream.Attach(file.Share(), CFileStream::Writes::kBuffered)) throw COpenExcept(fileName);
   TakeSize();
@@ -75,6 +74,7 @@ CArchive::~CArchive() = default;
 
 void CArchive::Open(const std::string& fileName, unsigned int mode) {
   m_name = fileName;
+  m_ahead.reset();
   errno = 0;
   m_stream.Open(fileName, mode, 0);
   if (!m_stream.Open()) throw COpenExcept(fileName);
@@ -85,11 +85,27 @@ void CArchive::TakeSize() {
   struct stat status {};
   if (fstat(m_stream.Descriptor(), &status) != 0) throw COpenExcept(m_name);
   m_fileSize = status.st_size;
+  m_isFile = S_ISREG(status.st_mode);
 }
 
 void CArchive::Reset() {
   Seek(0);
   m_checked = m_valid = false;
+}
+
+CArchiveOutput& CArchive::Output() {
+  m_ahead.reset();  // what was read is about to change
+  if (!m_output) m_output = std::make_unique<CArchiveOutput>(m_stream, m_name, m_services.options.threads);
+  return *m_output;
+}
+
+// In an archive of the older version a stream runs on over blocks: none of them is anything by itself.
+CBlocksAhead* CArchive::Ahead() {
+  if (!m_isFile || getVersionString() != kVersion201) return nullptr;
+  if (!m_ahead)
+    m_ahead = std::make_unique<CBlocksAhead>(m_stream.Descriptor(), m_fileSize, m_services.options.threads);
+  m_ahead->CrossEntries(m_wantsAll);
+  return m_ahead.get();
 }
 
 void CArchive::Close() {
@@ -272,8 +288,8 @@ void CArchive::ReadEntryName() {
 
 std::string CArchive::ShownName(const std::string& storedName, bool isLink) const {
   std::string name = storedName;
-  if (m_options.lowerCase) LowerCase(name);
-  return m_options.flat ? FlatName(name, isLink) : name;
+  if (Options().lowerCase) LowerCase(name);
+  return Options().flat ? FlatName(name, isLink) : name;
 }
 
 void CArchive::ReadEntryAccessInfo() {
@@ -283,9 +299,9 @@ void CArchive::ReadEntryAccessInfo() {
 
 CDirEntry* CArchive::EntryFactory() {
   EntryClass entryClass = EntryClass::kFile;
-  const bool isManifest =
-      m_header.type == kTypeManifest ||
-      (m_header.type == kTypeRegular && m_factory.IsTypeManifest(m_header, m_storedName, m_accessInfo));
+  const bool isManifest = m_header.type == kTypeManifest ||
+                          (m_header.type == kTypeRegular &&
+                           m_services.factory.IsTypeManifest(m_header, m_storedName, m_accessInfo));
   if (isManifest) {
     m_signed = true;
     m_header.mode = 0600;
@@ -298,9 +314,9 @@ CDirEntry* CArchive::EntryFactory() {
     ThrowFormat("TOLVEN: unknown entry type encountered");
   }
   std::unique_ptr<CDirEntry>& entry = m_entries[static_cast<std::size_t>(entryClass)];
-  if (!entry) entry = m_factory.NewEntry(entryClass);
+  if (!entry) entry = m_services.factory.NewEntry(entryClass);
   entry->SetReadState(m_storedName, m_shownName, m_header, m_accessInfo, m_entryStart,
-                      m_hashEntries && entryClass == EntryClass::kFile);
+                      m_witness != nullptr && entryClass == EntryClass::kFile);
   return entry.get();
 }
 
@@ -317,6 +333,23 @@ int CArchive::GetEntryData(unsigned char* buffer, unsigned long bufferSize, unsi
   if (type == BlockType::kNone) ThrowFormat("TOLVEN: error in GetEntryData(); unknown block type");
   bytesRead = length;
   compressed = IsCompressedBlock(type);
+  return ReadBlockEnd(type, checksum);
+}
+
+int CArchive::PassEntryData(std::uint32_t payloadSize, std::uint32_t& checksum) {
+  std::array<unsigned char, kBlockHeaderSize> bytes{};
+  ReadExactly(bytes.data(), bytes.size());
+  const BlockType type = DecodeBlockType(static_cast<char>(bytes[0]), static_cast<char>(bytes[1]));
+  // The file is not what it was a moment ago.
+  if (!IsCompressedBlock(type) ||
+      LoadLittle<std::uint32_t>(bytes.data() + BlockField::length) != payloadSize) {
+    throw CReadExcept(m_name);
+  }
+  if (!m_stream.MoveFlPtr(payloadSize)) throw CReadExcept(m_name);
+  return ReadBlockEnd(type, checksum);
+}
+
+int CArchive::ReadBlockEnd(BlockType type, std::uint32_t& checksum) {
   if (!IsLastBlock(type)) return 1;
   std::array<unsigned char, kCrcSize> crc{};
   ReadExactly(crc.data(), crc.size());

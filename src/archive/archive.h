@@ -7,17 +7,28 @@
 #include <utility>
 #include <vector>
 
+#include "archive/archive_output.h"
+#include "archive/blocks_ahead.h"
 #include "archive/entry_factory.h"
 #include "archive/format.h"
+#include "archive/signature.h"
 #include "fileio/file_stream.h"
-#include "signing/manifest/manifest.h"
 
 namespace tolven {
 
+class CCompressMan;
 class CDirEntry;
 class CExtractTarget;
 class COutputFile;
 struct CmdOptions;
+
+// What a caller gives each archive that it opens, and must outlive it. There is no other way in: an archive
+// reads nothing that is process-wide, so that several may be open at a time.
+struct ArchiveServices {
+  const IEntryFactory& factory;
+  const CmdOptions& options;
+  CCompressMan& buffers;  // of one thread: archives that are read in turn share them
+};
 
 // An open archive file: its header, and the walk over its entries. There is no index and no trailer; the walk
 // starts at the front and ends where the file ends. Failures are CReadExcept, CWriteExcept and COpenExcept
@@ -25,13 +36,11 @@ struct CmdOptions;
 class CArchive {
  public:
   // Opens the file (`mode`: the flags of file_stream.h); COpenExcept. With kOpenCreate alone the header is
-  // taken as checked and valid. `factory` and `options` must outlive the archive.
-  CArchive(const std::string& fileName, unsigned int mode, const IEntryFactory& factory,
-           const CmdOptions& options);
+  // taken as checked and valid.
+  CArchive(const std::string& fileName, unsigned int mode, const ArchiveServices& services);
   // The same for a file that this run has open for writing. With `isNew` the header is taken as checked and
   // valid.
-  CArchive(const std::string& fileName, const COutputFile& file, bool isNew, const IEntryFactory& factory,
-           const CmdOptions& options);
+  CArchive(const std::string& fileName, const COutputFile& file, bool isNew, const ArchiveServices& services);
   ~CArchive();
   CArchive(const CArchive&) = delete;
   CArchive& operator=(const CArchive&) = delete;
@@ -66,12 +75,21 @@ class CArchive {
   // Reads one block of the current entry. 1: more follow; 0: it was the last, `checksum` is the stored CRC.
   int GetEntryData(unsigned char* buffer, unsigned long bufferSize, unsigned long& bytesRead,
                    std::uint32_t& checksum, bool& compressed);
+  // The same, passed over: for a block that was decompressed ahead. `payloadSize` is what its length must be.
+  int PassEntryData(std::uint32_t payloadSize, std::uint32_t& checksum);
+  // Blocks decompressed ahead of the walk; null where the file or its version does not allow that. What is
+  // wanted of the walk is told by WantAllEntries.
+  CBlocksAhead* Ahead();
+  // Whether the walk reads the data of every entry; false where some are passed over.
+  void WantAllEntries(bool all) { m_wantsAll = all; }
   // True iff a block comes next: behind the header of an entry without data it is data that the header
   // denies.
   bool BlockFollows();
 
   const std::string& Name() const { return m_name; }
   CFileStream& Stream() { return m_stream; }
+  // The way in for entries that are written; what is in it is in the file once it was drained.
+  CArchiveOutput& Output();
   // What an entry of that name is shown as and extracted to, by -lower and -flat.
   std::string ShownName(const std::string& storedName, bool isLink) const;
   // Where the header of the current entry starts.
@@ -88,24 +106,16 @@ class CArchive {
   void Seek(std::int64_t position);
   void SeekToEnd();
 
-  // --- Signing. The context lists the entries' digests: fed while entries are written or hashed, compared
-  // with while entries of a signed archive are read.
-  ManifestContext* Manifest() { return m_manifest.get(); }
-  void SetManifest(ManifestContextPtr manifest) { m_manifest = std::move(manifest); }
-  ManifestContextPtr ExchangeManifest(ManifestContextPtr manifest) {
-    return std::exchange(m_manifest, std::move(manifest));
+  const CmdOptions& Options() const { return m_services.options; }
+  CCompressMan& Buffers() const { return m_services.buffers; }
+
+  // Regular files that are read or written from now on pass their data to the witness, if there is one.
+  IEntryWitness* Witness() const { return m_witness.get(); }
+  std::unique_ptr<IEntryWitness> ExchangeWitness(std::unique_ptr<IEntryWitness> witness) {
+    return std::exchange(m_witness, std::move(witness));
   }
-  // Entries of regular files that are read or written pass their data to the manifest.
-  void SetHashEntries(bool hash) { m_hashEntries = hash; }
-  bool HashEntries() const { return m_hashEntries; }
-  // The first code with which an entry failed against the manifest; SMF_OK while none did.
-  void NoteManifestFailure(int code) {
-    if (m_manifestFailure == SMF_OK) m_manifestFailure = code;
-  }
-  int ManifestFailure() const { return m_manifestFailure; }
   // True once a signed manifest was met.
   bool IsSigned() const { return m_signed; }
-  void SetSigned(bool isSigned) { m_signed = isSigned; }
 
   // Where an extraction puts things; null while an archive is only read. Not owned.
   void SetTarget(CExtractTarget* target) { m_pTarget = target; }
@@ -125,19 +135,23 @@ class CArchive {
   void ReadEntryAccessInfo();
   CDirEntry* EntryFactory();
   void ReadExactly(unsigned char* to, unsigned long count);
+  int ReadBlockEnd(BlockType type, std::uint32_t& checksum);
   // Reads 2 bytes; false at the end of the file. A single byte or a failed read is CReadExcept.
   bool ReadType(unsigned char* type);
   void SkipPayload(BlockType type);
 
-  const IEntryFactory& m_factory;
-  const CmdOptions& m_options;
+  ArchiveServices m_services;
   std::string m_name;
   CFileStream m_stream;
+  std::unique_ptr<CArchiveOutput> m_output;
+  std::unique_ptr<CBlocksAhead> m_ahead;
+  bool m_wantsAll = true;
   std::array<char, 4> m_magic{};
   std::array<char, 4> m_version{};
   bool m_checked = false;
   bool m_valid = false;
   std::int64_t m_fileSize = 0;
+  bool m_isFile = false;
   std::int64_t m_entryStart = 0;
   std::array<std::uint8_t, kEntryHeaderSize> m_headerBytes{};
   EntryHeader m_header;
@@ -145,9 +159,7 @@ class CArchive {
   std::string m_storedName;
   std::string m_shownName;
   std::vector<std::uint8_t> m_accessInfo;
-  ManifestContextPtr m_manifest;
-  bool m_hashEntries = false;
-  int m_manifestFailure = SMF_OK;
+  std::unique_ptr<IEntryWitness> m_witness;
   bool m_signed = false;
   CExtractTarget* m_pTarget = nullptr;
   // One object a class, filled anew for each entry of it.

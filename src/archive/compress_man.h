@@ -10,8 +10,8 @@
 
 namespace tolven {
 
-// The working buffers of a run, shared by writing and reading: allocated once, reused for every block and
-// entry.
+// The working buffers of a thread that reads archives: allocated once, reused for every block and entry. What
+// is written, or decompressed ahead, has its buffers in the pipeline.
 class CCompressMan {
  public:
   static constexpr std::uint32_t kBlockSize = kBlockInput;        // also the limit of a compressed payload
@@ -19,13 +19,13 @@ class CCompressMan {
   // The CRC of an entry: this table, register from 0, no inversion at either end.
   static constexpr const std::array<std::uint32_t, 256>& crc_32_tab = kCrc32Table;
 
-  CCompressMan() : m_input(kInputBufferSize), m_output(kBlockHeaderSize + kBlockSize) {}
+  CCompressMan() : m_input(kInputBufferSize), m_output(kBlockSize) {}
   CCompressMan(const CCompressMan&) = delete;
   CCompressMan& operator=(const CCompressMan&) = delete;
 
-  // A chunk of file data on write, a block payload on read.
+  // A block payload.
   std::span<std::uint8_t> Input() { return m_input; }
-  // Room for a block header and its payload, so that both go out in one write.
+  // A piece of the uncompressed data.
   std::span<std::uint8_t> Output() { return m_output; }
 
  private:

@@ -10,15 +10,16 @@
 #include "archive/archive.h"
 #include "archive/entry_info.h"
 #include "archive/extract_target.h"
-#include "archive/normal_compress.h"
+#include "cmdline/run_services.h"
 #include "fileio/utils.h"
 #include "report/except.h"
-#include "report/run_status.h"
+#include "report/log_man.h"
 
 namespace tolven {
 
 CDirEntry::CDirEntry() = default;
-CDirEntry::CDirEntry(const std::string& path) : m_path(path), m_storedName(path), m_shownName(path) {}
+CDirEntry::CDirEntry(const std::string& path, PackContext& pack)
+    : m_path(path), m_storedName(path), m_shownName(path), m_pPack(&pack) {}
 CDirEntry::~CDirEntry() = default;
 
 void CDirEntry::SetReadState(const std::string& storedName, const std::string& shownName,
@@ -36,8 +37,8 @@ void CDirEntry::SetReadState(const std::string& storedName, const std::string& s
   m_pending.reset();
 }
 
-void CDirEntry::TypeInfo() const {
-  m_pTheProcessor->LogManager().PrintInfo(CEntryInfo(*this));
+void CDirEntry::TypeInfo(CLogMan& log) const {
+  log.PrintInfo(CEntryInfo(*this));
 }
 
 bool CDirEntry::CheckIfIsSymlink(const std::string& path) {
@@ -46,7 +47,7 @@ bool CDirEntry::CheckIfIsSymlink(const std::string& path) {
 }
 
 bool CDirEntry::FillBaseHeader(EntryHeader& header, EntryType type) {
-  const CmdOptions& options = m_pTheProcessor->Options();
+  const CmdOptions& options = m_pPack->run.Options();
   strFileInformation info;
   if (!CUtils::GetFileInformation(m_source.Get(), info)) return false;
   header = EntryHeader{};
@@ -61,16 +62,13 @@ bool CDirEntry::FillBaseHeader(EntryHeader& header, EntryType type) {
 }
 
 void CDirEntry::WriteHeader(CArchive* archive, EntryHeader& header) {
-  m_start = archive->Position();
   header.nameLength = static_cast<std::uint16_t>(m_storedName.size());
   header.accessInfoLength = static_cast<std::uint16_t>(m_accessInfo.size());
   std::array<unsigned char, kEntryHeaderSize + kMaxNameLength> fixed{};
   EncodeEntryHeader(header, std::span(fixed).first<kEntryHeaderSize>());
   // The zero behind the name is there already.
   std::copy(m_storedName.begin(), m_storedName.end(), fixed.begin() + kEntryHeaderSize);
-  const unsigned long length = kEntryHeaderSize + m_storedName.size() + 1;
-  unsigned long done = 0;
-  if (!archive->Stream().Write(fixed.data(), length, &done)) throw CWriteExcept(archive->Name());
+  archive->Output().Write(std::span(fixed).first(kEntryHeaderSize + m_storedName.size() + 1));
   m_header = header;
 }
 
@@ -112,7 +110,7 @@ bool CLink::FillEntryHeader(EntryHeader& header) {
 }
 
 bool CLink::ResolveLink() {
-  if (m_pTheProcessor->Options().resolveLinks) return true;
+  if (m_pPack->run.Options().resolveLinks) return true;
   std::array<char, kNameBufferSize> target{};
   errno = 0;
   const ssize_t length = readlinkat(m_source.Get(), "", target.data(), target.size() - 1);
@@ -120,22 +118,6 @@ bool CLink::ResolveLink() {
   m_storedName += '|';
   m_storedName.append(target.data(), static_cast<std::size_t>(length));
   return true;
-}
-
-// --- What a run shares.
-
-CEntryServices::CEntryServices(CProcessor& processor)
-    : m_strategy(std::make_unique<CNormalCompress>(m_compressor)) {
-  CDirEntry::m_pTheProcessor = &processor;
-  CDirEntry::m_pTheCompressor = &m_compressor;
-  CDirEntry::m_pCompressStrategy = m_strategy.get();
-  CDirEntry::m_sLastDir.clear();
-}
-
-CEntryServices::~CEntryServices() {
-  CDirEntry::m_pTheProcessor = nullptr;
-  CDirEntry::m_pTheCompressor = nullptr;
-  CDirEntry::m_pCompressStrategy = nullptr;
 }
 
 }  // namespace tolven

@@ -6,18 +6,26 @@
 #include <string>
 #include <vector>
 
-#include "archive/compress_man.h"
 #include "archive/compress_strategy.h"
 #include "archive/format.h"
 #include "fileio/file_stream.h"
 #include "fileio/unique_fd.h"
-#include "main/run/processor.h"
-#include "signing/manifest/manifest.h"
 
 namespace tolven {
 
 class CArchive;
+class CLogMan;
 class CPendingFile;
+class IEntryWitness;
+class IPackServices;
+
+// What all entries of one packing share.
+struct PackContext {
+  IPackServices& run;
+  ICompressStrategy& strategy;
+  // The last directory that -X left out: everything below it is left out too.
+  std::string lastExcluded = {};
+};
 
 // One member of an archive, on its way in or out: knows its names and its header, writes itself into an
 // archive and restores itself on disk.
@@ -37,7 +45,7 @@ class CDirEntry {
   // Makes the object on disk that the data goes to.
   virtual void CreateEntry(CArchive* archive);
   // Prints the listing line.
-  virtual void TypeInfo() const;
+  virtual void TypeInfo(CLogMan& log) const;
   // Bytes that an extraction of this entry takes, for the space report.
   virtual double GetSpaceNeeded() const = 0;
 
@@ -56,10 +64,10 @@ class CDirEntry {
   virtual bool IsLink() const { return false; }
   // True once the entry's data was hashed and, on read, found equal to its record.
   virtual bool IsEntrySigned() const { return false; }
-  // True when the entry's data passes through the manifest.
+  // True when the entry's data passes the archive's witness.
   virtual bool DoManifestAPI() const { return false; }
 
-  // Fills the entry for one header of an archive. `hash`: its data is to pass through the manifest.
+  // Fills the entry for one header of an archive. `hash`: its data is to pass the witness.
   virtual void SetReadState(const std::string& storedName, const std::string& shownName,
                             const EntryHeader& header, const std::vector<std::uint8_t>& accessInfo,
                             std::int64_t start, bool hash);
@@ -85,20 +93,15 @@ class CDirEntry {
   const std::string& GetPath() const { return m_path; }
   static bool CheckIfIsSymlink(const std::string& path);
 
-  // Shared by all entries of a run; installed by CEntryServices, which owns the last two.
-  inline static CProcessor* m_pTheProcessor = nullptr;
-  inline static CCompressMan* m_pTheCompressor = nullptr;
-  inline static ICompressStrategy* m_pCompressStrategy = nullptr;
-  // The last directory that -X left out: everything below it is left out too.
-  inline static std::string m_sLastDir;
-
  protected:
+  // To be read.
   CDirEntry();
-  explicit CDirEntry(const std::string& path);
+  // To be written. `pack` must outlive the entry.
+  CDirEntry(const std::string& path, PackContext& pack);
 
   bool FillBaseHeader(EntryHeader& header, EntryType type);
   // Applies -X, -P, -T, -n and -v. True: leave the entry out.
-  bool ProcessOptions();
+  bool ProcessOptions(CArchive& archive);
   // "x PATH" or "t PATH".
   void PrintVerbose(const CArchive* archive) const;
 
@@ -111,6 +114,7 @@ class CDirEntry {
   std::vector<std::uint8_t> m_accessInfo;
   std::int64_t m_start = 0;
   CFileStream* m_pStream = nullptr;
+  PackContext* m_pPack = nullptr;  // null for an entry that is read
   bool m_signed = false;
 
  private:
@@ -119,9 +123,10 @@ class CDirEntry {
   [[nodiscard]] bool OpenSource();
   void ReportUnknown(int systemError);
   void ReportUnreadable(int systemError);
+  void ReportNotAvailable(CArchive& archive, const std::string& reason);
   // Header, data and digest of a file.
   void WriteFile(CArchive* archive, EntryHeader& header);
-  void CloseManifestFile(ManifestContext* manifest);
+  void CloseWitness(IEntryWitness& witness);
   // Decompresses, checks the CRC, writes: the data path of AddToDirEx.
   void DecompressMe(CArchive* archive, bool write);
   void DiscardTarget();
@@ -132,8 +137,8 @@ class CDirEntry {
 class CFile : public CDirEntry {
  public:
   CFile() = default;
-  // `hash`: the file's data is to be hashed into the archive's manifest.
-  CFile(const std::string& path, bool hash) : CDirEntry(path), m_bDoManifest(hash) {}
+  // `hash`: the file's data is to pass the archive's witness.
+  CFile(const std::string& path, PackContext& pack, bool hash) : CDirEntry(path, pack), m_bDoManifest(hash) {}
 
   double GetSpaceNeeded() const override { return m_header.DataLength(); }
   bool IsEntrySigned() const override { return m_signed; }
@@ -150,7 +155,7 @@ class CFile : public CDirEntry {
 class CDirectory : public CDirEntry {
  public:
   CDirectory() = default;
-  explicit CDirectory(const std::string& path) : CDirEntry(path) {}
+  CDirectory(const std::string& path, PackContext& pack) : CDirEntry(path, pack) {}
 
   void CreateEntry(CArchive* archive) override;
   double GetSpaceNeeded() const override { return m_header.DataLength(); }
@@ -163,7 +168,7 @@ class CDirectory : public CDirEntry {
 class CLink : public CDirEntry {
  public:
   CLink() = default;
-  explicit CLink(const std::string& path) : CDirEntry(path) {}
+  CLink(const std::string& path, PackContext& pack) : CDirEntry(path, pack) {}
 
   bool AddToDir(CArchive* archive) override;
   double GetSpaceNeeded() const override { return m_header.DataLength(); }
@@ -171,19 +176,6 @@ class CLink : public CDirEntry {
   SourceKind GetSourceKind() const override;
   bool FillEntryHeader(EntryHeader& header) override;
   bool ResolveLink() override;
-};
-
-// Installs what all entries of a run share, for the lifetime of a command.
-class CEntryServices {
- public:
-  explicit CEntryServices(CProcessor& processor);
-  ~CEntryServices();
-  CEntryServices(const CEntryServices&) = delete;
-  CEntryServices& operator=(const CEntryServices&) = delete;
-
- private:
-  CCompressMan m_compressor;
-  std::unique_ptr<ICompressStrategy> m_strategy;
 };
 
 }  // namespace tolven

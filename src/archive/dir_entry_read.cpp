@@ -6,7 +6,7 @@
 #include "archive/dir_entry.h"
 #include "archive/entry_data.h"
 #include "archive/extract_target.h"
-#include "cslib/crc32.h"
+#include "cmdline/cmd_line.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
@@ -29,7 +29,7 @@ bool SplitLink(const std::string& name, std::string& path, std::string& target) 
 }  // namespace
 
 void CDirEntry::PrintVerbose(const CArchive* archive) const {
-  if (!m_pTheProcessor->Options().verbose) return;
+  if (!archive->Options().verbose) return;
   PrintLine((archive->Target() != nullptr ? "x " : "t ") + ShowText(m_path));
 }
 
@@ -62,32 +62,24 @@ void CDirectory::CreateEntry(CArchive* archive) {
 
 void CDirEntry::AddToDirEx(CArchive* archive, bool write) {
   if (IsDirectory() || IsLink()) return;
-  ManifestContext* manifest = archive->Manifest();
-  const bool hash = DoManifestAPI();
-  int code = hash ? ManifestOpenFile(manifest, m_storedName.data(), m_storedName.size()) : SMF_OK;
-  if (code == SMF_OK) {
-    if (!m_header.IsEmpty()) {
-      DecompressMe(archive, write);
-    } else if (!hash && archive->BlockFollows()) {
-      // A damaged size would lose the content without a word. A digest tells by itself.
-      throw CDecompExcept(m_shownName);
-    }
-    if (hash) code = ManifestCloseFile(manifest);
+  IEntryWitness* witness = DoManifestAPI() ? archive->Witness() : nullptr;
+  m_signed = false;
+  if (witness != nullptr && !witness->Open(m_storedName)) return;
+  if (!m_header.IsEmpty()) {
+    DecompressMe(archive, write);
+  } else if (witness == nullptr && archive->BlockFollows()) {
+    // A damaged size would lose the content without a word. A digest tells by itself.
+    throw CDecompExcept(m_shownName);
   }
-  m_signed = hash && code == SMF_OK;
-  archive->NoteManifestFailure(code);
+  m_signed = witness != nullptr && witness->Close();
 }
 
 void CDirEntry::DecompressMe(CArchive* archive, bool write) {
-  ManifestContext* manifest = DoManifestAPI() ? archive->Manifest() : nullptr;
-  CEntryDataReader reader(*archive, *m_pTheCompressor, m_shownName);
-  std::uint32_t crc = 0;
-  std::span<std::uint8_t> piece;
+  IEntryWitness* witness = DoManifestAPI() ? archive->Witness() : nullptr;
+  CEntryDataReader reader(*archive, archive->Buffers(), m_shownName);
+  std::span<const std::uint8_t> piece;
   while (reader.Next(piece)) {
-    crc = CRC32Buf(crc, piece.data(), piece.size());
-    if (manifest != nullptr && ManifestUpdateFile(manifest, piece.data(), piece.size()) != SMF_OK) {
-      throw CInvalManifestExcept(ManifestGetLastError(manifest), SMF_EDIGESTLIB, 0);
-    }
+    if (witness != nullptr) witness->Update(piece);
     unsigned long done = 0;
     if (write && !m_pStream->Write(piece.data(), piece.size(), &done)) {
       const int error = errno;
@@ -97,7 +89,7 @@ void CDirEntry::DecompressMe(CArchive* archive, bool write) {
     }
   }
   // A stored CRC of 0 means that there is none.
-  if (reader.StoredCrc() == 0 || reader.StoredCrc() == crc) return;
+  if (reader.StoredCrc() == 0 || reader.StoredCrc() == reader.Crc()) return;
   errno = 0;
   if (m_pending && !m_pending->Discard()) {
     throw CExcept("TOLVEN: could not delete " + ShowText(m_shownName), kErrorChecksum, true);

@@ -8,10 +8,12 @@
 
 #include "archive/archive.h"
 #include "archive/dir_entry.h"
+#include "cmdline/run_services.h"
 #include "fileio/utils.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
+#include "report/statistics.h"
 #include "report/system_error.h"
 
 namespace tolven {
@@ -37,33 +39,28 @@ std::string AbsolutePath(const std::string& path) {
   return WithSlash(std::move(directory)) + path;
 }
 
-// Runs `code` into an exception that names the file.
-void CheckManifest(ManifestContext* context, int code, const std::string& detail) {
-  if (code != SMF_OK) throw CInvalManifestExcept(detail, code, ManifestLastDkvErrorCode(context));
-}
-
 }  // namespace
 
-bool CDirEntry::ProcessOptions() {
+bool CDirEntry::ProcessOptions(CArchive& archive) {
   if (IsSignedManifest()) return false;
-  const CmdOptions& options = m_pTheProcessor->Options();
-  if (m_pTheProcessor->ExcludeThis(m_path)) {
-    if (IsDirectory()) m_sLastDir = m_path;
+  const CmdOptions& options = m_pPack->run.Options();
+  if (m_pPack->run.ExcludeThis(m_path)) {
+    if (IsDirectory()) m_pPack->lastExcluded = m_path;
     return true;
   }
-  if (!m_sLastDir.empty() && m_path.starts_with(WithSlash(m_sLastDir))) return true;
+  if (!m_pPack->lastExcluded.empty() && m_path.starts_with(WithSlash(m_pPack->lastExcluded))) return true;
   if (options.absolutePaths && !m_path.starts_with('/')) m_storedName = m_path = AbsolutePath(m_path);
   std::string newName;
-  if (m_pTheProcessor->CmdLine().FindNewName(m_storedName, newName)) m_storedName = newName;
-  if (options.printStatistics) m_pTheProcessor->Statistics().CountFile();
-  if (options.verbose) PrintLine((m_pTheProcessor->ScanOnly() ? "t " : "a ") + ShowText(m_path));
+  if (m_pPack->run.FindNewName(m_storedName, newName)) m_storedName = newName;
+  if (options.printStatistics) m_pPack->run.Statistics().CountFile();
+  if (options.verbose) archive.Output().Print((m_pPack->run.ScanOnly() ? "t " : "a ") + ShowText(m_path));
   return false;
 }
 
 bool CDirEntry::OpenSource() {
   const SourceKind kind = GetSourceKind();
   if (kind.type == 0) return true;
-  const int follow = m_pTheProcessor->Options().resolveLinks ? 0 : O_NOFOLLOW;
+  const int follow = m_pPack->run.Options().resolveLinks ? 0 : O_NOFOLLOW;
   errno = 0;
   m_source = UniqueFd(open(m_path.c_str(), kind.flags | follow | O_CLOEXEC));
   return static_cast<bool>(m_source);
@@ -72,43 +69,51 @@ bool CDirEntry::OpenSource() {
 // The object could not be opened: a link without a target, or something that vanished or is out of reach.
 void CDirEntry::ReportUnknown(int systemError) {
   strFileInformation target;
-  const bool isBrokenLink = m_pTheProcessor->Options().resolveLinks && CheckIfIsSymlink(m_path) &&
+  const bool isBrokenLink = m_pPack->run.Options().resolveLinks && CheckIfIsSymlink(m_path) &&
                             !CUtils::GetFileInformation(m_path, target, true);
   if (!isBrokenLink) {
     ReportUnreadable(systemError);
     return;
   }
   CExcept::NotifyProcessor(kErrorBrokenLink);
-  m_pTheProcessor->FileNotAvail(m_path + " (error 45).", "broken link");
+  m_pPack->run.FileNotAvail(m_path + " (error 45).", "broken link");
 }
 
 void CDirEntry::ReportUnreadable(int systemError) {
   errno = systemError;
-  m_pTheProcessor->FileNotAvail(m_path, SystemErrorText());
+  m_pPack->run.FileNotAvail(m_path, SystemErrorText());
+}
+
+// In its place among the lines of the entries before it.
+void CDirEntry::ReportNotAvailable(CArchive& archive, const std::string& reason) {
+  archive.Output().Drain();
+  m_pPack->run.FileNotAvail(m_path, reason);
 }
 
 bool CDirEntry::AddToArchive(CArchive* archive) {
   errno = 0;
-  if (ProcessOptions()) return false;
+  if (ProcessOptions(*archive)) return false;
   // A bar in a link's own path would be taken for the one in front of the target.
   const bool ambiguous = IsLink() && m_storedName.find('|') != std::string::npos;
   const std::uint32_t type = GetSourceKind().type;
   EntryHeader header;
   if (!OpenSource() || !FillEntryHeader(header)) {
-    ReportUnknown(errno);
+    const int error = errno;
+    archive->Output().Drain();
+    ReportUnknown(error);
     return false;
   }
   if (type != 0 && (header.mode & kModeTypeMask) != type) {
-    m_pTheProcessor->FileNotAvail(m_path, "replaced while being archived");
+    ReportNotAvailable(*archive, "replaced while being archived");
     return false;
   }
   ResolveLink();
   if (m_storedName.size() + 1 > kMaxNameLength) {
-    m_pTheProcessor->FileNotAvail(m_path, "name too long");
+    ReportNotAvailable(*archive, "name too long");
   } else if (ambiguous) {
-    m_pTheProcessor->FileNotAvail(m_path, "link name contains \"|\"");
+    ReportNotAvailable(*archive, "link name contains \"|\"");
   } else if (IsLink() || (header.mode & kModeTypeMask) == kModeTypeDirectory) {
-    if (!m_pTheProcessor->ScanOnly()) WriteHeader(archive, header);
+    if (!m_pPack->run.ScanOnly()) WriteHeader(archive, header);
   } else {
     WriteFile(archive, header);
   }
@@ -119,33 +124,33 @@ void CDirEntry::WriteFile(CArchive* archive, EntryHeader& header) {
   CFileStream file;
   errno = 0;
   if (!file.Attach(m_source.Release())) {
-    ReportUnreadable(errno);
+    const int error = errno;
+    archive->Output().Drain();
+    ReportUnreadable(error);
     return;
   }
-  if (m_pTheProcessor->ScanOnly()) return;  // opened only to see that it can be
+  if (m_pPack->run.ScanOnly()) return;  // opened only to see that it can be
   WriteHeader(archive, header);
   m_pStream = &file;
-  ManifestContext* manifest = archive->Manifest();
-  if (DoManifestAPI()) {
-    CheckManifest(manifest, ManifestOpenFile(manifest, m_storedName.data(), m_storedName.size()),
-                  "TOLVEN: Cannot hash file " + ShowText(m_path));
+  IEntryWitness* witness = DoManifestAPI() ? archive->Witness() : nullptr;
+  if (witness != nullptr && !witness->Open(m_storedName)) {
+    witness->Raise("TOLVEN: Cannot hash file " + ShowText(m_path), false);
   }
   if (!header.IsEmpty()) {
-    m_pCompressStrategy->SetDirectoryEntry(this);
-    m_pCompressStrategy->execute(archive);
-  } else if (DoManifestAPI()) {
-    CheckManifest(manifest, ManifestUpdateFile(manifest, nullptr, 0),
-                  "TOLVEN: Cannot hash file " + ShowText(m_path));
+    m_pPack->strategy.SetDirectoryEntry(this);
+    m_pPack->strategy.execute(archive);
+  } else if (witness != nullptr) {
+    witness->Update({});
   }
   m_pStream = nullptr;
-  if (DoManifestAPI()) CloseManifestFile(manifest);
+  if (witness != nullptr) CloseWitness(*witness);
 }
 
-void CDirEntry::CloseManifestFile(ManifestContext* manifest) {
-  const int code = ManifestCloseFile(manifest);
-  std::string detail = "TOLVEN: Manifest file hash creation invalid for " + ShowText(m_path);
-  if (m_pTheProcessor->Options().verbose) detail += " Error \n" + ManifestGetLastError(manifest);
-  CheckManifest(manifest, code, detail);
+void CDirEntry::CloseWitness(IEntryWitness& witness) {
+  if (!witness.Close()) {
+    witness.Raise("TOLVEN: Manifest file hash creation invalid for " + ShowText(m_path),
+                  m_pPack->run.Options().verbose);
+  }
   m_signed = true;
 }
 

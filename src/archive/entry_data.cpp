@@ -2,32 +2,49 @@
 
 #include <cerrno>
 
+#include "cslib/crc32.h"
 #include "cslib/cslib.h"
 #include "report/except.h"
 
 namespace tolven {
 
-bool CEntryDataReader::Next(std::span<std::uint8_t>& piece) {
+bool CEntryDataReader::Next(std::span<const std::uint8_t>& piece) {
   for (;;) {
     if (m_pending) {
-      if (Decompress(piece)) return true;
+      if (Decompress(piece)) break;
     } else if (m_last) {
       if (m_streamOpen) throw CDecompExcept(m_name);
       return false;
+    } else if (!m_streamOpen && TakeAhead(piece)) {
+      if (!piece.empty()) return true;
     } else if (ReadBlock(piece)) {
-      return true;
+      break;
     }
   }
+  m_crc = CRC32Buf(m_crc, piece.data(), piece.size());
+  return true;
+}
+
+// Only a block that is one whole stream: whatever else there is is found out here.
+bool CEntryDataReader::TakeAhead(std::span<const std::uint8_t>& piece) {
+  CBlocksAhead* ahead = m_archive.Ahead();
+  CBlocksAhead::Data data;
+  if (ahead == nullptr || !ahead->Take(m_archive.Position(), data)) return false;
+  m_last = m_archive.PassEntryData(data.payloadSize, m_storedCrc) == 0;
+  m_crc = Crc32Combine(m_crc, data.crc, data.bytes.size());
+  piece = data.bytes;
+  return true;
 }
 
 // True when the block was raw and is itself the piece.
-bool CEntryDataReader::ReadBlock(std::span<std::uint8_t>& piece) {
+bool CEntryDataReader::ReadBlock(std::span<const std::uint8_t>& piece) {
   unsigned long length = 0;
   bool compressed = false;
-  m_last = m_archive.GetEntryData(m_input.data(), m_input.size(), length, m_crc, compressed) == 0;
+  m_last = m_archive.GetEntryData(m_input.data(), m_input.size(), length, m_storedCrc, compressed) == 0;
   m_position = 0;
   m_length = static_cast<std::uint32_t>(length);
   if (compressed) {
+    if (CBlocksAhead* ahead = m_archive.Ahead(); ahead != nullptr) ahead->NoteWork(m_length);
     m_pending = m_length > 0;
     return false;
   }
@@ -36,7 +53,7 @@ bool CEntryDataReader::ReadBlock(std::span<std::uint8_t>& piece) {
   return m_length > 0;
 }
 
-bool CEntryDataReader::Decompress(std::span<std::uint8_t>& piece) {
+bool CEntryDataReader::Decompress(std::span<const std::uint8_t>& piece) {
   std::int32_t read = 0;
   std::int32_t written = 0;
   const int rc = CsDecomprEx(m_input.data() + m_position, static_cast<std::int32_t>(m_length - m_position),

@@ -20,13 +20,16 @@ class CEntryDataReader {
 
   // The next piece, valid until the next call; false at the end. CDecompExcept for data that is no stream of
   // the engine, a stream that the last block leaves unfinished, or a raw block inside a stream.
-  bool Next(std::span<std::uint8_t>& piece);
+  bool Next(std::span<const std::uint8_t>& piece);
   // The stored CRC, once Next has returned false.
-  std::uint32_t StoredCrc() const { return m_crc; }
+  std::uint32_t StoredCrc() const { return m_storedCrc; }
+  // The CRC of all pieces so far.
+  std::uint32_t Crc() const { return m_crc; }
 
  private:
-  bool ReadBlock(std::span<std::uint8_t>& piece);
-  bool Decompress(std::span<std::uint8_t>& piece);
+  bool ReadBlock(std::span<const std::uint8_t>& piece);
+  bool TakeAhead(std::span<const std::uint8_t>& piece);
+  bool Decompress(std::span<const std::uint8_t>& piece);
 
   CArchive& m_archive;
   std::span<std::uint8_t> m_input;
@@ -37,6 +40,7 @@ class CEntryDataReader {
   bool m_pending = false;        // the engine has more to say about this payload
   bool m_streamOpen = false;
   bool m_last = false;
+  std::uint32_t m_storedCrc = 0;
   std::uint32_t m_crc = 0;
 };
 

@@ -16,12 +16,12 @@ bool CBufferedStream::Read(unsigned char* buf, unsigned long n, unsigned long* d
   return true;
 }
 
-bool CBufferedStream::Write(unsigned char* buf, unsigned long n, unsigned long* done) {
+bool CBufferedStream::Write(const unsigned char* buf, unsigned long n, unsigned long* done) {
   if (n > m_limit - m_data.size()) {
     *done = 0;
     return false;
   }
-  m_data.insert(m_data.end(), buf, buf + n);
+  m_data.append(reinterpret_cast<const char*>(buf), n);
   *done = n;
   return true;
 }
@@ -31,7 +31,7 @@ bool CNullStream::Read(unsigned char*, unsigned long n, unsigned long* done) {
   return true;
 }
 
-bool CNullStream::Write(unsigned char*, unsigned long n, unsigned long* done) {
+bool CNullStream::Write(const unsigned char*, unsigned long n, unsigned long* done) {
   *done = n;
   return true;
 }

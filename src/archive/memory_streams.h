@@ -1,7 +1,8 @@
 #pragma once
 
 #include <span>
-#include <vector>
+#include <string>
+#include <utility>
 
 #include "fileio/file_stream.h"
 
@@ -17,20 +18,23 @@ class CBufferedStream : public CFileStream {
 
   // False, with 0 bytes, when nothing was written yet.
   [[nodiscard]] bool Read(unsigned char* buf, unsigned long n, unsigned long* done) override;
-  [[nodiscard]] bool Write(unsigned char* buf, unsigned long n, unsigned long* done) override;
+  [[nodiscard]] bool Write(const unsigned char* buf, unsigned long n, unsigned long* done) override;
   void Open(const std::string&, unsigned int, unsigned int) override {}
   [[nodiscard]] bool Open() const override { return true; }
 
-  std::span<const unsigned char> Contents() const { return m_data; }
-  void Clear() {
-    m_data.clear();
+  std::span<const unsigned char> Contents() const {
+    return {reinterpret_cast<const unsigned char*>(m_data.data()), m_data.size()};
+  }
+  // What was written, which is gone from here: nobody needs it twice.
+  std::string Take() {
     m_readPosition = 0;
+    return std::exchange(m_data, {});
   }
 
  private:
   static constexpr std::size_t kDefaultLimit = std::size_t{512} << 20;
   std::size_t m_limit;
-  std::vector<unsigned char> m_data;
+  std::string m_data;
   std::size_t m_readPosition = 0;
 };
 
@@ -38,7 +42,7 @@ class CBufferedStream : public CFileStream {
 class CNullStream : public CFileStream {
  public:
   [[nodiscard]] bool Read(unsigned char* buf, unsigned long n, unsigned long* done) override;
-  [[nodiscard]] bool Write(unsigned char* buf, unsigned long n, unsigned long* done) override;
+  [[nodiscard]] bool Write(const unsigned char* buf, unsigned long n, unsigned long* done) override;
   void Open(const std::string&, unsigned int, unsigned int) override {}
   [[nodiscard]] bool Open() const override { return true; }
 };

@@ -62,6 +62,7 @@ struct CmdOptions {
   const char* tsaUrl = nullptr;                  // -tsaurl
   const char* proxyUrl = nullptr;                // -proxy
   const char* archiveText = nullptr;             // -f
+  unsigned threads = 0;                          // for an embedded run; 0: see ThreadCount
   int command = CMD_NONE;
 };
 

@@ -2,8 +2,6 @@
 
 #include <new>
 
-#include "cslib/trace.h"
-
 namespace tolven {
 namespace {
 
@@ -32,8 +30,7 @@ bool StartCompressor(CsContext& context) {
   const StreamHeader& header = context.header;
   if (header.algorithm == CS_ALGORITHM_LZH) {
     if (!Provide(context.lzhCompress)) return false;
-    // Two runs can be compared while tracing, since the preamble is the one thing that differs.
-    StartComprLZH(*context.lzhCompress, header.length, header.parameter, CsTraceLevel() != 0);
+    StartComprLZH(*context.lzhCompress, header.length, header.parameter);
     return true;
   }
   if (!Provide(context.lzcCompress)) return false;

@@ -1,6 +1,7 @@
 #include "cslib/crc32.h"
 
 #include <algorithm>
+#include <bit>
 #include <new>
 
 #if defined(__x86_64__)
@@ -173,6 +174,42 @@ std::uint32_t CRC32Buf(std::uint32_t crc, const std::uint8_t* bytes, std::size_t
   // Asked once, on first use, so that checksums taken during static initialisation work as well.
   static const crc32::Kernel kernel = FastestKernel();
   return kernel(crc, bytes, count);
+}
+
+// The register is a polynomial over GF(2), linear in what was fed: B moves what A left by x to the power of
+// its bits, and adds what it would leave by itself. A power of two for each bit of the length makes that one
+// multiplication for a block of 64 KiB, and at most 64.
+namespace {
+
+// left * right mod P, reflected: bit 31 is x^0. Each step adds `right` where `left` has a bit and multiplies
+// it by x.
+constexpr std::uint32_t Multiply(std::uint32_t left, std::uint32_t right) {
+  std::uint32_t product = 0;
+  for (; left != 0; left <<= 1) {
+    product ^= right & (0U - (left >> 31));
+    right = (right >> 1) ^ (0xEDB88320U & (0U - (right & 1U)));
+  }
+  return product;
+}
+
+// Entry k is x^(8 * 2^k): what 2^k bytes multiply by.
+constexpr auto kPowerOfBytes = [] {
+  std::array<std::uint32_t, 64> powers{};
+  std::uint32_t power = 0x80000000U >> 8;
+  for (std::uint32_t& entry : powers) {
+    entry = power;
+    power = Multiply(power, power);
+  }
+  return powers;
+}();
+
+}  // namespace
+
+std::uint32_t Crc32Combine(std::uint32_t crcA, std::uint32_t crcB, std::uint64_t lengthB) {
+  for (; lengthB != 0; lengthB &= lengthB - 1) {
+    crcA = Multiply(crcA, kPowerOfBytes[static_cast<std::size_t>(std::countr_zero(lengthB))]);
+  }
+  return crcA ^ crcB;
 }
 
 int calccrcb(const std::uint8_t* bytes, std::int64_t count, std::uint64_t* crc) {

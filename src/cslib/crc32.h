@@ -29,7 +29,13 @@ static_assert(kCrc32Table[255] == 0x2D02EF8DU);
 // The register after `count` more bytes; no initial value and no final inversion: the caller does both.
 std::uint32_t CRC32Buf(std::uint32_t crc, const std::uint8_t* bytes, std::size_t count);
 
-// The same over a register kept in 64 bits, for the older format. Nothing is done for a count <= 0. Always 0.
+// The register after A and B, from `crcA`, the register after A, and `crcB`, that of B's `lengthB` bytes
+// alone started at 0. So pieces can be fed side by side, all of them but the first from 0: what an archive
+// stores for an entry, whose register starts at 0 and is never inverted, is the combination of the registers
+// of its blocks.
+std::uint32_t Crc32Combine(std::uint32_t crcA, std::uint32_t crcB, std::uint64_t lengthB);
+
+// CRC32Buf over a register kept in 64 bits, for the older format. Nothing is done for a count <= 0. Always 0.
 int calccrcb(const std::uint8_t* bytes, std::int64_t count, std::uint64_t* crc);
 
 // A running checksum cut into segments. The register runs on over segment ends: the checksum of a segment is

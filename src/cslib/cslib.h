@@ -25,7 +25,7 @@
 //
 // LZH is what archives are made of: deflate blocks without the stored kind, in a window of 16 KiB.
 //
-//   lzh_compress            runs a stream: header state, preamble, the final block
+//   lzh_compress            runs a stream: what is missing, what is pending, the final block
 //   -> lzh_matcher          the window and its hash chains; turns bytes into literals and matches
 //   -> lzh_trees            collects those into a block, chooses its codes and sends it
 //      -> lzh_trees_builder code lengths from frequencies
@@ -55,7 +55,7 @@
 // before the call returns. Nothing is allocated between the start of a stream and its end.
 //
 // What must not change. Archives are read for decades and signed, so the bytes that a compressor writes for
-// given input, level and preamble are part of the interface, though a reader would accept others. They do not
+// given input and level are part of the interface, though a reader would accept others. They do not
 // depend on how the caller cuts its buffers. The tests hold both compressors against plain second
 // implementations, bit for bit, and the decompressors against zlib and compress(1).
 
@@ -222,7 +222,7 @@ int CsGetAlgorithm(const std::uint8_t* header);
 CsResult CsSetHead(std::uint8_t* header, std::int32_t length, int algorithm, int parameter);
 
 // --- Tracing, a diagnostic aid. Level bits: 1 entry and exit lines, 4 hex dumps; level 16: call lines of the
-// functions whose names end in Ex. With the level not 0 the LZH preamble is two zero bits.
+// functions whose names end in Ex.
 
 using CsTracePrint = void (*)(const char* text);
 void CsSetTrace(int level, CsTracePrint print);

@@ -1,10 +1,7 @@
 #include "cslib/lzh_compress.h"
 
-#include <stdlib.h>
-
 #include <algorithm>
 #include <array>
-#include <ctime>
 #include <type_traits>
 
 namespace tolven {
@@ -27,20 +24,6 @@ constexpr std::array<lzh::LevelParameters, 10> ConfigTab = {{
     {32, 258, 1024},
     {32, 258, 4096},
 }};
-
-// Two streams started in the same second need not differ: the preamble protects nothing. A seed for each
-// thread, so that threads need no lock for it.
-std::uint32_t RandomBits() {
-  thread_local unsigned seed = static_cast<unsigned>(std::time(nullptr));
-  return static_cast<std::uint32_t>(rand_r(&seed));
-}
-
-// A number r of 2 bits, then r bits that mean nothing: the reader skips them.
-void SendPreamble(lzh::LzhTrees& trees, bool plain) {
-  const std::uint32_t r = plain ? 0 : RandomBits() & 3U;
-  trees.SendPreamble(r, 2);
-  if (r > 0) trees.SendPreamble(RandomBits() & ((1U << r) - 1U), static_cast<int>(r));
-}
 
 // Runs on from where the last call stopped. Pending bytes go first, and as long as there are any nothing else
 // is done: a block is only ever sent with the overflow buffer empty, so it always has a place.
@@ -71,14 +54,13 @@ CsResult Run(LzhCompressState& state, CsInput& in) {
 }  // namespace
 
 // Nothing of an earlier stream is cleared that could not be seen: the matcher says what it relies on.
-void StartComprLZH(LzhCompressState& state, std::int32_t length, int level, bool plainPreamble) {
+void StartComprLZH(LzhCompressState& state, std::int32_t length, int level) {
   state.failure = CS_OK;
   state.finalFlushed = false;
   state.missing = static_cast<std::size_t>(length);
   state.matcher.Start(ConfigTab[static_cast<std::size_t>(level)]);
   state.trees.Start(level);
   state.output.Start();
-  SendPreamble(state.trees, plainPreamble);
 }
 
 CsResult CsRComprLZH(LzhCompressState& state, CsInput& in, CsOutput& out) {

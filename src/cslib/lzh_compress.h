@@ -24,9 +24,9 @@ struct LzhCompressState {
   lzh::LzhOutput output;
 };
 
-// A new stream of `length` bytes behind a stream header that is written. `level`: 1..9. `plainPreamble`
-// replaces the random preamble by two zero bits, so that two runs can be compared.
-void StartComprLZH(LzhCompressState& state, std::int32_t length, int level, bool plainPreamble);
+// A new stream of `length` bytes behind a stream header that is written. `level`: 1..9. The
+// stream follows from the two and from its bytes: nothing of the machine, the clock or an earlier stream.
+void StartComprLZH(LzhCompressState& state, std::int32_t length, int level);
 
 // One call of it: CS_END_OF_STREAM, CS_END_OUTBUFFER, CS_END_INBUFFER, or CS_E_NO_STAGING before any start.
 // Input beyond the declared length is left alone.

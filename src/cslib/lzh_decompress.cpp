@@ -104,8 +104,8 @@ inline std::uint32_t Decoder::Take(unsigned count) {
 
 // The preamble is two items, since how long the second one is stands in the first. Its bits mean nothing.
 Step Decoder::ReadPreambleCount() {
-  if (!Have(2)) return Stop(CS_END_INBUFFER);
-  s_.preambleBits = Take(2);
+  if (!Have(kPreambleCountBits)) return Stop(CS_END_INBUFFER);
+  s_.preambleBits = Take(kPreambleCountBits);
   return MoveTo(LzhPhase::kPreambleBits);
 }
 

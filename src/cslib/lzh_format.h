@@ -25,6 +25,8 @@ inline constexpr int kBitLengthCodes = 19;
 inline constexpr int kMaxCodeBits = 15;
 inline constexpr int kMaxBitLengthBits = 7;
 
+inline constexpr int kPreambleCountBits = 2;  // how many bits to skip in front of the first block
+
 inline constexpr int kBlockFixed = 1;
 inline constexpr int kBlockDynamic = 2;
 

@@ -69,10 +69,15 @@ constexpr LzhTrees::SendTable LzhTrees::kFixedSendTable =
                   kFixedTrees.distLength.data(), kFixedTrees.dist_code.data());
 
 // Levels 1 and 2 take blocks as long as they get, which spares them the estimate.
+//
+// The preamble is a number r and r bits that mean nothing. Older writers drew them at random, which protected
+// nothing and made two archives of the same files differ; r is always 0 here. It waits in the register for
+// the first block, since there is no place in the output yet, and the bit writer relies on it: it needs a bit
+// held.
 void LzhTrees::Start(int level) {
   estimates_ = level > 2;
   bi_buf_ = 0;
-  bi_valid_ = 0;
+  bi_valid_ = kPreambleCountBits;
   InitBlock();
 }
 
@@ -85,12 +90,6 @@ void LzhTrees::InitBlock() {
   builder_.opt_len = builder_.static_len = 0;
   nextItem_ = items_.data();
   checkAt_ = items_.data() + (estimates_ ? kEstimateInterval : kMaxItems);
-}
-
-// Into the register that the first block begins with; there is no place in the output for it yet.
-void LzhTrees::SendPreamble(std::uint32_t value, int count) {
-  bi_buf_ |= static_cast<std::uint64_t>(value) << bi_valid_;
-  bi_valid_ += count;
 }
 
 // The estimate takes 8 bits for an item and 5 with the extra bits for a distance. If half of the items are

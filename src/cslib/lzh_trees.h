@@ -59,12 +59,8 @@ class LzhTrees {
   LzhTrees(const LzhTrees&) = delete;  // points into itself
   LzhTrees& operator=(const LzhTrees&) = delete;
 
-  // A new stream of the given level (1..9): nothing tallied, no bits held.
+  // A new stream of the given level (1..9): nothing tallied, and of bits only the preamble held.
   void Start(int level);
-
-  // Puts bits in front of the first block. At most 16 in a stream, so none leaves the register. That at least
-  // two are put there is what the bit writer relies on.
-  void SendPreamble(std::uint32_t value, int count);
 
   // Adds a literal, or a match of `length` (3..258) at `distance` (1..32768). True iff FlushDue must be
   // asked.

@@ -183,7 +183,7 @@ std::size_t CFileStream::Put(const unsigned char* from, std::size_t n) {
   return done;
 }
 
-bool CFileStream::Write(unsigned char* buf, unsigned long n, unsigned long* done) {
+bool CFileStream::Write(const unsigned char* buf, unsigned long n, unsigned long* done) {
   *done = 0;
   if (!m_file) {
     errno = EBADF;

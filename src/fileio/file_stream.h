@@ -30,7 +30,7 @@ class CFileStream {
   // Reads up to `n` bytes, `*done` of them. True also for a short read at the end of the file.
   [[nodiscard]] virtual bool Read(unsigned char* buf, unsigned long n, unsigned long* done);
   // True iff all `n` bytes were written; `*done` tells how many were. Records no error.
-  [[nodiscard]] virtual bool Write(unsigned char* buf, unsigned long n, unsigned long* done);
+  [[nodiscard]] virtual bool Write(const unsigned char* buf, unsigned long n, unsigned long* done);
   // Opens as fopen does in the mode of the flags above (close-on-exec); `share` is ignored. A mode without
   // any flag is refused (EINVAL). See Open() for the result.
   virtual void Open(const std::string& name, unsigned int mode, unsigned int share);

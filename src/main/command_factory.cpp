@@ -12,25 +12,25 @@ namespace tolven {
 
 namespace {
 
-using Maker = std::unique_ptr<CCommand> (*)(CProcessor& processor, const CCommandFactory& parts);
+using Maker = std::unique_ptr<CCommand> (*)(IRunServices& run, const CCommandFactory& parts);
 
-std::unique_ptr<CCommand> MakeCreate(CProcessor& processor, const CCommandFactory& parts) {
-  return std::make_unique<CCreate>(&processor, parts.Entries());
+std::unique_ptr<CCommand> MakeCreate(IRunServices& run, const CCommandFactory& parts) {
+  return std::make_unique<CCreate>(run, parts.Entries(), parts.Signature());
 }
-std::unique_ptr<CCommand> MakeExtract(CProcessor& processor, const CCommandFactory& parts) {
-  return std::make_unique<CExtract>(processor, parts.Entries());
+std::unique_ptr<CCommand> MakeExtract(IRunServices& run, const CCommandFactory& parts) {
+  return std::make_unique<CExtract>(run, parts.Entries(), parts.Signature());
 }
-std::unique_ptr<CCommand> MakeType(CProcessor& processor, const CCommandFactory& parts) {
-  return std::make_unique<CType>(processor, parts.Entries(), parts.Probe());
+std::unique_ptr<CCommand> MakeType(IRunServices& run, const CCommandFactory& parts) {
+  return std::make_unique<CType>(run, parts.Entries(), parts.Signature(), parts.Probe());
 }
-std::unique_ptr<CCommand> MakeMerge(CProcessor& processor, const CCommandFactory& parts) {
-  return std::make_unique<CMerge>(processor, parts.Entries());
+std::unique_ptr<CCommand> MakeMerge(IRunServices& run, const CCommandFactory& parts) {
+  return std::make_unique<CMerge>(run, parts.Entries(), parts.Signature());
 }
-std::unique_ptr<CCommand> MakeScan(CProcessor& processor, const CCommandFactory&) {
-  return std::make_unique<CScan>(processor);
+std::unique_ptr<CCommand> MakeScan(IRunServices& run, const CCommandFactory&) {
+  return std::make_unique<CScan>(run);
 }
-std::unique_ptr<CCommand> MakeSignatureVerify(CProcessor& processor, const CCommandFactory&) {
-  return std::make_unique<CSignatureVerify>(processor);
+std::unique_ptr<CCommand> MakeSignatureVerify(IRunServices& run, const CCommandFactory&) {
+  return std::make_unique<CSignatureVerify>(run);
 }
 
 struct CommandRow {
@@ -52,9 +52,9 @@ constexpr CommandRow kCommands[] = {
 
 }  // namespace
 
-std::unique_ptr<CCommand> CCommandFactory::MakeCommand(int code, CProcessor& processor) const {
+std::unique_ptr<CCommand> CCommandFactory::MakeCommand(int code, IRunServices& run) const {
   for (const CommandRow& row : kCommands) {
-    if (row.code == code) return row.maker(processor, *this);
+    if (row.code == code) return row.maker(run, *this);
   }
   return nullptr;
 }

@@ -9,7 +9,7 @@
 
 #include "fileio/working_directory.h"
 #include "main/command_factory.h"
-#include "main/run/processor.h"
+#include "main/processor.h"
 #include "main/run_guarded.h"
 #include "report/log_man.h"
 #include "report/run_status.h"
@@ -53,6 +53,7 @@ void Run(CAPILogMan& collector, const ICommandFactory& factory, const char* arch
   CmdOptions& options = processor.CmdLine().MutableOptions();
   options.command = CMD_EXTRACT;
   options.archiveText = archive;
+  options.threads = 1;  // an embedding program has its own idea of who runs where
   if (target != nullptr && *target != '\0') options.targetDir = target;
   processor.Run();
 }

@@ -4,8 +4,8 @@
 #include <cerrno>
 
 #include "main/command_factory.h"
+#include "main/processor.h"
 #include "main/release_info.h"
-#include "main/run/processor.h"
 #include "main/run_guarded.h"
 #include "report/log_man.h"
 #include "report/run_status.h"

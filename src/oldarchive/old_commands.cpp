@@ -8,6 +8,7 @@
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
+#include "report/statistics.h"
 
 namespace tolven {
 namespace {
@@ -16,7 +17,7 @@ constexpr int kNotSigned = 59;
 
 // A call of the flat library with what it answered.
 struct Call {
-  CProcessor& processor;
+  IRunServices& run;
   std::string archive;
   bool headerRead = false;
   std::uint64_t done = 0;
@@ -32,13 +33,13 @@ void Watch(OrvEvent event, const char* /*name*/, void* data) {
     call.headerRead = true;
   } else {
     ++call.done;
-    call.processor.Statistics().CountFile();
+    call.run.Statistics().CountFile();
   }
 }
 
 // The settings of the run as arguments of the older tool. `letter` is its command.
-std::vector<std::string> MakeArguments(CProcessor& processor, char letter) {
-  const CmdOptions& options = processor.Options();
+std::vector<std::string> MakeArguments(IRunServices& run, char letter) {
+  const CmdOptions& options = run.Options();
   std::vector<std::string> arguments = {"TOLVEN", std::string(1, letter) + (options.verbose ? "v" : "")};
   if (options.flat) arguments.emplace_back("-flat");
   if (options.lowerCase) arguments.emplace_back("-lower");
@@ -51,7 +52,7 @@ std::vector<std::string> MakeArguments(CProcessor& processor, char letter) {
     arguments.push_back((directory.starts_with('-') ? "./" : "") + directory);
   }
   arguments.emplace_back("--");
-  const std::vector<std::string>& names = processor.CmdLine().GetNames();
+  const std::vector<std::string>& names = run.CmdLine().GetNames();
   arguments.insert(arguments.end(), names.begin(), names.end());
   return arguments;
 }
@@ -59,7 +60,7 @@ std::vector<std::string> MakeArguments(CProcessor& processor, char letter) {
 // The archive goes beside the arguments: in them, commas and patterns would be looked for in its name.
 // True on success; else call.error and call.text tell.
 bool Run(Call& call, char letter) {
-  const std::vector<std::string> arguments = MakeArguments(call.processor, letter);
+  const std::vector<std::string> arguments = MakeArguments(call.run, letter);
   std::vector<const char*> argv;
   argv.reserve(arguments.size());
   for (const std::string& argument : arguments) argv.push_back(argument.c_str());
@@ -81,15 +82,15 @@ CExcept NotSigned(const std::string& archive) {
 void ThrowForTargetDirectory(const Call& call) {
   if (call.error != OLD_TARGET_DIR && call.error != OLD_OPTION_WITHOUT_NAME) return;
   const CWorkingDirectory start;
-  const char* directory = call.processor.Options().targetDir;
+  const char* directory = call.run.Options().targetDir;
   if (!CWorkingDirectory::Enter(directory)) throw CChgDirExcept(directory);
 }
 
 }  // namespace
 
 void CTypeOld::Execute() {
-  Call call{.processor = m_processor, .archive = m_archive};
-  if (!m_processor.Options().verifyAsked) {
+  Call call{.run = m_run, .archive = m_archive};
+  if (!m_run.Options().verifyAsked) {
     if (!Run(call, 't')) throw Failure(call);
     return;
   }
@@ -102,11 +103,11 @@ void CTypeOld::Execute() {
 }
 
 void CExtractOld::Execute() {
-  const CmdOptions& options = m_processor.Options();
+  const CmdOptions& options = m_run.Options();
   const std::string verb = options.command == CMD_TEST ? "tested" : "extracted";
   const bool writes = options.command == CMD_EXTRACT && !options.verifyAsked;
 
-  Call call{.processor = m_processor, .archive = m_archive};
+  Call call{.run = m_run, .archive = m_archive};
   if (!Run(call, writes ? 'x' : 'd')) {
     if (writes) ThrowForTargetDirectory(call);
     if (call.headerRead) PrintLine("TOLVEN: not all files could be " + verb);

@@ -3,7 +3,7 @@
 #include <string>
 #include <utility>
 
-#include "main/run/processor.h"
+#include "cmdline/run_services.h"
 
 namespace tolven {
 
@@ -18,13 +18,12 @@ namespace tolven {
 // Lists one archive of the older format; under -V no name of it is shown.
 class CTypeOld : public CCommand {
  public:
-  // `processor` must outlive the object.
-  CTypeOld(CProcessor& processor, std::string archive)
-      : m_processor(processor), m_archive(std::move(archive)) {}
+  // `run` must outlive the object.
+  CTypeOld(IRunServices& run, std::string archive) : m_run(run), m_archive(std::move(archive)) {}
   void Execute() override;
 
  private:
-  CProcessor& m_processor;
+  IRunServices& m_run;
   std::string m_archive;
 };
 
@@ -32,14 +31,13 @@ class CTypeOld : public CCommand {
 // Under -V nothing is written and checksums are compared.
 class CExtractOld : public CCommand {
  public:
-  // `processor` must outlive the object.
-  CExtractOld(CProcessor& processor, std::string archive)
-      : m_processor(processor), m_archive(std::move(archive)) {}
+  // `run` must outlive the object.
+  CExtractOld(IRunServices& run, std::string archive) : m_run(run), m_archive(std::move(archive)) {}
   // Throws also CChgDirExcept for the -R directory.
   void Execute() override;
 
  private:
-  CProcessor& m_processor;
+  IRunServices& m_run;
   std::string m_archive;
 };
 

@@ -2,16 +2,15 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <span>
 #include <string>
-#include <unordered_map>
+#include <string_view>
 
-#include "archive/selection.h"
 #include "fileio/utils.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
 #include "signing/manifest_check.h"
+#include "signing/manifest_witness.h"
 #include "signing/signed_manifest.h"
 
 namespace tolven {
@@ -28,13 +27,13 @@ const char* SigningFormat(const CmdOptions& options) {
 
 // Key, password and library are proved before the first byte is written: a probe document is signed and
 // forgotten. Without a time stamp, which costs a request.
-void ProveKey(CProcessor& processor) {
-  const CmdOptions& options = processor.Options();
+void ProveKey(IRunServices& run) {
+  const CmdOptions& options = run.Options();
   for (;;) {
     const ManifestContextPtr probe = ManifestMakeContext();
     InitManifest(probe.get(), options, options.hashAlgorithm, kFormatPlain, options.signatureHashAlgorithm);
     const int code = CSmfSign(probe.get(), options);
-    if (code == SMF_ESIGNATURE && HasPasswordNow(probe.get(), processor)) continue;  // once: it is given now
+    if (code == SMF_ESIGNATURE && HasPasswordNow(probe.get(), run)) continue;  // once: it is given now
     ThrowManifestError(probe.get(), code);
     return;
   }
@@ -58,11 +57,11 @@ void CompareWithExternal(ManifestContext* context, const CmdOptions& options, bo
   ThrowManifestError(context, ManifestVerifyBody(context, options.manifestFile));
 }
 
-void VerifyForReading(CArchive& archive, CProcessor& processor) {
-  const CmdOptions& options = processor.Options();
+void VerifyForReading(CArchive& archive, IRunServices& run) {
+  const CmdOptions& options = run.Options();
   if (!options.verifyAsked && !options.sign) return;
   std::int64_t offset = 0;
-  const std::string text = GetManifestContent(archive, offset);
+  std::string text = GetManifestContent(archive, offset);
   if (offset == 0) {
     errno = 0;
     if (options.verifyAsked) throw CExcept(NotSignedMessage(archive.Name()), kErrorNotSigned, false);
@@ -70,10 +69,9 @@ void VerifyForReading(CArchive& archive, CProcessor& processor) {
   }
   ManifestContextPtr context = ManifestMakeContext();
   InitForReading(context.get(), options);
-  ThrowManifestError(context.get(), CSmfVerify(context.get(), text, processor, 0, false));
+  ThrowManifestError(context.get(), CSmfVerify(context.get(), std::move(text), run, 0, false));
   CompareWithExternal(context.get(), options, options.verifyAsked);
-  archive.SetManifest(std::move(context));
-  archive.SetHashEntries(true);
+  archive.ExchangeWitness(std::make_unique<CManifestWitness>(std::move(context)));
 }
 
 // The manifest that the archive ended with before this run.
@@ -90,9 +88,8 @@ OldSignature HashExistingEntries(CArchive& archive, unsigned long& failed) {
     if (entry->IsSignedManifest()) {
       errno = 0;
       if (!archive.AtEnd()) throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
-      const auto text = static_cast<CSignedManifest*>(entry)->Text();
       old.start = entry->Start();
-      old.text.assign(text.begin(), text.end());
+      old.text = static_cast<CSignedManifest*>(entry)->TakeText();
       break;
     }
     if (entry->DoManifestAPI() && !entry->IsEntrySigned()) ++failed;
@@ -101,39 +98,39 @@ OldSignature HashExistingEntries(CArchive& archive, unsigned long& failed) {
 }
 
 // The old signature is accepted by the certificates of -key, else by the installed ones.
-ManifestContextPtr VerifyOldSignature(const OldSignature& old, CProcessor& processor) {
+ManifestContextPtr VerifyOldSignature(OldSignature& old, IRunServices& run) {
   ManifestContextPtr context = ManifestMakeContext();
-  InitForReading(context.get(), processor.Options());
+  InitForReading(context.get(), run.Options());
   ThrowManifestError(context.get(),
-                     CSmfVerify(context.get(), old.text, processor, kManifestKeyIsOptional, false));
+                     CSmfVerify(context.get(), std::move(old.text), run, kManifestKeyIsOptional, false));
   return context;
 }
 
 // True iff the entries are what the old manifest lists. Two manifests of different digests cannot be
 // compared; then the entries are run against the old one.
-bool IsUnchanged(CArchive& archive, ManifestContextPtr& old) {
-  ManifestContext* current = archive.Manifest();
+bool IsUnchanged(CArchive& archive, ManifestContextPtr old) {
+  ManifestContext* current = CManifestWitness::ManifestOf(archive);
   const std::string algorithm = ManifestFileHashAlgorithm(old.get());
   if (algorithm == ManifestFileHashAlgorithm(current)) return ManifestCompare(current, old.get()) == SMF_OK;
-  ManifestContextPtr kept = archive.ExchangeManifest(std::move(old));
+  auto kept = archive.ExchangeWitness(std::make_unique<CManifestWitness>(std::move(old)));
   unsigned long failed = 0;
   HashExistingEntries(archive, failed);
-  const bool complete = ManifestCheckAllMet(archive.Manifest()) == SMF_OK;
-  old = archive.ExchangeManifest(std::move(kept));
+  const bool complete = ManifestCheckAllMet(CManifestWitness::ManifestOf(archive)) == SMF_OK;
+  archive.ExchangeWitness(std::move(kept));
   return failed == 0 && complete;
 }
 
-void PrepareExisting(CArchive& archive, CProcessor& processor) {
+void PrepareExisting(CArchive& archive, IRunServices& run) {
   unsigned long failed = 0;
-  const OldSignature old = HashExistingEntries(archive, failed);
-  if (old.start != 0 && processor.Options().verifySignature) {
-    ManifestContextPtr context = VerifyOldSignature(old, processor);
+  OldSignature old = HashExistingEntries(archive, failed);
+  if (old.start != 0 && run.Options().verifySignature) {
+    ManifestContextPtr context = VerifyOldSignature(old, run);
     errno = 0;
-    if (!IsUnchanged(archive, context)) {
+    if (!IsUnchanged(archive, std::move(context))) {
       throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
     }
   }
-  CSignedManifest::CheckErrors(&archive, nullptr, failed);
+  CSignedManifest::CheckErrors(archive, nullptr, failed, nullptr);
   if (old.start != 0) {
     archive.Seek(old.start);
   } else {
@@ -141,99 +138,62 @@ void PrepareExisting(CArchive& archive, CProcessor& processor) {
   }
 }
 
-void PrepareForWriting(CArchive& archive, CProcessor& processor) {
-  if (!CSignedManifest::IsSigning(processor)) return;
-  const CmdOptions& options = processor.Options();
+void PrepareForWriting(CArchive& archive, IRunServices& run) {
+  if (!CSignedManifest::IsSigning(run)) return;
+  const CmdOptions& options = run.Options();
   static_cast<void>(HasExternal(options, true));
   ManifestContextPtr context = ManifestMakeContext();
   InitManifest(context.get(), options, options.hashAlgorithm, SigningFormat(options),
                options.signatureHashAlgorithm);
-  ProveKey(processor);
-  archive.SetManifest(std::move(context));
-  archive.SetHashEntries(true);
-  if (!archive.IsNew()) PrepareExisting(archive, processor);
-}
-
-// Counts the listed files that were asked for and have no entry, as failed ones; `text` names the first. The
-// library's own check is for all files: one that nobody asked for must not show in its errors.
-unsigned long CountMissing(CArchive& archive, const CSelection& selection, std::string& text) {
-  std::span<const ManifestFile> files;
-  ManifestContext* context = archive.Manifest();
-  if (ManifestGetFileCounter(context) == 0 || ManifestGetFileList(context, &files) != SMF_OK) return 0;
-  unsigned long missing = 0;
-  std::unordered_map<std::string, std::size_t> listed;
-  for (const ManifestFile& file : files) {
-    const std::string name(file.name);
-    if (!selection.AsksFor(name, archive.ShownName(name, false))) continue;
-    if (++listed[name] <= selection.Met(name)) continue;
-    if (++missing == 1) text = "File >" + ShowText(name) + "< of the manifest was not found";
-  }
-  if (missing > 0) archive.NoteManifestFailure(SMF_EFILENOTFOUND);
-  return missing;
+  ProveKey(run);
+  archive.ExchangeWitness(std::make_unique<CManifestWitness>(std::move(context)));
+  if (!archive.IsNew()) PrepareExisting(archive, run);
 }
 
 }  // namespace
 
-void CSignedManifest::VerifyArchiveSignature(bool writing, CArchive* archive, CProcessor* processor) {
+void CSignedManifest::VerifyArchiveSignature(bool writing, CArchive& archive, IRunServices& run) {
   if (writing) {
-    PrepareForWriting(*archive, *processor);
+    PrepareForWriting(archive, run);
   } else {
-    VerifyForReading(*archive, *processor);
+    VerifyForReading(archive, run);
   }
 }
 
-void CSignedManifest::CheckErrors(CArchive* archive, CDirEntry* entry, unsigned long& counter,
+void CSignedManifest::CheckErrors(CArchive& archive, CDirEntry* entry, unsigned long& counter,
                                   const CSelection* selection) {
-  ManifestContext* context = archive->Manifest();
-  if (context == nullptr) return;
-  if (entry != nullptr) {
-    if (!entry->DoManifestAPI()) return;
-    entry->AddToDirEx(archive, false);
+  if (archive.Witness() == nullptr) return;
+  if (entry == nullptr) {
+    archive.Witness()->Verdict(archive, selection, counter);
+  } else if (entry->DoManifestAPI()) {
+    entry->AddToDirEx(&archive, false);
     if (!entry->IsEntrySigned()) ++counter;
-    return;
   }
-  std::string missing;
-  const bool all = selection != nullptr && selection->SelectsAll();
-  if (selection != nullptr && !all) counter += CountMissing(*archive, *selection, missing);
-  errno = 0;
-  if (all && counter == 0) {
-    const int code = ManifestCheckAllMet(context);
-    if (code != SMF_OK) throw CInvalManifestExcept(ManifestGetLastError(context), code, 0);
-  }
-  if (counter == 0) return;
-  std::string detail = ManifestGetLastError(context);
-  if (!detail.empty() && !missing.empty()) detail += '\n';
-  detail += missing;
-  if (counter > 1) detail = std::to_string(counter) + " files of the archive are invalid:\n" + detail;
-  throw CInvalManifestExcept(detail, archive->ManifestFailure(), ManifestLastDkvErrorCode(context));
 }
 
-void CSignedManifest::PassEntry(CArchive* archive, const CDirEntry& entry) {
-  if (archive->Manifest() == nullptr || !entry.DoManifestAPI()) return;
-  const std::string& name = entry.GetStoredName();
-  // A file without a record counts only when it is selected.
-  static_cast<void>(ManifestPassFile(archive->Manifest(), name.data(), name.size()));
+void CSignedManifest::PassEntry(CArchive& archive, const CDirEntry& entry) {
+  if (archive.Witness() != nullptr && entry.DoManifestAPI()) archive.Witness()->Pass(entry.GetStoredName());
 }
 
-void CSignedManifest::CreateArchiveSignature(CArchive* archive, CProcessor* processor,
-                                             ICompressStrategy* strategy) {
+void CSignedManifest::CreateArchiveSignature(CArchive& archive, IRunServices& run, PackContext& pack) {
   // In scan-only mode nothing is written: the archive is given up anyway.
-  if (!IsSigning(*processor) || processor->ScanOnly()) return;
-  const CmdOptions& options = processor->Options();
-  ManifestContext* context = archive->Manifest();
-  const bool replaces = archive->IsSigned();
+  if (!IsSigning(run) || run.ScanOnly()) return;
+  const CmdOptions& options = run.Options();
+  ManifestContext* context = CManifestWitness::ManifestOf(archive);
+  const bool replaces = archive.IsSigned();
   CompareWithExternal(context, options, true);
   // In memory first: a signature or a time stamp that fails leaves the archive as it is.
   ThrowManifestError(context, CSmfSign(context, options));
   const std::string& warning = ManifestSigningWarning(context);
   if (!warning.empty()) std::fprintf(stderr, "TOLVEN: warning: %s\n", warning.c_str());
-  CSignedManifest entry(ManifestGetText(context));
-  strategy->SetDirectoryEntry(&entry);
-  entry.AddToArchive(archive);
-  strategy->execute(archive);
-  if (replaces && !archive->Stream().Truncate()) throw CWriteExcept(archive->Name());
+  CSignedManifest entry(ManifestGetText(context), pack);
+  pack.strategy.SetDirectoryEntry(&entry);
+  entry.AddToArchive(&archive);
+  pack.strategy.execute(&archive);
+  archive.Output().Drain();
+  if (replaces && !archive.Stream().Truncate()) throw CWriteExcept(archive.Name());
   if (options.verbose) {
-    PrintLine("TOLVEN: Signature of archive " + ShowText(archive->Name()) + " was successfully created");
+    PrintLine("TOLVEN: Signature of archive " + ShowText(archive.Name()) + " was successfully created");
   }
 }
 

@@ -94,9 +94,9 @@ void Say(int fd, std::string_view text) {
 }
 
 // Gives the line's password to the command line. False for none, and for one that a C text cannot hold.
-bool Keep(CProcessor& processor, const std::optional<std::string_view>& password) {
+bool Keep(IRunServices& run, const std::optional<std::string_view>& password) {
   if (!password || password->empty() || password->find('\0') != std::string_view::npos) return false;
-  processor.CmdLine().SetPassword(*password);
+  run.CmdLine().SetPassword(*password);
   return true;
 }
 
@@ -107,7 +107,7 @@ std::string Question(const CmdOptions& options) {
 }
 
 // False without a terminal.
-bool AskTerminal(CProcessor& processor) {
+bool AskTerminal(IRunServices& run) {
   if (isatty(STDIN_FILENO) == 0) return false;
   const UniqueFd own(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
   const int fd = own ? own.Get() : STDIN_FILENO;
@@ -116,8 +116,8 @@ bool AskTerminal(CProcessor& processor) {
   {
     const CQuietTerminal terminal(fd);
     if (!terminal.IsQuiet()) return false;
-    Say(fd, Question(processor.Options()));
-    kept = Keep(processor, ReadLine(fd, line));
+    Say(fd, Question(run.Options()));
+    kept = Keep(run, ReadLine(fd, line));
     explicit_bzero(line.data(), line.size());
     Say(fd, "\n");
   }
@@ -126,7 +126,7 @@ bool AskTerminal(CProcessor& processor) {
 }
 
 // False when no file is named.
-bool ReadPasswordFile(CProcessor& processor) {
+bool ReadPasswordFile(IRunServices& run) {
   const char* name = std::getenv("TOLVEN_PASSWORD_FILE");
   if (name == nullptr || *name == '\0') return false;
   const std::string shown = ShowText(name);
@@ -140,7 +140,7 @@ bool ReadPasswordFile(CProcessor& processor) {
     Refuse("Others may read the password file >" + shown + "<. Take that away first: chmod 600 " + shown);
   }
   Line line{};
-  const bool kept = Keep(processor, ReadLine(file.Get(), line));
+  const bool kept = Keep(run, ReadLine(file.Get(), line));
   explicit_bzero(line.data(), line.size());
   if (!kept) Refuse("The first line of the password file >" + shown + "< is to be the password.");
   return true;
@@ -148,9 +148,9 @@ bool ReadPasswordFile(CProcessor& processor) {
 
 }  // namespace
 
-bool ObtainPassword(CProcessor& processor) {
-  if (processor.Options().password != nullptr) return false;
-  return AskTerminal(processor) || ReadPasswordFile(processor);
+bool ObtainPassword(IRunServices& run) {
+  if (run.Options().password != nullptr) return false;
+  return AskTerminal(run) || ReadPasswordFile(run);
 }
 
 }  // namespace tolven

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "main/run/processor.h"
+#include "cmdline/run_services.h"
 
 namespace tolven {
 
@@ -8,6 +8,6 @@ namespace tolven {
 // when standard input is one, else reads the file that TOLVEN_PASSWORD_FILE names, and hands the password to
 // the command line, which keeps it for the rest of the run. False when there is neither. A password that is
 // empty, or a file that others may read, is CInvalSignatureExcept.
-[[nodiscard]] bool ObtainPassword(CProcessor& processor);
+[[nodiscard]] bool ObtainPassword(IRunServices& run);
 
 }  // namespace tolven

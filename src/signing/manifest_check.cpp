@@ -64,7 +64,7 @@ std::string GetManifestContent(CArchive& archive, std::int64_t& offset) {
     errno = 0;
     if (!archive.AtEnd()) throw CInvalManifestExcept(ChangedContentMessage(archive.Name()), 0, 0);
     offset = manifest.Start();
-    text.assign(manifest.Text().begin(), manifest.Text().end());
+    text = manifest.TakeText();
     break;
   }
   archive.Seek(position);
@@ -85,21 +85,22 @@ void InitForReading(ManifestContext* context, const CmdOptions& options) {
   InitManifest(context, options, "SHA256", "PKCS7-TSTAMP", "SHA256");
 }
 
-int CSmfVerify(ManifestContext* context, std::string_view text, CProcessor& processor, unsigned flags,
+int CSmfVerify(ManifestContext* context, std::string document, IRunServices& run, unsigned flags,
                bool verifyFiles) {
-  const CmdOptions& options = processor.Options();
+  const CmdOptions& options = run.Options();
   std::vector<std::uint8_t> crl;
   if (options.crlFile != nullptr) {
     crl = ReadCrlFile(options.crlFile);
     flags |= kManifestRequireCrl;
   }
+  ManifestSetText(context, std::move(document));
   const auto verify = [&] {
+    const std::string_view text = ManifestGetText(context);
     return ManifestVerifyEx(context, text.data(), text.size(), options.key, options.key, options.password,
                             crl, flags, verifyFiles, true);
   };
   int code = verify();
-  if (code == SMF_ESIGNATURE && options.key != nullptr && HasPasswordNow(context, processor)) {
-    InitForReading(context, options);
+  if (code == SMF_ESIGNATURE && options.key != nullptr && HasPasswordNow(context, run)) {
     code = verify();
   }
   return code == SMF_ESIGNATURE_EXTERNAL || code == SMF_ESIGNATURE_VALIDATION ? SMF_OK : code;
@@ -110,8 +111,8 @@ int CSmfSign(ManifestContext* context, const CmdOptions& options) {
                            options.proxyUrl);
 }
 
-bool HasPasswordNow(const ManifestContext* context, CProcessor& processor) {
-  return ManifestLastDkvErrorCode(context) == DKV_ERR_PASSWORD && ObtainPassword(processor);
+bool HasPasswordNow(const ManifestContext* context, IRunServices& run) {
+  return ManifestLastDkvErrorCode(context) == DKV_ERR_PASSWORD && ObtainPassword(run);
 }
 
 void ThrowManifestError(ManifestContext* context, int code) {

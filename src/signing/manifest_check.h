@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "archive/archive.h"
-#include "main/run/processor.h"
+#include "cmdline/run_services.h"
 #include "signing/manifest/manifest.h"
 
 // What the signing flows share: finding the manifest of an archive, checking it, and turning the manifest
@@ -28,12 +28,12 @@ void InitManifest(ManifestContext* context, const CmdOptions& options, const cha
 // The same with the defaults for a document that is read: what it names itself wins over these.
 void InitForReading(ManifestContext* context, const CmdOptions& options);
 
-// Checks the signature of `text` by the certificates of -key (else the installed ones; with
+// Takes the document over and checks its signature by the certificates of -key (else the installed ones; with
 // kManifestKeyIsOptional in `flags` by either) and the CRLs of -crl; with `verifyFiles` also the files on
 // disk. Asks for the key's password when it turns out to need one. SMF_OK also for a signature of an external
 // or the validation key; the context's category and text then carry the warning. A CRL file that cannot be
 // read is an exception.
-[[nodiscard]] int CSmfVerify(ManifestContext* context, std::string_view text, CProcessor& processor,
+[[nodiscard]] int CSmfVerify(ManifestContext* context, std::string document, IRunServices& run,
                              unsigned flags, bool verifyFiles);
 
 // Signs the context's document with -key and its password.
@@ -41,7 +41,7 @@ void InitForReading(ManifestContext* context, const CmdOptions& options);
 
 // True when what failed in that context wanted a password that nobody has given so far, and there now is one:
 // worth another attempt, with a fresh context.
-[[nodiscard]] bool HasPasswordNow(const ManifestContext* context, CProcessor& processor);
+[[nodiscard]] bool HasPasswordNow(const ManifestContext* context, IRunServices& run);
 
 // CInvalSignatureExcept for an invalid signature, CInvalManifestExcept for everything else; SMF_OK returns.
 void ThrowManifestError(ManifestContext* context, int code);

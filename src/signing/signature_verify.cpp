@@ -44,14 +44,14 @@ std::optional<std::string> ReadManifest(const std::string& name, CBufferedStream
 }  // namespace
 
 std::string CSignatureVerify::ManifestFile() const {
-  const CmdOptions& options = m_processor.Options();
+  const CmdOptions& options = m_run.Options();
   if (options.manifestFile != nullptr) return options.manifestFile;
-  const auto& archives = m_processor.CmdLine().GetArchsToProcess();
+  const auto& archives = m_run.CmdLine().GetArchsToProcess();
   return archives.empty() ? std::string() : archives.front();
 }
 
 void CSignatureVerify::Execute() {
-  const CmdOptions& options = m_processor.Options();
+  const CmdOptions& options = m_run.Options();
   const std::string name = ManifestFile();
   CBufferedStream text;
   if (const std::optional<std::string> failure = ReadManifest(name, text)) {
@@ -66,9 +66,7 @@ void CSignatureVerify::Execute() {
   std::string detail;
   if (code == SMF_OK) {
     try {
-      const auto bytes = text.Contents();
-      const std::string_view document(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-      code = CSmfVerify(context.get(), document, m_processor, 0, true);
+      code = CSmfVerify(context.get(), text.Take(), m_run, 0, true);
     } catch (const CExcept& error) {  // the CRL file, or the password
       code = SMF_ECRL;
       detail = error.GetMsg();

@@ -1,21 +1,20 @@
 #pragma once
 
-#include "main/run/command.h"
-#include "main/run/processor.h"
+#include "cmdline/run_services.h"
 
 namespace tolven {
 
 // -M: checks a signed manifest kept outside of any archive, and the files on disk that it lists.
 class CSignatureVerify : public CCommand {
  public:
-  explicit CSignatureVerify(CProcessor& processor) : m_processor(processor) {}
+  explicit CSignatureVerify(IRunServices& run) : m_run(run) {}
   void Execute() override;
 
  private:
   // -manifest, else the first name of the archive list.
   std::string ManifestFile() const;
 
-  CProcessor& m_processor;
+  IRunServices& m_run;
 };
 
 }  // namespace tolven

@@ -4,14 +4,16 @@
 #include <ctime>
 
 #include "archive/entry_data.h"
-#include "cslib/crc32.h"
+#include "cmdline/run_services.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
+#include "signing/manifest_witness.h"
 
 namespace tolven {
 
-CSignedManifest::CSignedManifest(std::string_view text) : CDirEntry(std::string(kManifestName)) {
+CSignedManifest::CSignedManifest(std::string_view text, PackContext& pack)
+    : CDirEntry(std::string(kManifestName), pack) {
   std::string copy(text);
   unsigned long done = 0;
   if (!m_text.Write(reinterpret_cast<unsigned char*>(copy.data()), copy.size(), &done)) {
@@ -41,20 +43,18 @@ void CSignedManifest::SetReadState(const std::string& storedName, const std::str
                                    const EntryHeader& header, const std::vector<std::uint8_t>& accessInfo,
                                    std::int64_t start, bool hash) {
   CDirEntry::SetReadState(storedName, shownName, header, accessInfo, start, hash);
-  m_text.Clear();
+  m_text.Take();
 }
 
 void CSignedManifest::AddToDirEx(CArchive* archive, bool) {
-  CEntryDataReader reader(*archive, *m_pTheCompressor, m_shownName);
-  std::uint32_t crc = 0;
-  std::span<std::uint8_t> piece;
+  CEntryDataReader reader(*archive, archive->Buffers(), m_shownName);
+  std::span<const std::uint8_t> piece;
   while (reader.Next(piece)) {
-    crc = CRC32Buf(crc, piece.data(), piece.size());
     unsigned long done = 0;
     // Fails beyond the stream's limit: no manifest of a real archive comes near it.
     if (!m_text.Write(piece.data(), piece.size(), &done)) throw CDecompExcept(m_shownName);
   }
-  if (reader.StoredCrc() != 0 && reader.StoredCrc() != crc) throw CChecksumExcept(m_shownName);
+  if (reader.StoredCrc() != 0 && reader.StoredCrc() != reader.Crc()) throw CChecksumExcept(m_shownName);
 }
 
 void PrintSignatureDetails(ManifestContext* context, const char* unknownSigner) {
@@ -74,15 +74,15 @@ void PrintSignatureDetails(ManifestContext* context, const char* unknownSigner) 
   PrintLine("TOLVEN: Signature Type    >" + signer + "<");
 }
 
-void CSignedManifest::PrintMessage(CArchive* archive, CProcessor* processor) {
-  if (!processor->Options().verbose || !archive->IsSigned() || archive->Manifest() == nullptr) return;
-  PrintSignatureDetails(archive->Manifest(), "Unknown signer");
+void CSignedManifest::PrintMessage(CArchive& archive, IRunServices& run) {
+  if (!run.Options().verbose || !archive.IsSigned() || archive.Witness() == nullptr) return;
+  PrintSignatureDetails(CManifestWitness::ManifestOf(archive), "Unknown signer");
 }
 
-void CSignedManifest::CheckArchiveSigned(CArchive* archive, bool mustBeSigned, const std::string& message,
+void CSignedManifest::CheckArchiveSigned(CArchive& archive, bool mustBeSigned, const std::string& message,
                                          int exitCode) {
   bool isSigned = false;
-  for (CDirEntry* entry = archive->First(); entry != nullptr; entry = archive->Next()) {
+  for (CDirEntry* entry = archive.First(); entry != nullptr; entry = archive.Next()) {
     isSigned = isSigned || entry->IsSignedManifest();
   }
   errno = 0;
@@ -93,9 +93,9 @@ void CSignedManifest::SetStartDirectory(const std::string& directory) {
   ManifestSetStartDirectory(directory);
 }
 
-bool CSignedManifest::IsSigning(const CProcessor& processor) {
-  const CmdOptions& options = processor.Options();
-  return options.sign || options.verifySignature || processor.Command() == CMD_SIGN;
+bool CSignedManifest::IsSigning(const IRunServices& run) {
+  const CmdOptions& options = run.Options();
+  return options.sign || options.verifySignature || run.Command() == CMD_SIGN;
 }
 
 }  // namespace tolven

@@ -2,14 +2,16 @@
 list, test and extract, and extraction must leave nothing but files that are what was signed.
 """
 import os
+import resource
 import stat
+import unittest
 
 import archivefile
 import harness
 import signing_support as support
 from archivefile import directory, link
-from attack_table import (DOCUMENT_ATTACKS, ENTRIES, FILE_ATTACKS, FILES, PLACE_ATTACKS, POWERS, SIGNER_ATTACKS, UMASK,
-                          UNSIGNED, Scene, block_behind, insert, signed_anew)
+from attack_table import (DOCUMENT_ATTACKS, ENTRIES, FILE_ATTACKS, FILES, INVALID, PARSER, PLACE_ATTACKS, POWERS,
+                          SIGNER_ATTACKS, UMASK, UNLISTED, UNSIGNED, Scene, block_behind, insert, signed_anew)
 from harness import Directory
 from signing_support import pki
 
@@ -184,6 +186,30 @@ class Disguise(AttackTest):
             self.write("A", content)
             for command in ("-tVf", "-dVf", "-xVf"):
                 self.refused([command, "A"], 59, UNSIGNED)
+
+
+@unittest.skipIf(harness.instrumented(), "a sanitizer needs memory of its own")
+class Memory(AttackTest):
+    """A list of very many lines costs three times its size and no more, whoever made it."""
+
+    COUNT = 600000
+
+    def test_a_list_of_many(self):
+        signed = support.body([b"%08x 0001 a\n" % number for number in range(self.COUNT)], "CRC32")
+        good = support.openssl_sign(signed)
+        limit = 3 * len(signed) + (32 << 20)
+        for name, text, code, said in (
+                ("control: trusted", support.document(signed, good), 58, UNLISTED),
+                ("signature of another list", support.document(signed, support.openssl_sign(b"other")), 60, INVALID),
+                ("no signature at all", support.document(signed, bytes(3000)), 60, INVALID),
+                ("last line wrong", support.document(signed[:-4] + b"\n\n", good), 54, PARSER)):
+            with self.subTest(name):
+                self.write("A", archivefile.archive(archivefile.regular(
+                    support.MANIFEST_NAME, text, mode=support.MANIFEST_MODE, blocks=archivefile.raw_blocks)))
+                for names in ([], ["a"], ["other"]):
+                    expected = 0 if code == 58 and names == ["other"] else code
+                    self.refused(["-tVf", "A", *names], expected, "" if expected == 0 else said, preexec=lambda:
+                                 resource.setrlimit(resource.RLIMIT_DATA, (limit, limit)))
 
 
 class Signing(AttackTest):

@@ -6,14 +6,14 @@
 #include <cerrno>
 
 #include "archive/archive.h"
-#include "archive/dir_entry.h"
+#include "archive/signature.h"
 #include "fileio/output_file.h"
 #include "fileio/working_directory.h"
 #include "report/except.h"
 #include "report/run_files.h"
+#include "report/run_status.h"
 #include "report/show_text.h"
 #include "report/system_error.h"
-#include "signing/signed_manifest.h"
 
 namespace tolven {
 
@@ -33,22 +33,21 @@ std::string WithWildcard(const std::string& directory) {
 }  // namespace
 
 void CCreate::Execute() {
-  const CmdOptions& options = m_pProcessor->Options();
-  CSignedManifest::SetStartDirectory(m_pProcessor->StartDirectory());
+  const CmdOptions& options = m_run.Options();
+  m_signature.SetStartDirectory(m_run.StartDirectory());
   if (options.sourceDir != nullptr) {
-    m_pProcessor->CmdLine().AnchorFileOptions(m_pProcessor->StartDirectory());
+    m_run.CmdLine().AnchorFileOptions(m_run.StartDirectory());
     errno = 0;
     if (!CWorkingDirectory::Enter(options.sourceDir)) throw CChgDirExcept(options.sourceDir);
   }
-  const CEntryServices services(*m_pProcessor);
-  const std::string name = m_pProcessor->ArchiveName();
-  COutputFile& file = m_pProcessor->ArchiveFile();
+  const std::string name = m_run.ArchiveName();
+  COutputFile& file = m_run.ArchiveFile();
   errno = 0;
   if (!Open(file, name)) throw COpenExcept(name);
-  const bool creates = m_pProcessor->Command() == CMD_CREATE;
+  const bool creates = m_run.Command() == CMD_CREATE;
   if (creates && !file.Cut()) throw COpenExcept(name);
-  const bool isNew = creates || (m_pProcessor->Command() == CMD_APPEND && file.Size() == 0);
-  CArchive archive(name, file, isNew, m_factory, options);
+  const bool isNew = creates || (m_run.Command() == CMD_APPEND && file.Size() == 0);
+  CArchive archive(name, file, isNew, {m_factory, options, m_buffers});
   if (!isNew) JudgeExisting(archive);
   WriteArchive(archive, isNew);
 }
@@ -56,9 +55,9 @@ void CCreate::Execute() {
 // With signing the old signature at the end is overwritten in place; a plain append writes at the end. A
 // create reads what it wrote only when it fails: an archive that may not be read will do.
 bool CCreate::Open(COutputFile& file, const std::string& name) const {
-  if (m_pProcessor->Command() == CMD_SIGN) return file.Open(name, O_RDWR);
-  if (m_pProcessor->Command() == CMD_APPEND) {
-    const bool signs = CSignedManifest::IsSigning(*m_pProcessor);
+  if (m_run.Command() == CMD_SIGN) return file.Open(name, O_RDWR);
+  if (m_run.Command() == CMD_APPEND) {
+    const bool signs = m_signature.IsSigning(m_run);
     return file.Open(name, O_RDWR | O_CREAT | (signs ? 0 : O_APPEND));
   }
   return file.Open(name, O_RDWR | O_CREAT) || (errno == EACCES && file.Open(name, O_WRONLY | O_CREAT));
@@ -67,14 +66,14 @@ bool CCreate::Open(COutputFile& file, const std::string& name) const {
 // What cannot be read is no reason to delete it, as a failure while entries are being written is.
 void CCreate::JudgeExisting(CArchive& archive) const {
   errno = 0;
-  if (m_pProcessor->ArchiveFile().Size() < static_cast<std::int64_t>(kArchiveHeaderSize)) {
+  if (m_run.ArchiveFile().Size() < static_cast<std::int64_t>(kArchiveHeaderSize)) {
     throw CUnsupportedArchiveException(ShowText(archive.Name()));
   }
   bool isWhole = false;
   try {
     if (!archive.IsValid()) throw CUnsupportedArchiveException(ShowText(archive.Name()));
     // A signing reads all that is there; it has to find something.
-    const bool signs = m_pProcessor->Command() == CMD_SIGN;
+    const bool signs = m_run.Command() == CMD_SIGN;
     isWhole = signs ? archive.IsWithoutEntries() || archive.First() != nullptr : archive.IsWhole();
   } catch (const CReadExcept&) {
     errno = archive.Stream().GetLastError();
@@ -84,7 +83,7 @@ void CCreate::JudgeExisting(CArchive& archive) const {
 }
 
 void CCreate::WriteArchive(CArchive& archive, bool isNew) {
-  COutputFile& file = m_pProcessor->ArchiveFile();
+  COutputFile& file = m_run.ArchiveFile();
   std::int64_t start = -1;  // of what this run writes
   try {
     if (isNew) {
@@ -92,9 +91,9 @@ void CCreate::WriteArchive(CArchive& archive, bool isNew) {
       start = 0;
       archive.WriteHeader();
     }
-    CSignedManifest::VerifyArchiveSignature(true, &archive, m_pProcessor);
+    m_signature.VerifyArchiveSignature(true, archive, m_run);
     if (!isNew) {
-      if (!CSignedManifest::IsSigning(*m_pProcessor)) archive.SeekToEnd();
+      if (!m_signature.IsSigning(m_run)) archive.SeekToEnd();
       errno = 0;
       if (!file.KeepFrom(archive.Position())) throw COpenExcept(archive.Name());
       start = archive.Position();
@@ -110,40 +109,46 @@ void CCreate::WriteArchive(CArchive& archive, bool isNew) {
 // New entries that end within the signature they overwrite, or half an entry, would hide whatever came to
 // stand behind them.
 void CCreate::GiveUp(CArchive& archive, std::int64_t start) {
-  if (m_pProcessor->Command() == CMD_SIGN) {
+  if (m_run.Command() == CMD_SIGN) {
     archive.Stream().Abandon();
-    m_pProcessor->ArchiveFile().Restore();
+    m_run.ArchiveFile().Restore();
     return;
   }
   long end = 0;
   if (start < 0 || !archive.Stream().GetPos(&end) || end <= start) return;  // nothing was written
-  const int code = m_pProcessor->ExitCode();
+  const int code = m_run.ExitCode();
   try {
     archive.CutBehindWholeEntries();
   } catch (const CExcept&) {  // the first failure is the one to report
   }
-  m_pProcessor->SetExitCode(code);
+  m_run.SetExitCode(code);
 }
 
 void CCreate::WriteEntries(CArchive& archive) {
-  if (m_pProcessor->Command() != CMD_SIGN) {
-    for (const std::string& name : m_pProcessor->CmdLine().GetNames()) AddName(name, archive);
+  if (m_run.Command() != CMD_SIGN) {
+    try {
+      for (const std::string& name : m_run.CmdLine().GetNames()) AddName(name, archive);
+      archive.Output().Drain();
+    } catch (...) {
+      archive.Output().Drain();  // what came before it still goes in, or fails first
+      throw;
+    }
   }
   unsigned long failed = 0;
-  CSignedManifest::CheckErrors(&archive, nullptr, failed);
-  CSignedManifest::CreateArchiveSignature(&archive, m_pProcessor, CDirEntry::m_pCompressStrategy);
+  m_signature.CheckErrors(archive, nullptr, failed, nullptr);
+  m_signature.CreateArchiveSignature(archive, m_run, m_pack);
 }
 
 void CCreate::AddName(const std::string& name, CArchive& archive) {
-  const bool literal = m_pProcessor->CmdLine().IsLiteralName(name);
+  const bool literal = m_run.CmdLine().IsLiteralName(name);
   if (!literal && name.find_first_of("*?") != std::string::npos) {
     strFileData data;
     errno = 0;
     const FindHandle handle = CUtils::FileFindOpen(name, &data);
     if (handle == nullptr) throw CExcept("TOLVEN: error in CCreate::ProcessDirectory");
-    PushLevel(handle, data, name, {});
+    PushLevel(archive, handle, data, name, {});
   } else if (name == "/" || IsDotName(name)) {  // never entries themselves; what is in them is meant
-    Descend(name);
+    Descend(name, archive);
   } else {
     AddObject(name, archive);
   }
@@ -163,14 +168,15 @@ void CCreate::ProcessDirectory(CArchive& archive) {
   }
 }
 
-void CCreate::PushLevel(const FindHandle& directory, strFileData& data, const std::string& pattern,
-                        Identity identity) {
+void CCreate::PushLevel(CArchive& archive, const FindHandle& directory, strFileData& data,
+                        const std::string& pattern, Identity identity) {
   Level level{.identity = identity, .prefix = pattern.substr(0, pattern.rfind('/') + 1), .names = {}};
   while (CUtils::FileFindName(directory, &data)) {
     if (!IsDotName(data.name.data())) level.names.emplace_back(data.name.data());
   }
   if (errno != 0) {
     const int error = errno;
+    archive.Output().Drain();
     PrintLine("TOLVEN: error reading directory " + ShowText(data.directory));
     errno = error;
     throw CExcept("TOLVEN: error in CCreate::ProcessDirectory");
@@ -178,56 +184,62 @@ void CCreate::PushLevel(const FindHandle& directory, strFileData& data, const st
   m_levels.push_back(std::move(level));
 }
 
+// In its place among the lines of the entries before it.
+void CCreate::ReportNotAvailable(CArchive& archive, const std::string& path,
+                                 const std::string& reason) const {
+  archive.Output().Drain();
+  m_run.FileNotAvail(path, reason);
+}
+
 void CCreate::AddObject(const std::string& path, CArchive& archive) {
   strFileData data;
   errno = 0;
   if (!CUtils::SetFlAttr(path, data)) {
-    m_pProcessor->FileNotAvail(path, SystemErrorText());
+    ReportNotAvailable(archive, path, SystemErrorText());
     return;
   }
-  const bool resolve = m_pProcessor->Options().resolveLinks;
+  const bool resolve = m_run.Options().resolveLinks;
   int type = CUtils::DetermineFlType(data);
   if (type == FT_LINK && resolve) type = CUtils::TargetFileType(path);
   if (type < FT_DIRECTORY) throw CExcept("TOLVEN: error in determining type of " + ShowText(path));
   if (type > kLastArchivableType) {
-    m_pProcessor->FileNotAvail(path, "not a file, directory or link");
+    ReportNotAvailable(archive, path, "not a file, directory or link");
     return;
   }
   strFileInformation info;
   const bool known = CUtils::GetFileInformation(path, info, resolve);
   if (known && IsRunFile(info.device, info.inode)) return;
   const bool included = CreateFileObject(path, type, archive)->AddToArchive(&archive);
-  if (included && type == FT_DIRECTORY) Descend(path);
+  if (included && type == FT_DIRECTORY) Descend(path, archive);
 }
 
 // A directory that is its own ancestor through links ends here; its entry is written, once. With -r a link
 // that took the directory's place is not followed either.
-void CCreate::Descend(const std::string& directory) {
+void CCreate::Descend(const std::string& directory, CArchive& archive) {
   const std::string pattern = WithWildcard(directory);
   strFileData data;
   strFileInformation info;
   errno = 0;
-  const FindHandle handle = CUtils::FileFindOpen(pattern, &data, m_pProcessor->Options().resolveLinks);
+  const FindHandle handle = CUtils::FileFindOpen(pattern, &data, m_run.Options().resolveLinks);
   if (handle == nullptr || !CUtils::GetFileInformation(dirfd(handle.get()), info)) {
-    m_pProcessor->FileNotAvail(directory, SystemErrorText());
+    ReportNotAvailable(archive, directory, SystemErrorText());
     return;
   }
   const Identity identity(info.device, info.inode);
   const bool isAncestor = std::any_of(m_levels.begin(), m_levels.end(),
                                       [&](const Level& level) { return level.identity == identity; });
-  if (!isAncestor) PushLevel(handle, data, pattern, identity);
+  if (!isAncestor) PushLevel(archive, handle, data, pattern, identity);
 }
 
-std::unique_ptr<CDirEntry> CCreate::CreateFileObject(const std::string& name, int type,
-                                                     CArchive& archive) const {
+std::unique_ptr<CDirEntry> CCreate::CreateFileObject(const std::string& name, int type, CArchive& archive) {
   switch (type) {
     case FT_DIRECTORY:
-      return std::make_unique<CDirectory>(name);
+      return std::make_unique<CDirectory>(name, m_pack);
     case FT_REGULAR:
     case FT_DANGLING_LINK:  // reported as broken when its header cannot be filled
-      return std::make_unique<CFile>(name, archive.HashEntries() && !m_pProcessor->ScanOnly());
+      return std::make_unique<CFile>(name, m_pack, archive.Witness() != nullptr && !m_run.ScanOnly());
     case FT_LINK:
-      return std::make_unique<CLink>(name);
+      return std::make_unique<CLink>(name, m_pack);
     default:
       errno = 0;
       throw CExcept("TOLVEN: error creating file object for " + ShowText(name));

@@ -7,22 +7,24 @@
 #include <utility>
 #include <vector>
 
+#include "archive/compress_man.h"
+#include "archive/dir_entry.h"
 #include "archive/entry_factory.h"
+#include "archive/normal_compress.h"
+#include "cmdline/run_services.h"
 #include "fileio/utils.h"
-#include "main/run/command.h"
-#include "main/run/processor.h"
 
 namespace tolven {
 
 class CArchive;
-class CDirEntry;
+class ISignature;
 
 // -c, -a and -S: writes an archive from files, directories and links, appends to one, or signs one.
 class CCreate : public CCommand {
  public:
-  // `factory` must outlive the command.
-  CCreate(CProcessor* processor, const IEntryFactory& factory)
-      : m_pProcessor(processor), m_factory(factory) {}
+  // All of them must outlive the command.
+  CCreate(IRunServices& run, const IEntryFactory& factory, const ISignature& signature)
+      : m_run(run), m_factory(factory), m_signature(signature) {}
   void Execute() override;
 
  private:
@@ -47,16 +49,21 @@ class CCreate : public CCommand {
   void AddName(const std::string& name, CArchive& archive);
   // Archives one object. What is below it, when it is a directory, becomes the next level.
   void AddObject(const std::string& path, CArchive& archive);
-  void Descend(const std::string& directory);
+  void Descend(const std::string& directory, CArchive& archive);
+  void ReportNotAvailable(CArchive& archive, const std::string& path, const std::string& reason) const;
   // Takes what a pattern matches, "." and ".." left out, in the order the file system tells.
-  void PushLevel(const FindHandle& directory, strFileData& data, const std::string& pattern,
-                 Identity identity);
+  void PushLevel(CArchive& archive, const FindHandle& directory, strFileData& data,
+                 const std::string& pattern, Identity identity);
   // Archives all levels.
   void ProcessDirectory(CArchive& archive);
-  std::unique_ptr<CDirEntry> CreateFileObject(const std::string& name, int type, CArchive& archive) const;
+  std::unique_ptr<CDirEntry> CreateFileObject(const std::string& name, int type, CArchive& archive);
 
-  CProcessor* m_pProcessor;
+  IRunServices& m_run;
   const IEntryFactory& m_factory;
+  const ISignature& m_signature;
+  CCompressMan m_buffers;
+  CNormalCompress m_strategy;
+  PackContext m_pack{m_run, m_strategy};
   std::vector<Level> m_levels;
 };
 

@@ -7,41 +7,41 @@
 #include "archive/commands/processing_line.h"
 #include "archive/dir_entry.h"
 #include "archive/selection.h"
+#include "archive/signature.h"
 #include "fileio/working_directory.h"
 #include "oldarchive/old_commands.h"
 #include "report/except.h"
 #include "report/run_status.h"
-#include "signing/signed_manifest.h"
+#include "report/statistics.h"
 
 namespace tolven {
 
 void CExtract::Execute() {
-  const CEntryServices services(m_processor);
-  for (const std::string& name : m_processor.CmdLine().GetArchsToProcess()) ProcessArchive(name);
+  for (const std::string& name : m_run.CmdLine().GetArchsToProcess()) ProcessArchive(name);
 }
 
 void CExtract::ProcessArchive(const std::string& name) {
-  const CmdOptions& options = m_processor.Options();
+  const CmdOptions& options = m_run.Options();
   errno = 0;
-  CArchive archive(name, kOpenRead, m_factory, options);
+  CArchive archive(name, kOpenRead, {m_factory, options, m_buffers});
   if (!archive.IsValid()) {
-    CExtractOld(m_processor, name).Execute();
+    CExtractOld(m_run, name).Execute();
     return;
   }
   PrintProcessingLine(archive);
-  CSignedManifest::VerifyArchiveSignature(false, &archive, &m_processor);
+  m_signature.VerifyArchiveSignature(false, archive, m_run);
   const CWorkingDirectory start;
   if (options.targetDir != nullptr && !CWorkingDirectory::Enter(options.targetDir)) {
     throw CChgDirExcept(options.targetDir);
   }
   std::optional<CExtractTarget> target;
-  if (!IsTest()) target.emplace(options, archive.Manifest() != nullptr);
+  if (!IsTest()) target.emplace(options, archive.Witness() != nullptr);
   archive.SetTarget(target ? &*target : nullptr);
   Counts counts;
   WalkAndFinish(archive, archive.Target(), counts);
-  CSignedManifest::PrintMessage(&archive, &m_processor);
+  m_signature.PrintMessage(archive, m_run);
   PrintResult(counts);
-  if (target && archive.Manifest() != nullptr && options.verbose) PrintUncovered(counts);
+  if (target && archive.Witness() != nullptr && options.verbose) PrintUncovered(counts);
 }
 
 // Whatever ends the walk, the directories get their dates and modes. So do links get made, but none of an
@@ -49,24 +49,25 @@ void CExtract::ProcessArchive(const std::string& name) {
 void CExtract::WalkAndFinish(CArchive& archive, CExtractTarget* target, Counts& counts) {
   bool walked = false;
   try {
-    CSelection selection(m_processor.CmdLine().GetNames());
+    CSelection selection(m_run.CmdLine().GetNames());
+    archive.WantAllEntries(selection.SelectsAll());
     Walk(archive, selection, counts);
-    CSignedManifest::CheckErrors(&archive, nullptr, counts.invalid, &selection);
+    m_signature.CheckErrors(archive, nullptr, counts.invalid, &selection);
     walked = true;
     if (target == nullptr) return;
     target->Finish();
     counts.failed += target->FailedLinks();
     counts.good -= target->FailedLinks();
   } catch (...) {
-    const int code = m_processor.ExitCode();
+    const int code = m_run.ExitCode();
     if (!walked && target != nullptr) {
       try {
-        if (archive.Manifest() != nullptr) target->DropLinks();
+        if (archive.Witness() != nullptr) target->DropLinks();
         target->Finish();
       } catch (const CExcept&) {  // the first failure is the one to report
       }
     }
-    m_processor.SetExitCode(code);
+    m_run.SetExitCode(code);
     PrintIncomplete();
     throw;
   }
@@ -76,7 +77,7 @@ void CExtract::Walk(CArchive& archive, CSelection& selection, Counts& counts) {
   for (CDirEntry* entry = archive.First(); entry != nullptr; entry = archive.Next()) {
     errno = 0;
     if (!selection.Selects(*entry)) {
-      CSignedManifest::PassEntry(&archive, *entry);
+      m_signature.PassEntry(archive, *entry);
     } else {
       ProcessEntry(archive, *entry, counts);
     }
@@ -88,7 +89,7 @@ void CExtract::ProcessEntry(CArchive& archive, CDirEntry& entry, Counts& counts)
     if (IsTest()) entry.AddToDirEx(&archive, false);
     return;
   }
-  m_processor.Statistics().CountFile();
+  m_run.Statistics().CountFile();
   if (entry.IsDirectory()) ++counts.directories;
   if (entry.IsLink()) ++counts.links;
   if (entry.AddToDir(&archive)) {

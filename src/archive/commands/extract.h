@@ -3,14 +3,15 @@
 #include <memory>
 #include <string>
 
+#include "archive/compress_man.h"
 #include "archive/entry_factory.h"
 #include "archive/extract_target.h"
-#include "main/run/command.h"
-#include "main/run/processor.h"
+#include "cmdline/run_services.h"
 
 namespace tolven {
 
 class CArchive;
+class ISignature;
 class CDirEntry;
 class CSelection;
 
@@ -18,9 +19,9 @@ class CSelection;
 // reader.
 class CExtract : public CCommand {
  public:
-  // `factory` must outlive the command.
-  CExtract(CProcessor& processor, const IEntryFactory& factory)
-      : m_processor(processor), m_factory(factory) {}
+  // All of them must outlive the command.
+  CExtract(IRunServices& run, const IEntryFactory& factory, const ISignature& signature)
+      : m_run(run), m_factory(factory), m_signature(signature) {}
   void Execute() override;
 
  private:
@@ -39,10 +40,12 @@ class CExtract : public CCommand {
   void PrintResult(const Counts& counts) const;
   void PrintUncovered(const Counts& counts) const;
   void PrintIncomplete() const;
-  bool IsTest() const { return m_processor.Command() == CMD_TEST; }
+  bool IsTest() const { return m_run.Command() == CMD_TEST; }
 
-  CProcessor& m_processor;
+  IRunServices& m_run;
   const IEntryFactory& m_factory;
+  const ISignature& m_signature;
+  CCompressMan m_buffers;
 };
 
 }  // namespace tolven

@@ -1,25 +1,29 @@
 #pragma once
 
+#include "archive/compress_man.h"
 #include "archive/entry_factory.h"
-#include "main/run/command.h"
-#include "main/run/processor.h"
+#include "cmdline/run_services.h"
 
 namespace tolven {
 
 class CArchive;
+class ISignature;
 
 // -m: appends all entries of one archive to another. There is no index: the merge is a byte copy.
 class CMerge : public CCommand {
  public:
-  // `factory` must outlive the command.
-  CMerge(CProcessor& processor, const IEntryFactory& factory) : m_processor(processor), m_factory(factory) {}
+  // All of them must outlive the command.
+  CMerge(IRunServices& run, const IEntryFactory& factory, const ISignature& signature)
+      : m_run(run), m_factory(factory), m_signature(signature) {}
   void Execute() override;
 
  private:
-  void Copy(CArchive& source, CArchive& target) const;
+  void Copy(CArchive& source, CArchive& target);
 
-  CProcessor& m_processor;
+  IRunServices& m_run;
   const IEntryFactory& m_factory;
+  const ISignature& m_signature;
+  CCompressMan m_buffers;
 };
 
 }  // namespace tolven

@@ -5,6 +5,7 @@
 
 #include "fileio/utils.h"
 #include "report/except.h"
+#include "report/log_man.h"
 #include "report/run_status.h"
 
 namespace tolven {
@@ -21,7 +22,7 @@ bool IsDotName(std::string_view name) {
 // A pattern from the command line is present when something matches it.
 bool CScan::IsPresent(const std::string& name) const {
   const bool isPattern = name.find_first_of("*?") != std::string::npos;
-  if (!isPattern || m_processor.CmdLine().IsLiteralName(name)) return CUtils::ExistsFile(name);
+  if (!isPattern || m_run.CmdLine().IsLiteralName(name)) return CUtils::ExistsFile(name);
   strFileData data;
   const FindHandle handle = CUtils::FileFindOpen(name, &data);
   bool found = handle != nullptr && CUtils::FileFindName(handle, &data);
@@ -30,9 +31,9 @@ bool CScan::IsPresent(const std::string& name) const {
 }
 
 void CScan::Execute() {
-  const std::vector<std::string>& names = m_processor.CmdLine().GetNames();
+  const std::vector<std::string>& names = m_run.CmdLine().GetNames();
   if (names.empty()) return;
-  CLogMan& log = m_processor.LogManager();
+  CLogMan& log = m_run.LogManager();
   errno = 0;
   const std::int32_t list = log.OpenLogFile(kListFile);
   if (list < 0) throw COpenExcept(kListFile);

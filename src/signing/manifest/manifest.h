@@ -6,7 +6,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "report/code_names.h"
 
@@ -120,7 +119,12 @@ inline constexpr unsigned kManifestRequireCrl = 1;     // run the CRL step altho
 inline constexpr unsigned kManifestKeyIsOptional = 2;  // a signer that verifyKey does not know may still be
                                                        // one of "QELverify" or "QELvalidation"
 
-// Checks the signature of the document of `length` bytes, which is copied.
+// Takes a document over for a verification, so that it is not kept twice; the context is then otherwise
+// empty.
+void ManifestSetText(ManifestContext* context, std::string text);
+
+// Checks the signature of the document of `length` bytes. It is copied, unless it is the context's own
+// (ManifestSetText, ManifestGetText). Beside it a verification uses less than twice its size.
 //   verifyKey  name or file of the only key to trust (its PSE may be given by `pse` instead); null or empty:
 //              "QELverify", then "QELvalidation"
 //   pse        null or empty: the PSE is named by the key
@@ -193,16 +197,33 @@ const char* ManifestFileHashAlgorithm(const ManifestContext* context);   // "SHA
 const std::string& ManifestSigningTime(const ManifestContext* context);  // as the signer stated it, or empty
 const std::string& ManifestTsaName(const ManifestContext* context);      // empty: no time stamp
 
-// One line of the body.
+// One line of the body, as it stands in the document.
 struct ManifestFile {
-  std::string name;                  // stored name, exact bytes
-  std::vector<std::uint8_t> digest;  // empty while the file is still open
-  std::size_t hexDigestLength = 0;   // characters of the digest in the document
+  std::string_view hexDigest;  // digits of either case
+  std::string_view name;       // stored name, exact bytes
+};
+
+// The lines of a body in their order. Four bytes a line: a document may list millions of files.
+class ManifestFiles {
+ public:
+  ManifestFiles() = default;
+  // `lines`: where each line starts in `text`; `digits`: how long its digest is.
+  ManifestFiles(std::string_view text, std::span<const std::uint32_t> lines, std::size_t digits)
+      : m_text(text), m_lines(lines), m_digits(digits) {}
+
+  std::size_t size() const { return m_lines.size(); }
+  bool empty() const { return m_lines.empty(); }
+  ManifestFile operator[](std::size_t place) const;
+
+ private:
+  std::string_view m_text;
+  std::span<const std::uint32_t> m_lines;
+  std::size_t m_digits = 0;
 };
 
 // The first record of that name; SMF_EFILENOTFOUND and "File not found in manifest" when there is none. With
 // partialSearch, when there is none, the first record whose name ends in "/" and that name; archives never
-// ask so. The span is valid until the context changes.
+// ask so. The span is valid until the next call.
 [[nodiscard]] int ManifestGetFile(ManifestContext* context, const char* name, std::size_t nameLength,
                                   std::span<const std::uint8_t>* digest, bool partialSearch = false);
 // Length of that digest in hexadecimal characters; 0 when there is no such file.
@@ -211,6 +232,6 @@ std::size_t ManifestGetFileLength(const ManifestContext* context, const char* na
 std::size_t ManifestGetFileCounter(const ManifestContext* context);
 // All records in body order, valid until the context changes. SMF_EEOL and "No manifest files found" when
 // empty.
-[[nodiscard]] int ManifestGetFileList(ManifestContext* context, std::span<const ManifestFile>* files);
+[[nodiscard]] int ManifestGetFileList(ManifestContext* context, ManifestFiles* files);
 
 }  // namespace tolven

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -40,14 +41,15 @@ struct ManifestContext {
   std::string signatureFormat{kFormatPkcs7Tstamp};
   std::string signatureAlgorithm = "SHA256";
 
-  std::vector<ManifestFile>
-      files;        // in body order; while a file is open in write mode, its record is the last
-  FileIndex index;  // over `files`
+  std::vector<std::uint32_t> lines;  // where each line of the body starts in the text
+  FileIndex index;                   // over Files()
 
   // The file between ManifestOpenFile and ManifestCloseFile.
   bool fileOpen = false;
-  std::size_t openFile = 0;  // its place in `files`
+  std::string openName;      // write mode: its line is still to come
+  std::size_t openLine = 0;  // read mode: the place of its line
   HaContext digest;
+  std::array<std::uint8_t, kHaMaxDigestLength> foundDigest{};  // what ManifestGetFile handed out
 
   // Filled by verification.
   std::string signerName = "NULL";
@@ -68,6 +70,11 @@ struct ManifestContext {
   int dkvErrorCode = 0;
   int errorCategory = MANIFEST_CATEGORY_NONE;
 
+  ManifestFiles Files() const { return {text, lines, 2 * digestLength}; }
+  void ForgetFiles() {
+    lines = {};
+    index = {};
+  }
   std::string_view SignedText() const {
     return bodyEnded ? std::string_view(text).substr(0, headerLength + bodyLength) : std::string_view();
   }

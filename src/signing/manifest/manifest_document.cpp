@@ -17,6 +17,8 @@ constexpr std::string_view kBodyKey = "Body";
 constexpr std::string_view kBodyTitle = "Body: Digest | Name-Length | Name";
 
 constexpr std::size_t kNameLengthDigits = 4;
+// A line is found again by a number of 32 bits; what signs the document stops at half of this.
+constexpr std::size_t kMaxDocument = UINT32_MAX;
 constexpr std::size_t kMaxSignatureAlgorithm = 8;
 
 constexpr std::string_view kSignatureBegin = "-----BEGIN SIGNATURE-----\n";
@@ -187,17 +189,50 @@ int ParseManifest(ManifestContext& context, const BodyLineSink& sink) {
   return ManifestParser(context, sink).Run();
 }
 
-int ParseIntoRecords(ManifestContext& context) {
+int CheckManifest(ManifestContext& context, std::size_t& count) {
   context.mode = ManifestMode::kRead;
-  context.files.clear();
-  context.index.Invalidate();
-  const int result =
-      ParseManifest(context, [&context](std::string_view name, std::span<const std::uint8_t> digest) {
-        context.files.push_back({std::string(name), {digest.begin(), digest.end()}, 2 * digest.size()});
-        return static_cast<int>(SMF_OK);
-      });
-  if (result != SMF_OK) context.files.clear();  // half a list would look like a whole one
+  context.ForgetFiles();
+  count = 0;
+  if (context.text.size() > kMaxDocument) return SMF_EPARSE;
+  return ParseManifest(context, [&count](std::string_view, std::span<const std::uint8_t>) {
+    ++count;
+    return static_cast<int>(SMF_OK);
+  });
+}
+
+int CollectRecords(ManifestContext& context, std::size_t count) {
+  std::vector<std::uint32_t> lines;
+  lines.reserve(count);
+  const char* text = context.text.data();
+  const int result = ParseManifest(context, [&](std::string_view name, std::span<const std::uint8_t> digest) {
+    const std::size_t before = 2 * digest.size() + 1 + kNameLengthDigits + 1;
+    lines.push_back(static_cast<std::uint32_t>(static_cast<std::size_t>(name.data() - text) - before));
+    return static_cast<int>(SMF_OK);
+  });
+  if (result == SMF_OK) context.lines = std::move(lines);  // half a list would look like a whole one
   return result;
+}
+
+int ParseIntoRecords(ManifestContext& context) {
+  std::size_t count = 0;
+  const int result = CheckManifest(context, count);
+  return result == SMF_OK ? CollectRecords(context, count) : result;
+}
+
+ManifestFile ManifestFiles::operator[](std::size_t place) const {
+  const std::string_view line = m_text.substr(m_lines[place]);
+  std::size_t length = 0;  // digits that were checked, or written here
+  for (const char c : line.substr(m_digits + 1, kNameLengthDigits)) {
+    length = length << 4 | static_cast<std::size_t>(c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10);
+  }
+  return {line.substr(0, m_digits), line.substr(m_digits + 1 + kNameLengthDigits + 1, length)};
+}
+
+void ManifestSetText(ManifestContext* context, std::string text) {
+  ManifestContext& c = ContextOf(context);
+  ResetDocument(c);
+  c.mode = ManifestMode::kRead;
+  c.text = std::move(text);
 }
 
 int ManifestParse(ManifestContext* context, const void* text, std::size_t length) {
@@ -269,20 +304,24 @@ int WriteManifestHeader(ManifestContext& context) {
   return SMF_OK;
 }
 
-bool AppendBodyLine(ManifestContext& context, const ManifestFile& file) {
-  const std::size_t lineLength = file.hexDigestLength + 1 + kNameLengthDigits + 1 + file.name.size() + 1;
-  if (!ExtendManifestBuffer(context, lineLength)) return false;
+bool AppendBodyLine(ManifestContext& context) {
+  const std::string& name = context.openName;
+  const std::size_t digits = 2 * context.digestLength;
+  const std::size_t lineLength = digits + 1 + kNameLengthDigits + 1 + name.size() + 1;
   std::string& text = context.text;
   const std::size_t start = text.size();
+  if (start > kMaxDocument - lineLength || !ExtendManifestBuffer(context, lineLength)) return false;
+  context.index = {};
+  context.lines.push_back(static_cast<std::uint32_t>(start));
   // The encoder ends its text with a zero byte, in the place of the blank.
-  text.resize(start + file.hexDigestLength + 1);
-  if (haHexEncodeDigest(&context.digest, text.data() + start, file.hexDigestLength + 1, nullptr) != HA_OK) {
+  text.resize(start + digits + 1);
+  if (haHexEncodeDigest(&context.digest, text.data() + start, digits + 1, nullptr) != HA_OK) {
     text.resize(start);
+    context.lines.pop_back();
     return false;
   }
   text.back() = ' ';
-  const auto length = static_cast<unsigned>(file.name.size());
-  text.append(FormatText("%04x ", length)).append(file.name).append("\n");
+  text.append(FormatText("%04x ", static_cast<unsigned>(name.size()))).append(name).append("\n");
   context.bodyLength += lineLength;
   return true;
 }

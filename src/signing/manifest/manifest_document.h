@@ -40,7 +40,14 @@ using BodyLineSink = std::function<int(std::string_view name, std::span<const st
 // the magic, SMF_EDIGESTLIB for an unknown algorithm (recorded), SMF_EPARSE for anything else.
 [[nodiscard]] int ParseManifest(ManifestContext& context, const BodyLineSink& sink);
 
-// ParseManifest with the lines becoming the records of the context, which is in read mode afterwards.
+// The same without anybody who gets the lines: whether the document is well formed, and how many files it
+// lists. Takes no memory. The context is in read mode afterwards, without records.
+[[nodiscard]] int CheckManifest(ManifestContext& context, std::size_t& count);
+
+// The lines of a document that CheckManifest counted become the records of the context.
+[[nodiscard]] int CollectRecords(ManifestContext& context, std::size_t count);
+
+// Both, for a document that nobody has to trust.
 [[nodiscard]] int ParseIntoRecords(ManifestContext& context);
 
 // The signature behind the body of a document that was read.
@@ -51,9 +58,9 @@ using BodyLineSink = std::function<int(std::string_view name, std::span<const st
 // Lines 1 to 6, unless they are there already.
 [[nodiscard]] int WriteManifestHeader(ManifestContext& context);
 
-// The line of a record whose digest the context has just finished. Nothing is recorded; false when there is
-// no memory, and the text is as before.
-[[nodiscard]] bool AppendBodyLine(ManifestContext& context, const ManifestFile& file);
+// The line of the open file, whose digest the context has just finished. No error is recorded; false when
+// there is no room, and the document is as before.
+[[nodiscard]] bool AppendBodyLine(ManifestContext& context);
 
 // The header, when no file was ever opened, and the empty line that ends the body.
 [[nodiscard]] int EndBody(ManifestContext& context);

@@ -1,13 +1,15 @@
 #include "signing/manifest/manifest_records.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
-#include <map>
 #include <numeric>
+#include <optional>
 
 #include "fileio/local_file.h"
 #include "signing/crypto/trace.h"
+#include "signing/hash/codec.h"
 #include "signing/manifest/manifest_context.h"
 #include "signing/manifest/manifest_document.h"
 
@@ -15,57 +17,69 @@ namespace tolven {
 
 // --- the index ---
 
-void FileIndex::Invalidate() {
-  m_order.clear();
-  m_met.clear();
-}
-
-void FileIndex::Sort(std::span<const ManifestFile> files) const {
-  if (m_order.size() == files.size()) return;
+std::span<const std::uint32_t> FileIndex::Sorted(const ManifestFiles& files) const {
+  if (m_order.size() == files.size()) return m_order;
   m_order.resize(files.size());
-  std::iota(m_order.begin(), m_order.end(), std::size_t{0});
-  std::sort(m_order.begin(), m_order.end(), [files](std::size_t a, std::size_t b) {
+  std::iota(m_order.begin(), m_order.end(), std::uint32_t{0});
+  std::sort(m_order.begin(), m_order.end(), [&files](std::uint32_t a, std::uint32_t b) {
     const int order = files[a].name.compare(files[b].name);
     return order != 0 ? order < 0 : a < b;
   });
+  return m_order;
 }
 
-std::size_t FileIndex::FirstOf(std::span<const ManifestFile> files, std::string_view name) const {
-  Sort(files);
-  const auto first = std::lower_bound(m_order.begin(), m_order.end(), name,
-                                      [files](std::size_t place, std::string_view wanted) {
-                                        return std::string_view(files[place].name) < wanted;
-                                      });
-  return static_cast<std::size_t>(first - m_order.begin());
+std::size_t FileIndex::FirstOf(const ManifestFiles& files, std::string_view name) const {
+  const auto order = Sorted(files);
+  const auto first = std::lower_bound(
+      order.begin(), order.end(), name,
+      [&files](std::uint32_t place, std::string_view wanted) { return files[place].name < wanted; });
+  return static_cast<std::size_t>(first - order.begin());
 }
 
-std::size_t FileIndex::Find(std::span<const ManifestFile> files, std::string_view name, std::size_t n) const {
+std::size_t FileIndex::EndOf(const ManifestFiles& files, std::size_t first) const {
+  std::size_t end = first + 1;
+  while (end < m_order.size() && files[m_order[end]].name == files[m_order[first]].name) ++end;
+  return end;
+}
+
+std::size_t FileIndex::Find(const ManifestFiles& files, std::string_view name, std::size_t n) const {
   const std::size_t first = FirstOf(files, name);
   if (n >= m_order.size() - first || files[m_order[first + n]].name != name) return kNone;
   return m_order[first + n];
 }
 
-std::size_t FileIndex::Meet(std::span<const ManifestFile> files, std::string_view name) {
+void FileIndex::LeaveBodyOrder(const ManifestFiles& files) {
+  if (!m_met.empty()) return;
+  m_met.resize(Sorted(files).size());
+  for (std::size_t first = 0; first < m_order.size();) {
+    const std::size_t end = EndOf(files, first);
+    // Of one name they are in body order.
+    for (std::size_t at = first; at < end && m_order[at] < m_inOrder; ++at) ++m_met[first];
+    first = end;
+  }
+}
+
+std::size_t FileIndex::Meet(const ManifestFiles& files, std::string_view name) {
+  if (m_met.empty() && m_inOrder < files.size() && files[m_inOrder].name == name) return m_inOrder++;
+  LeaveBodyOrder(files);
   const std::size_t first = FirstOf(files, name);
-  m_met.resize(m_order.size());
-  const std::size_t n = first < m_met.size() ? m_met[first] : 0;
-  const std::size_t place = Find(files, name, n);
+  if (first == m_order.size()) return kNone;
+  const std::size_t place = Find(files, name, m_met[first]);
   if (place != kNone) ++m_met[first];
   return place;
 }
 
 void FileIndex::ForgetMet() {
   m_met.clear();
+  m_inOrder = 0;
 }
 
-std::size_t FileIndex::FirstUnmet(std::span<const ManifestFile> files) const {
-  Sort(files);
+std::size_t FileIndex::FirstUnmet(const ManifestFiles& files) const {
+  if (m_met.empty()) return m_inOrder < files.size() ? m_inOrder : kNone;
   std::size_t unmet = kNone;
   for (std::size_t first = 0; first < m_order.size();) {
-    std::size_t end = first;
-    while (end < m_order.size() && files[m_order[end]].name == files[m_order[first]].name) ++end;
-    const std::size_t met = first < m_met.size() ? m_met[first] : 0;
-    if (met < end - first) unmet = std::min(unmet, m_order[first + met]);
+    const std::size_t end = EndOf(files, first);
+    if (m_met[first] < end - first) unmet = std::min<std::size_t>(unmet, m_order[first + m_met[first]]);
     first = end;
   }
   return unmet;
@@ -74,6 +88,8 @@ std::size_t FileIndex::FirstUnmet(std::span<const ManifestFile> files) const {
 // --- looking up ---
 
 namespace {
+
+using DigestBytes = std::array<std::uint8_t, kHaMaxDigestLength>;
 
 // Names as the trace shows them: their own length bounds them, not a zero byte.
 int TraceLength(std::string_view name) {
@@ -90,22 +106,37 @@ std::string NotFoundText(std::string_view name, bool partialSearch) {
 }
 
 // The n-th (from 0) record of exactly that name. With partialSearch, when there is none, the first record
-// whose name ends in "/" and the wanted one. Null when not found; nothing is recorded.
-const ManifestFile* FindFileInBody(const ManifestContext& context, std::string_view name, std::size_t n,
-                                   bool partialSearch) {
-  const std::size_t place = context.index.Find(context.files, name, n);
+// whose name ends in "/" and the wanted one. None when not found; nothing is recorded.
+std::optional<ManifestFile> FindFileInBody(const ManifestContext& context, std::string_view name,
+                                           std::size_t n, bool partialSearch) {
+  const ManifestFiles files = context.Files();
+  const std::size_t place = context.index.Find(files, name, n);
   if (place != FileIndex::kNone) {
     ManifestTrace("SMF: Hash found for entry >%*.*s< \n", TraceLength(name), TraceLength(name), name.data());
-    return &context.files[place];
+    return files[place];
   }
-  if (!partialSearch) return nullptr;
-  for (const ManifestFile& file : context.files) {
-    if (!IsTrailingPart(file.name, name)) continue;
+  if (!partialSearch) return std::nullopt;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    if (!IsTrailingPart(files[i].name, name)) continue;
     ManifestTrace("SMF: Hash found for (partial search) entry >%*.*s< \n", TraceLength(name),
                   TraceLength(name), name.data());
-    return &file;
+    return files[i];
   }
-  return nullptr;
+  return std::nullopt;
+}
+
+// The digest of a record as bytes; whether its digits are digits was found out before it became one.
+std::span<const std::uint8_t> DigestOf(const ManifestFile& file, DigestBytes& bytes) {
+  std::size_t length = 0;
+  static_cast<void>(
+      haDecBase16SB(file.hexDigest.data(), file.hexDigest.size(), bytes.data(), bytes.size(), &length));
+  return std::span(bytes).first(length);
+}
+
+bool IsSameDigest(const ManifestFile& file, std::span<const std::uint8_t> digest) {
+  DigestBytes bytes{};
+  const std::span<const std::uint8_t> listed = DigestOf(file, bytes);
+  return !digest.empty() && std::equal(listed.begin(), listed.end(), digest.begin(), digest.end());
 }
 
 }  // namespace
@@ -117,30 +148,30 @@ int ManifestGetFile(ManifestContext* context, const char* name, std::size_t name
   return Guarded(c, [&]() -> int {
     if (name == nullptr || nameLength == 0)
       return Fail(c, SMF_EINVARG, "Invalid empty input file name passed");
-    const ManifestFile* file = FindFileInBody(c, {name, nameLength}, 0, partialSearch);
-    if (file == nullptr) {
+    const std::optional<ManifestFile> file = FindFileInBody(c, {name, nameLength}, 0, partialSearch);
+    if (!file) {
       AddError(c, SMF_EFILENOTFOUND, MANIFEST_CATEGORY_NONE, NotFoundText({name, nameLength}, partialSearch));
       return AddError(c, SMF_EFILENOTFOUND, MANIFEST_CATEGORY_NONE, "File not found in manifest");
     }
-    *digest = file->digest;
+    *digest = DigestOf(*file, c.foundDigest);
     return SMF_OK;
   });
 }
 
 std::size_t ManifestGetFileLength(const ManifestContext* context, const char* name, std::size_t nameLength) {
   if (name == nullptr) return 0;
-  const ManifestFile* file = FindFileInBody(ContextOf(context), {name, nameLength}, 0, false);
-  return file == nullptr ? 0 : file->hexDigestLength;
+  const std::optional<ManifestFile> file = FindFileInBody(ContextOf(context), {name, nameLength}, 0, false);
+  return file ? file->hexDigest.size() : 0;
 }
 
 std::size_t ManifestGetFileCounter(const ManifestContext* context) {
-  return ContextOf(context).files.size();
+  return ContextOf(context).lines.size();
 }
 
-int ManifestGetFileList(ManifestContext* context, std::span<const ManifestFile>* files) {
+int ManifestGetFileList(ManifestContext* context, ManifestFiles* files) {
   ManifestContext& c = ContextOf(context);
-  *files = c.files;
-  if (!c.files.empty()) return SMF_OK;
+  *files = c.Files();
+  if (!files->empty()) return SMF_OK;
   return AddError(c, SMF_EEOL, MANIFEST_CATEGORY_NONE, "No manifest files found");
 }
 
@@ -158,53 +189,34 @@ int CheckName(ManifestContext& context, const char* name, std::size_t length) {
   return SMF_OK;
 }
 
-// A record whose digest is still to come; it becomes the open file.
-void BeginRecord(ManifestContext& context, std::string_view name) {
-  context.index.Invalidate();
-  context.files.push_back({std::string(name), {}, 2 * context.digestLength});
-  context.openFile = context.files.size() - 1;
-}
-
-// Takes the last record away again.
-void DropRecord(ManifestContext& context) {
-  context.files.pop_back();
-  context.index.Invalidate();
-}
-
-// Takes the finished digest over into the open record and appends the body line. On failure the record is
-// gone.
+// Takes the finished digest over into a body line.
 int FinishRecord(ManifestContext& context) {
-  ManifestFile& file = context.files[context.openFile];
-  const auto digest = context.digest.digest.begin();
-  file.digest.assign(digest, digest + static_cast<std::ptrdiff_t>(context.digest.digestLength));
-  if (AppendBodyLine(context, file)) return SMF_OK;
-  const std::string text = NameText("Write entry in manifest for file >", file.name, "< failed");
-  DropRecord(context);
-  return Fail(context, SMF_EPARSE, text);
+  if (AppendBodyLine(context)) return SMF_OK;
+  return Fail(context, SMF_EPARSE,
+              NameText("Write entry in manifest for file >", context.openName, "< failed"));
 }
 
 int OpenForWriting(ManifestContext& context, std::string_view name) {
   if (context.bodyEnded) return Fail(context, SMF_ERROR, "Manifest context is already signed");
   if (const int result = WriteManifestHeader(context); result != SMF_OK) return result;
   if (const int result = BeginDigest(context); result != SMF_OK) return result;
-  BeginRecord(context, name);
+  context.openName = name;
   context.fileOpen = true;
   return SMF_OK;
 }
 
 int OpenForChecking(ManifestContext& context, std::string_view name) {
-  const std::size_t place = context.index.Meet(context.files, name);
+  const std::size_t place = context.index.Meet(context.Files(), name);
   if (place == FileIndex::kNone) return Fail(context, SMF_EFILENOTFOUND, NotFoundText(name, false));
   if (const int result = BeginDigest(context); result != SMF_OK) return result;
-  context.openFile = place;
+  context.openLine = place;
   context.fileOpen = true;
   return SMF_OK;
 }
 
 int FinishCheck(ManifestContext& context) {
-  const ManifestFile& file = context.files[context.openFile];
-  const std::span<const std::uint8_t> digest(context.digest.digest.data(), context.digest.digestLength);
-  if (std::equal(file.digest.begin(), file.digest.end(), digest.begin(), digest.end())) return SMF_OK;
+  const ManifestFile file = context.Files()[context.openLine];
+  if (IsSameDigest(file, std::span(context.digest.digest).first(context.digest.digestLength))) return SMF_OK;
   return Fail(context, SMF_EDIGEST, NameText("File >", file.name, "< digest is different to manifest"));
 }
 
@@ -243,9 +255,7 @@ int ManifestCloseFile(ManifestContext* context) {
 
 void ManifestAbandonFile(ManifestContext* context) {
   ManifestContext& c = ContextOf(context);
-  if (!c.fileOpen) return;
   c.fileOpen = false;
-  if (c.mode == ManifestMode::kWrite) DropRecord(c);
 }
 
 int ManifestPassFile(ManifestContext* context, const char* fileName, std::size_t nameLength) {
@@ -253,7 +263,7 @@ int ManifestPassFile(ManifestContext* context, const char* fileName, std::size_t
   return Guarded(c, [&]() -> int {
     if (const int result = CheckName(c, fileName, nameLength); result != SMF_OK) return result;
     const std::string_view name(fileName, nameLength);
-    if (c.index.Meet(c.files, name) != FileIndex::kNone) return SMF_OK;
+    if (c.index.Meet(c.Files(), name) != FileIndex::kNone) return SMF_OK;
     return Fail(c, SMF_EFILENOTFOUND, NotFoundText(name, false));
   });
 }
@@ -265,10 +275,10 @@ void ManifestRewindFiles(ManifestContext* context) {
 int ManifestCheckAllMet(ManifestContext* context) {
   ManifestContext& c = ContextOf(context);
   return Guarded(c, [&]() -> int {
-    const std::size_t unmet = c.index.FirstUnmet(c.files);
+    const std::size_t unmet = c.index.FirstUnmet(c.Files());
     if (unmet == FileIndex::kNone) return SMF_OK;
     return Fail(c, SMF_EFILENOTFOUND,
-                NameText("File >", c.files[unmet].name, "< of the manifest was not found"));
+                NameText("File >", c.Files()[unmet].name, "< of the manifest was not found"));
   });
 }
 
@@ -289,18 +299,25 @@ int DifferenceOf(ManifestContext& internal, std::string_view text) {
 }
 
 // Every external record must have its like among the internal ones, the n-th of a name the n-th of that name.
+// The first in the external order that has none is told.
 int CompareRecords(ManifestContext& internal, const ManifestContext& external) {
-  std::map<std::string_view, std::size_t> seen;
-  for (const ManifestFile& file : external.files) {
-    const ManifestFile* found = FindFileInBody(internal, file.name, seen[file.name]++, false);
-    if (found == nullptr) {
+  const ManifestFiles files = external.Files();
+  std::vector<std::uint32_t> number(files.size());  // among the records of its name
+  const auto sorted = external.index.Sorted(files);
+  for (std::size_t i = 1; i < sorted.size(); ++i) {
+    if (files[sorted[i]].name == files[sorted[i - 1]].name) number[sorted[i]] = number[sorted[i - 1]] + 1;
+  }
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    const std::optional<ManifestFile> found = FindFileInBody(internal, files[i].name, number[i], false);
+    if (!found) {
       return Fail(internal, SMF_EFILENOTFOUND,
-                  NameText("External file >", file.name, "< was not found in the internal manifest"));
+                  NameText("External file >", files[i].name, "< was not found in the internal manifest"));
     }
-    if (found->digest != file.digest) {
+    DigestBytes bytes{};
+    if (!IsSameDigest(*found, DigestOf(files[i], bytes))) {
       return Fail(
           internal, SMF_EDIGEST,
-          NameText("External manifest file >", file.name, "< digest is different to internal manifest"));
+          NameText("External manifest file >", files[i].name, "< digest is different to internal manifest"));
     }
   }
   return SMF_OK;
@@ -321,10 +338,10 @@ int Compare(ManifestContext& internal, const ManifestContext& external) {
     return DifferenceOf(internal, "The external manifest body could not be read");
   }
   if (const int result = CompareRecords(internal, external); result != SMF_OK) return result;
-  if (internal.files.size() != external.files.size()) {
+  if (internal.lines.size() != external.lines.size()) {
     return DifferenceOf(internal,
                         FormatText("Different size of files in the internal(%zu) and external(%zu) manifest",
-                                   internal.files.size(), external.files.size()));
+                                   internal.lines.size(), external.lines.size()));
   }
   return SMF_OK;
 }

@@ -30,11 +30,11 @@ int TakeText(ManifestContext& context, const VerifyRequest& request) {
   if (request.text == nullptr || request.length == 0) {
     return Fail(context, SMF_EINVARG, "No signed manifest file passed");
   }
+  const bool own = request.text == context.text.data() && request.length == context.text.size();
   try {
-    std::string copy(static_cast<const char*>(request.text),
-                     request.length);  // may be this context's own text
-    ResetDocument(context);
-    context.text = std::move(copy);
+    std::string text =
+        own ? std::move(context.text) : std::string(static_cast<const char*>(request.text), request.length);
+    ManifestSetText(&context, std::move(text));
   } catch (const std::bad_alloc&) {
     return Fail(context, SMF_ENOMEM, "Error in allocation memory for manifest file");
   }
@@ -50,9 +50,10 @@ int CheckFormat(ManifestContext& context) {
   return AddError(context, SMF_ESIGNATURE, MANIFEST_CATEGORY_WARNING, "The signature format is invalid");
 }
 
-// Everything that makes the text worth trusting.
+// Everything that makes the text worth trusting. No memory is spent on its lines before it is trusted.
 int CheckDocument(ManifestContext& context, const VerifyRequest& request) {
-  if (ParseIntoRecords(context) != SMF_OK) return Fail(context, SMF_EPARSE, "Error in manifest parser");
+  std::size_t count = 0;
+  if (CheckManifest(context, count) != SMF_OK) return Fail(context, SMF_EPARSE, "Error in manifest parser");
   std::vector<std::uint8_t> signature;
   if (const int result = ReadSignatureBlock(context, signature); result != SMF_OK) return result;
 
@@ -62,7 +63,8 @@ int CheckDocument(ManifestContext& context, const VerifyRequest& request) {
   if (IsGiven(key.name) && !key.isOptional) NoteExternalKey(context);
   if (const int result = CheckFormat(context); result != SMF_OK) return result;
   if (context.library == nullptr) return Fail(context, SMF_EINIT, "Manifest context is not initialized");
-  return CheckSigner(context, key, signature);
+  const int result = CheckSigner(context, key, signature);
+  return result == SMF_OK ? CollectRecords(context, count) : result;
 }
 
 int ResultOfSigner(const ManifestContext& context) {
@@ -107,8 +109,7 @@ int ManifestVerifyInfo(ManifestContext& context, const VerifyRequest& request) {
   if ((request.flags & ~kKnownFlags) != 0)
     return Fail(context, SMF_EINVARG, "Invalid verification flags passed");
   if (const int result = CheckDocument(context, request); result != SMF_OK) {
-    context.files.clear();
-    context.index.Invalidate();
+    context.ForgetFiles();
     return result;
   }
   if (!request.returnNames) {

@@ -30,13 +30,6 @@ class Secudir : public ::testing::Test {
   std::string m_home;
 };
 
-TEST_F(Secudir, WhatIsThereStays) {
-  setenv("SECUDIR", "/my/keys", 1);
-  Set_SECUDIR_Path(OnMessage);
-  EXPECT_EQ(Value(), "/my/keys");
-  EXPECT_EQ(said, "= found SECUDIR environment variable\n");
-}
-
 TEST_F(Secudir, DefaultBelowTheHomeDirectory) {
   for (const char* home : {"/home/a", "/home/somebody-with-a-longer-name"}) {
     unsetenv("SECUDIR");

@@ -58,16 +58,21 @@ TEST(Crc32, EveryKernelAgreesWithZlibAtEveryLengthAndAlignment) {
   }
 }
 
-TEST(Crc32, LongBuffersInPiecesGiveTheSameRegister) {
-  const Bytes bytes = RandomBytes(1 << 20, 7);
-  const std::uint32_t whole = ZlibRegister(0, bytes.data(), bytes.size());
-  EXPECT_EQ(CRC32Buf(0, bytes.data(), bytes.size()), whole);
-  for (const std::size_t piece : {1U, 2U, 3U, 511U, 65536U}) {
-    std::uint32_t crc = 0;
-    for (std::size_t at = 0; at < bytes.size(); at += piece) {
-      crc = CRC32Buf(crc, bytes.data() + at, std::min(piece, bytes.size() - at));
+TEST(Crc32, CombinedPiecesGiveTheRegisterOfTheWhole) {
+  const Bytes bytes = RandomBytes(200000, 11);
+  for (const std::size_t cut : {0U, 1U, 7U, 65535U, 65536U, 131072U, 199999U, 200000U}) {
+    for (const std::uint32_t start : {0U, 0xFFFFFFFFU, 0x12345678U}) {
+      const std::uint32_t before = ZlibRegister(start, bytes.data(), cut);
+      const std::size_t rest = bytes.size() - cut;
+      EXPECT_EQ(Crc32Combine(before, ZlibRegister(0, bytes.data() + cut, rest), rest),
+                ZlibRegister(start, bytes.data(), bytes.size()))
+          << cut;
     }
-    EXPECT_EQ(crc, whole) << piece;
+  }
+  // Lengths that no buffer has: zlib's own combination, whose values are inverted before and after.
+  for (const std::uint64_t length : {0xFFFFFFFFULL, 0x100000000ULL, 0x123456789ABCDEFULL}) {
+    const auto combined = static_cast<std::uint32_t>(::crc32_combine64(1, 2, static_cast<z_off64_t>(length)));
+    EXPECT_EQ(Crc32Combine(1, 2, length), combined) << length;
   }
 }
 

@@ -57,12 +57,6 @@ class GuardedBuffer {
   std::size_t capacity_ = 0, guard_ = 0;
 };
 
-// Streams of the LZH compressor without their random part, for the life of the object.
-struct PlainPreambles {
-  PlainPreambles() { CsSetTrace(16, nullptr); }
-  ~PlainPreambles() { CsSetTrace(0, nullptr); }
-};
-
 inline constexpr int kLzh = CS_ALGORITHM_LZH | 2 << CS_LEVEL_SHIFT;
 inline constexpr int kLzc = CS_ALGORITHM_LZC;
 inline constexpr int kFramedLzh = kLzh | CS_CHECKSUM, kFramedLzc = kLzc | CS_CHECKSUM;

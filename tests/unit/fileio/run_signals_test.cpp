@@ -89,17 +89,6 @@ TEST_F(RunSignalsTest, UndoesAndDiesByTheSignal) {
   }
 }
 
-TEST_F(RunSignalsTest, IgnoredSignalsStayIgnored) {
-  test::WriteFile("file", "x");
-  const int status = RunChild([] {
-    signal(SIGINT, SIG_IGN);
-    const RemoveFile file("file");
-    raise(SIGINT);
-  });
-  EXPECT_TRUE(WIFEXITED(status));
-  EXPECT_TRUE(fs::exists("file"));
-}
-
 TEST_F(RunSignalsTest, AHostKeepsItsHandlersAndFindsThemAgain) {
   const int status = RunChild([] {
     signal(SIGTERM, Nothing);

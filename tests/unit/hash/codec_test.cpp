@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/scratch.h"
+#include "support/split.h"
 
 namespace tolven {
 namespace {
@@ -75,29 +76,11 @@ TEST(Base64, LinesAsOpensslWritesThem) {
 
 TEST(Base64, OnlyOneSpellingIsRight) {
   const std::string line(64, 'A');
-  const std::string texts[] = {"Zg",
-                               "Zg=",
-                               "Zg===",
-                               "Zg==\n",
-                               "\nZg==",
-                               "Zg= =",
-                               "Z===",
-                               "====",
-                               "Zh==",
-                               "Zm9=",
-                               "Zg==Zg==",
-                               "Zm-v",
-                               "Zm_v",
-                               "Zm9v\r",
-                               "Zm9\x80",
-                               "Zm9v Zm9v",
-                               "Zm9v\nZm9v",
-                               line + line,
-                               line + "\r\nAAAA",
-                               line + "\n",
-                               line + "\n\nAAAA",
-                               line + "\n=AAA",
-                               std::string("Zm9\0", 4)};
+  auto texts = test::Split(
+      "Zg|Zg=|Zg===|Zg==\n|\nZg==|Zg= =|Z===|====|Zh==|Zm9=|Zg==Zg==|Zm-v|Zm_v|Zm9v\r|Zm9\x80|Zm9v "
+      "Zm9v|Zm9v\nZm9v");
+  for (const char* behind : {"\r\nAAAA", "\n", "\n\nAAAA", "\n=AAA"}) texts.push_back(line + behind);
+  texts.insert(texts.end(), {line + line, std::string("Zm9\0", 4)});
   for (const std::string& text : texts) {
     std::string back;
     EXPECT_EQ(Decode(text, back), HA_CODEC_ETEXT) << text;

@@ -28,7 +28,7 @@ TEST(ManifestParser, ReadsWhatTheWriterWrites) {
 
   const ManifestContextPtr reader = ManifestMakeContext();
   ASSERT_EQ(Parse(reader.get(), document), SMF_OK) << ManifestGetLastError(reader.get());
-  std::span<const ManifestFile> records;
+  ManifestFiles records;
   ASSERT_EQ(ManifestGetFileList(reader.get(), &records), SMF_OK);
   ASSERT_EQ(records.size(), files.size());
   for (std::size_t i = 0; i < files.size(); ++i) EXPECT_EQ(records[i].name, files[i].first);
@@ -64,7 +64,7 @@ TEST(ManifestParser, HeaderTable) {
     EXPECT_EQ(ManifestSignatureFormat(context.get()), row.format) << row.lines;
     EXPECT_EQ(ManifestSignatureAlgorithm(context.get()), row.algorithm) << row.lines;
     EXPECT_EQ(ManifestGetFileCounter(context.get()), 0u);
-    std::span<const ManifestFile> records;
+    ManifestFiles records;
     EXPECT_EQ(ManifestGetFileList(context.get(), &records), SMF_EEOL);
   }
 }

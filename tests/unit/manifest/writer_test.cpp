@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "manifest/document.h"
-#include "support/scratch.h"
 
 namespace tolven {
 namespace {
@@ -16,21 +15,6 @@ TEST(ManifestWriter, DocumentByteForByte) {
                 "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855 0009 dir/empty\n");
   EXPECT_EQ(ManifestGetFileCounter(context.get()), 2u);
   EXPECT_EQ(ManifestGetSignedText(context.get()), "") << "the body is not ended yet";
-}
-
-TEST(ManifestWriter, DigestsAgreeWithSha256sum) {
-  test::Scratch scratch;
-  const std::string content(200000, 'x');
-  scratch.Write("file", content);
-  const std::string expected = scratch.Run("sha256sum file").substr(0, 64);
-  const ManifestContextPtr context = ManifestMakeContext();
-  ASSERT_EQ(ManifestOpenFile(context.get(), "file", 4), SMF_OK);
-  for (std::size_t at = 0; at < content.size(); at += 65536) {
-    const std::string_view piece = std::string_view(content).substr(at, 65536);
-    ASSERT_EQ(ManifestUpdateFile(context.get(), piece.data(), piece.size()), SMF_OK);
-  }
-  ASSERT_EQ(ManifestCloseFile(context.get()), SMF_OK);
-  EXPECT_NE(ManifestGetText(context.get()).find(expected + " 0004 file\n"), std::string_view::npos);
 }
 
 TEST(ManifestWriter, LongestNameAndTheBufferBeyondIt) {

@@ -145,24 +145,5 @@ TEST(OldHeader, EveryLengthCountsForThePositions) {
   }
 }
 
-// Lines of every length, so that each way to fill up a piece of the kept text occurs.
-TEST(OldHeader, ManyEntries) {
-  std::string text;
-  std::size_t count = 0;
-  for (; text.size() < 1000000; ++count) {
-    text += "F " + std::string(1 + count % 4000, 'n') + " 644 " + std::to_string(count) + " 5 7\n";
-  }
-  HeaderParser parser;
-  ASSERT_EQ(FeedWhole(parser, text + "#\n"), State::kDone);
-  std::size_t found = 0;
-  std::uint64_t position = text.size() + 2;
-  for (EntryWalk walk(parser.Entries()); walk.Next(); ++found) {
-    ASSERT_EQ(walk.Info().name.size(), 1 + found % 4000);
-    ASSERT_EQ(walk.Info().position, position);
-    position += found;
-  }
-  EXPECT_EQ(found, count);
-}
-
 }  // namespace
 }  // namespace tolven

@@ -65,19 +65,5 @@ TEST_F(SpaceInfoTest, ShortfallOfOneByteIsMissing) {
   EXPECT_EQ(exact.GetInfoText(), "There is free space missing... \n");
 }
 
-TEST_F(SpaceInfoTest, AccessiblePath) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"./usr/a/b/c", "./usr"}, {"./a", "."},     {"/x/y", "/"}, {"/x", "/"},
-      {"/opt/x", "/opt"},       {"new/a", "new"}, {"a", "a"},    {".\\usr\\a", "."},
-  };
-  for (const auto& [path, expected] : cases) {
-    std::string result;
-    EXPECT_TRUE(m_info.GetAccessiblePath(path, result));
-    EXPECT_EQ(result, expected) << path;
-  }
-  std::string result;
-  EXPECT_FALSE(m_info.GetAccessiblePath("", result));
-}
-
 }  // namespace
 }  // namespace tolven

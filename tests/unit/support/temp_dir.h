@@ -12,22 +12,17 @@
 namespace tolven::test {
 
 // A scratch directory that is the current one while the object lives.
-class TempDir {
+class TempDir : public Scratch {
  public:
-  TempDir() : m_previous(std::filesystem::current_path()) { std::filesystem::current_path(m_scratch.Path()); }
+  TempDir() { std::filesystem::current_path(Path()); }
   ~TempDir() {
     std::error_code ignored;
     std::filesystem::current_path(m_previous, ignored);
   }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-
-  std::string Path() const { return m_scratch.Path().string(); }
-  std::string operator/(const std::string& name) const { return m_scratch.File(name); }
+  std::string operator/(const std::string& name) const { return File(name); }
 
  private:
-  Scratch m_scratch;
-  std::filesystem::path m_previous;
+  std::filesystem::path m_previous = std::filesystem::current_path();
 };
 
 // Every test of a suite that touches the disk has a directory of its own.

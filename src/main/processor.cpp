@@ -1,4 +1,4 @@
-#include "main/run/processor.h"
+#include "main/processor.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "main/run/processor.h"
+#include "main/processor.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -7,9 +7,10 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "report/except.h"
-#include "support/args.h"
+#include "support/split.h"
 #include "support/temp_dir.h"
 
 namespace tolven {
@@ -31,7 +32,7 @@ class FakeCommand : public CCommand {
 
 class FakeFactory : public ICommandFactory {
  public:
-  std::unique_ptr<CCommand> MakeCommand(int, CProcessor&) const override {
+  std::unique_ptr<CCommand> MakeCommand(int, IRunServices&) const override {
     return std::make_unique<FakeCommand>(m_work, m_alive);
   }
   std::function<void()> m_work = [] {};
@@ -51,10 +52,13 @@ class ProcessorTest : public test::TempDirTest {
   int Run(const std::string& text, std::function<void()> work) {
     m_proc->Reset();
     m_proc->SetLogManager(std::make_unique<CAPILogMan>());
-    m_args = std::make_unique<test::Args>(text);
+    m_args = test::Split("TOLVEN|" + text);
+    std::vector<char*> pointers;
+    for (std::string& word : m_args) pointers.push_back(word.data());
+    pointers.push_back(nullptr);
     m_factory.m_work = std::move(work);
     try {
-      m_proc->CmdLine().SetOptions(m_args->Count(), m_args->Vector());
+      m_proc->CmdLine().SetOptions(static_cast<int>(m_args.size()), pointers.data());
       m_proc->Run();
     } catch (const CExcept& except) {
       m_proc->LogManager().PrintInfo(except);
@@ -65,7 +69,7 @@ class ProcessorTest : public test::TempDirTest {
 
   FakeFactory m_factory;
   CProcessor* m_proc = nullptr;
-  std::unique_ptr<test::Args> m_args;
+  std::vector<std::string> m_args;
 };
 
 // Which archive survives which failure of a create or append.
@@ -87,10 +91,10 @@ TEST_F(ProcessorTest, CleanUpAfterAFailure) {
       {"inaccessible", [this] { m_proc->FileNotAvail("f"); }, 44, false, true},
   };
   for (const Case& test : cases) {
-    for (const char* command : {"-c n", "-a n", "-ci n", "-ai n", "-S", "-m", "-x"}) {
+    for (const char* command : {"-c|n", "-a|n", "-ci|n", "-ai|n", "-S", "-m", "-x"}) {
       SCOPED_TRACE(test.name + " " + command);
       test::WriteFile("A.VRA", "half");
-      const int exitCode = Run(std::string(command) + " -f A.VRA", [&] {
+      const int exitCode = Run(std::string(command) + "|-f|A.VRA", [&] {
         ASSERT_TRUE(m_proc->ArchiveFile().Open("A.VRA", O_WRONLY));
         test.work();
       });
@@ -116,7 +120,7 @@ TEST_F(ProcessorTest, DeletesTheFileItOpenedWhereverItIsFound) {
     SCOPED_TRACE(std::string(test.name) + " " + test.opened);
     const auto files = {"A.VRA", "sub/A.VRA", "sub/sub/A.VRA"};
     for (const char* file : files) test::WriteFile(m_dir / file, "x");
-    Run(std::string("-c n -f ") + test.name, [&] {
+    Run(std::string("-c|n|-f|") + test.name, [&] {
       ASSERT_TRUE(m_proc->ArchiveFile().Open(test.opened, O_WRONLY));
       fs::current_path("sub");
       throw CWriteExcept("A.VRA");

@@ -5,11 +5,10 @@
 #include <memory>
 #include <string>
 
-#include "cmdline/cmd_line.h"
+#include "cmdline/run_services.h"
 #include "fileio/output_file.h"
 #include "fileio/unique_fd.h"
 #include "fileio/utils.h"
-#include "main/run/command.h"
 #include "report/log_man.h"
 #include "report/run_status.h"
 #include "report/statistics.h"
@@ -18,7 +17,7 @@ namespace tolven {
 
 // Runs one command: prepares the options, picks the command, cleans up after it, keeps the exit code.
 // Process-wide and single-threaded.
-class CProcessor {
+class CProcessor : public IRunServices {
  public:
   // The singleton, made on first use together with the command line.
   static CProcessor* GetTheProcessor();
@@ -26,7 +25,7 @@ class CProcessor {
   static void Destroy();
 
   CProcessor();
-  ~CProcessor();
+  ~CProcessor() override;
   CProcessor(const CProcessor&) = delete;
   CProcessor& operator=(const CProcessor&) = delete;
 
@@ -41,32 +40,27 @@ class CProcessor {
   // Forgets everything that a run left behind, the options included: the embedded entry starts afresh.
   void Reset();
 
-  // Reports a file that cannot be read, and switches to scan-only mode unless -i is given.
-  void FileNotAvail(const std::string& name, const std::string& reason);
+  void FileNotAvail(const std::string& name, const std::string& reason) override;
   void FileNotAvail(const std::string& name) { FileNotAvail(name, std::string()); }
-  // True iff `name` equals an entry of the exclude list.
-  bool ExcludeThis(const std::string& name) const;
-  // The archive that a create, an append or a signing writes. It stays locked until the run has nothing more
-  // to do with it: until a failed one is removed, too.
-  COutputFile& ArchiveFile() { return m_archiveFile; }
+  bool ExcludeThis(const std::string& name) const override;
+  bool FindNewName(const std::string& oldName, std::string& newName) const override {
+    return m_pCmdLine->FindNewName(oldName, newName);
+  }
+  COutputFile& ArchiveFile() override { return m_archiveFile; }
   // Removes the archive named in the name buffer, looked for from here, then from the start directory: only
   // the file that this run opened, only a regular one.
   void deleteArchive(const std::string& startDir);
 
-  CLogMan& LogManager() { return *m_status.logManager; }
-  CCmdLine& CmdLine() { return *m_pCmdLine; }
-  const CmdOptions& Options() const { return m_pCmdLine->Options(); }
-  CStatistics& Statistics() { return m_statistics; }
-  // The -f text, cut to 4351 characters, or "DEFAULT.VRA": the one name that create, append and sign use.
-  const char* ArchiveName() const { return m_archiveName.data(); }
-  int Command() const { return m_command; }
-  int ExitCode() const { return m_status.exitCode; }
-  void SetExitCode(int code) { m_status.exitCode = code; }
-  // Set once an inaccessible file was met without -i: the rest of the input is only checked.
-  bool ScanOnly() const { return m_scanOnly; }
-  bool HasInaccessibleFiles() const { return m_inaccessibleFiles; }
-  // The directory the user started in; empty when it could not be determined.
-  const std::string& StartDirectory() const { return m_startDir; }
+  CLogMan& LogManager() override { return *m_status.logManager; }
+  CCmdLine& CmdLine() override { return *m_pCmdLine; }
+  const CmdOptions& Options() const override { return m_pCmdLine->Options(); }
+  CStatistics& Statistics() override { return m_statistics; }
+  const char* ArchiveName() const override { return m_archiveName.data(); }
+  int Command() const override { return m_command; }
+  int ExitCode() const override { return m_status.exitCode; }
+  void SetExitCode(int code) override { m_status.exitCode = code; }
+  bool ScanOnly() const override { return m_scanOnly; }
+  const std::string& StartDirectory() const override { return m_startDir; }
 
  private:
   void PrepareExecution();
