@@ -1,5 +1,5 @@
-# What distributions want of a package and nobody of an installation: compressed pages and change log, a copyright file,
-# without the time of packing.
+# What distributions want of a package and nobody of an installation: compressed pages and change log without the time of
+# packing, a copyright file, scripts that name the system's own interpreter.
 if(CPACK_GENERATOR STREQUAL "TGZ")
   return()
 endif()
@@ -14,13 +14,15 @@ foreach(stage IN LISTS stages)
   file(MAKE_DIRECTORY "${doc}")
   if(CPACK_GENERATOR STREQUAL "DEB")
     file(COPY "${CPACK_TOLVEN_SOURCE}/packaging/copyright" DESTINATION "${doc}")
-    file(COPY_FILE "${CPACK_TOLVEN_SOURCE}/CHANGELOG.md" "${doc}/changelog")
+    file(WRITE "${doc}/changelog" "tolven (${CPACK_PACKAGE_VERSION}) unstable; urgency=medium\n\n"
+      "  * Version ${CPACK_PACKAGE_VERSION}: see CHANGELOG.md.\n\n"
+      " -- ${CPACK_PACKAGE_CONTACT}  ${CPACK_TOLVEN_DATE}\n")
     list(APPEND pages "${doc}/changelog")
-    file(GLOB overrides "${CPACK_TOLVEN_SOURCE}/packaging/overrides/${component}")
-    if(overrides)
-      file(COPY ${overrides} DESTINATION "${stage}/usr/share/lintian/overrides")
-    endif()
   endif()
+  file(GLOB programs "${stage}/usr/bin/tolven-*")
+  foreach(program IN LISTS programs)
+    execute_process(COMMAND sed -i "1s|^#!/usr/bin/env python3$|#!/usr/bin/python3|" "${program}" COMMAND_ERROR_IS_FATAL ANY)
+  endforeach()
   foreach(page IN LISTS pages)
     execute_process(COMMAND gzip -9nf "${page}" COMMAND_ERROR_IS_FATAL ANY)
   endforeach()
