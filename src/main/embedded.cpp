@@ -8,7 +8,7 @@
 #include <type_traits>
 
 #include "fileio/working_directory.h"
-#include "main/command_factory.h"
+#include "main/factories.h"
 #include "main/processor.h"
 #include "main/run_guarded.h"
 #include "report/log_man.h"
