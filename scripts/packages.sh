@@ -30,4 +30,5 @@ need_packages() {
 BUILD_PACKAGES=(cmake ninja-build g++ libssl-dev openssl)
 TEST_PACKAGES=(libgtest-dev zlib1g-dev ncompress python3 pkg-config strace softhsm2 libengine-pkcs11-openssl)
 BENCH_PACKAGES=(libbenchmark-dev zlib1g-dev zip unzip tar gzip ncompress python3)
+# Peers that scripts/bench leaves out when they are missing: pigz tabix libdeflate-tools isal squashfs-tools zstd
 FUZZ_PACKAGES=(clang libclang-rt-14-dev llvm-14 zlib1g-dev ncompress python3)
