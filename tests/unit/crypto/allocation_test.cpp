@@ -58,6 +58,31 @@ TEST(LostAllocation, NeverABadSignature) {
                        [](int* rc) { return Sign(kContent, "signer.pse", nullptr, "SHA256", rc); });
 }
 
+TEST(LostAllocation, NeverACertificateWithoutAName) {
+  Pki().Run("openssl x509 -in signer.crt -outform DER -out lost.der");
+  const std::string der = Pki().Read("lost.der");
+  const DkvOctetstring bytes = View(der);
+  DkvCertificate* certificate = nullptr;
+  ASSERT_EQ(DkvLibCertfromASN1(Lib(), &bytes, &certificate), DKV_OK);
+  int failed = 0;
+  for (bool lost = true; lost;) {
+    allocationsLeft = failed + 1;
+    DkvParameter* entries = nullptr;
+    const int rc = DkvLibParseCertificate(Lib(), certificate, &entries);
+    lost = allocationsLeft <= 0;
+    allocationsLeft = -1;
+    EXPECT_EQ(Name(rc), lost ? "DKV_ERR_MEMORY" : "DKV_OK") << failed;
+    if (entries != nullptr) {
+      EXPECT_STREQ(entries->entries[0].value, "CN=signer") << failed;
+      EXPECT_STREQ(entries->entries[1].value, "CN=Test Intermediate") << failed;
+    }
+    DkvLibFreeParameter(Lib(), entries);
+    if (lost) ++failed;
+  }
+  EXPECT_GT(failed, 10);
+  DkvLibFreeCertificate(Lib(), certificate);
+}
+
 TEST(LostAllocation, NeverABadTimeStamp) {
   const std::string signature = Sign(kContent, "signer.pse");
   const std::string request = Request(signature);
