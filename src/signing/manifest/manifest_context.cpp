@@ -82,7 +82,7 @@ int AddError(ManifestContext& context, int code, int category, std::string_view 
       context.errorText.append("\n").append(text);
     }
   } catch (const std::bad_alloc&) {
-    // The numbers say enough.
+    context.textLost = true;  // of a failure the numbers say enough
   }
   return code;
 }

@@ -67,6 +67,7 @@ struct ManifestContext {
   std::string signingWarning;
 
   std::string errorText;
+  bool textLost = false;  // memory was short for a line of it
   int errorCode = SMF_OK;
   int dkvErrorCode = 0;
   int errorCategory = MANIFEST_CATEGORY_NONE;
