@@ -1,5 +1,5 @@
 // LZC through the engine's interface, in pieces of 64 KiB as a reader of old archives would call it, and what
-// one call costs apart from the coder. compress(1) has no library to put beside it; bench/side_by_side.py
+// one call costs apart from the coder. compress(1) has no library to put beside it; bench/lzc_file.cpp
 // times programs.
 
 #include <benchmark/benchmark.h>

@@ -1,6 +1,7 @@
 #include "certificate.h"
 
 #include <openssl/bn.h>
+#include <openssl/err.h>
 
 #include <array>
 #include <cstdio>
@@ -28,8 +29,14 @@ std::string NameText(const X509_NAME* name) {
   const BioPtr bio(BIO_new(BIO_s_mem()));
   if (!bio) throw std::bad_alloc();
   constexpr unsigned long kFlags = XN_FLAG_RFC2253 & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
-  // -1 for a name that cannot be shown; an empty text then stands for it.
-  if (X509_NAME_print_ex(bio.get(), name, 0, kFlags) < 0) return {};
+  ERR_clear_error();
+  if (X509_NAME_print_ex(bio.get(), name, 0, kFlags) < 0) {
+    // A name that cannot be shown is stood for by an empty text; one that memory was short for is a failure.
+    while (const unsigned long error = ERR_get_error()) {
+      if (ERR_GET_REASON(error) == ERR_R_MALLOC_FAILURE) throw std::bad_alloc();
+    }
+    return {};
+  }
   char* text = nullptr;
   const long length = BIO_get_mem_data(bio.get(), &text);
   return length > 0 ? std::string(text, static_cast<std::size_t>(length)) : std::string();

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "fuzz/support.h"
-#include "main/command_factory.h"
+#include "main/factories.h"
 #include "main/processor.h"
 #include "main/run_guarded.h"
 #include "report/log_man.h"

@@ -29,6 +29,8 @@ need_packages() {
 
 BUILD_PACKAGES=(cmake ninja-build g++ libssl-dev openssl)
 TEST_PACKAGES=(libgtest-dev zlib1g-dev ncompress python3 pkg-config strace softhsm2 libengine-pkcs11-openssl mandoc file zsh fish)
+PACKAGE_PACKAGES=(dpkg-dev rpm file gzip lintian rpmlint)
 CHECK_PACKAGES=(clang-format pycodestyle shellcheck)
 BENCH_PACKAGES=(libbenchmark-dev zlib1g-dev zip unzip tar gzip ncompress python3)
+# Peers that scripts/bench leaves out when they are missing: pigz tabix libdeflate-tools isal squashfs-tools zstd
 FUZZ_PACKAGES=(clang libclang-rt-14-dev llvm-14 zlib1g-dev ncompress python3)

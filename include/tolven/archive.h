@@ -1,7 +1,7 @@
 /* TOLVEN archives through handles: walk, read at any offset, extract and check an archive, in C11 and C++17.
  *
  * Threads: a handle serves one thread at a time, whichever it is; handles do not know of each other. Two calls
- * may be made beside any other of the same handle: tolven_cancel and tolven_entry_pread. A handle works in the
+ * may be made beside any other of the same handle: tolven_cancel, tolven_entry_pread and tolven_entry_check. A handle works in the
  * thread that calls; the environment variable TOLVEN_THREADS, or `threads` of its options, lets it have more.
  *
  * Nothing is printed, no exception leaves a call, no signal handler is installed, and neither the working
@@ -162,8 +162,58 @@ TOLVEN_API int32_t tolven_index_find(tolven_archive* archive, const char* name, 
  * of is then not known. No checksum is behind a part of the data: see tolven_entry_check. */
 TOLVEN_API int64_t tolven_entry_pread(const tolven_entry* entry, void* buffer, size_t size, uint64_t offset);
 /* Reads all data of an entry of the index: its checksum, and its digest once tolven_verify accepted the
- * archive. */
+ * archive. Any number of threads. */
 TOLVEN_API int32_t tolven_entry_check(const tolven_entry* entry);
+
+/* --- Signatures. */
+
+/* Whom to trust. All members may be null or 0: then it is the installed certificates (QELverify and
+ * QELvalidation in SECUDIR). */
+typedef struct tolven_trust {
+  size_t struct_size;
+  const char* file;     /* what the program takes behind -key: a path with a "/", or a name in SECUDIR */
+  const void* memory;   /* or what would be in that file: PEM or PKCS#12 */
+  size_t memory_size;
+  const char* password; /* of either */
+  const void* crl;      /* revocation lists, PEM or DER; without them revocation is not looked at */
+  size_t crl_size;
+  const char* library;  /* the cryptographic library; null: libqelcrypto.so. The first one of the process counts */
+} tolven_trust;
+
+typedef struct tolven_text {
+  const char* bytes; /* with a zero byte behind them */
+  size_t size;
+} tolven_text;
+
+/* What a signature was found to be. The texts belong to the handle until it verifies again, opens or is freed;
+ * "" where nothing is known. */
+typedef struct tolven_verdict {
+  size_t struct_size;
+  int32_t code;              /* what tolven_verify returned */
+  int32_t manifest_code;     /* 0; 24: by a key of `trust`; 25: by the validation key; else what is wrong */
+  int32_t crypto_code;       /* of the cryptographic library */
+  const char* reason;        /* warnings, or what is wrong; may be several lines */
+  const char* key;           /* "QEL software", "QEL validation", "External" */
+  const char* subject;       /* of the signer */
+  const char* issuer;
+  const char* signing_time;  /* as the signer says: "2026-11-21 12:34:56 UTC" */
+  const char* time_stamp;    /* the name of the authority that stamped it; "" without a time stamp */
+  const char* digest;        /* "SHA256" */
+  const tolven_text* covered; /* the files that the signature lists, in its order; a name may be there twice */
+  uint64_t covered_count;
+} tolven_verdict;
+
+/* Checks the signature of the open archive, whose last entry it must be: 59 without one, 54 to 61 for one that
+ * is not good. Once it is, tolven_read, tolven_extract, tolven_extract_all and tolven_entry_check accept files
+ * only that are what was signed; modes lose what a signature does not vouch for, as with the program. With
+ * TOLVEN_VERIFY_DATA all files are read and compared here, and all that are listed must be there. `trust` and
+ * `verdict` may be null. The walk begins again.
+ *
+ * Loading the library may set SECUDIR in the environment, and handles of several threads wait for each other
+ * while a signature is checked. */
+#define TOLVEN_VERIFY_DATA 1U
+TOLVEN_API int32_t tolven_verify(tolven_archive* archive, const tolven_trust* trust, uint32_t flags,
+                                 tolven_verdict* verdict);
 
 /* --- Writing. Whatever happens, a path holds what it held before, or the whole archive. */
 

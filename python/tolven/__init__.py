@@ -14,12 +14,12 @@ import ctypes
 import errno
 import io
 import os
-from typing import BinaryIO, Callable, Iterator, Optional, Union
+from typing import BinaryIO, Callable, Iterator, NamedTuple, Optional, Union
 
 from . import _library as _c
 from ._library import DIRECTORY, FILE, LINK, SIGNATURE, library as _lib
 
-__all__ = ["Archive", "DIRECTORY", "Entry", "Error", "FILE", "LINK", "SIGNATURE", "Writer", "create", "open",
+__all__ = ["Archive", "DIRECTORY", "Entry", "Error", "FILE", "LINK", "SIGNATURE", "Verdict", "Writer", "create", "open",
            "version"]
 
 Progress = Callable[[int, int], object]
@@ -203,6 +203,22 @@ class Entry:
         self._archive._extract(self)
 
 
+class Verdict(NamedTuple):
+    """What a signature was found to be; texts are "" where nothing is known. `covered`: raw names of the files."""
+
+    code: int
+    manifest_code: int
+    crypto_code: int
+    reason: str
+    key: str
+    subject: str
+    issuer: str
+    signing_time: str
+    time_stamp: str
+    digest: str
+    covered: list[bytes]
+
+
 class Index:
     """The entries by number, and by name (str or bytes: the last one of that name)."""
 
@@ -258,6 +274,26 @@ class Archive(_Handle):
         self._current = None
         self._check(_lib.index(self._open_handle()))
         return Index(self)
+
+    def verify(self, trust: Union[str, "os.PathLike[str]", bytes, None] = None, *, data: bool = True,
+               password: Optional[str] = None, crl: Optional[bytes] = None, library: Optional[str] = None) -> Verdict:
+        """Checks the signature, by the certificates in the file `trust` (bytes: the content of such a file; None:
+        the installed ones), and with `data` every file by its digest. Error unless all of it is good; from then on
+        only what was signed is read or extracted."""
+        self._current = None
+        given, verdict = _c.new(_c.Trust), _c.new(_c.Verdict)
+        if isinstance(trust, bytes):
+            given.memory, given.memory_size = trust, len(trust)
+        elif trust is not None:
+            given.file = os.fsencode(trust)
+        given.password = None if password is None else os.fsencode(password)
+        given.library = None if library is None else os.fsencode(library)
+        if crl is not None:
+            given.crl, given.crl_size = crl, len(crl)
+        self._check(_lib.verify(self._open_handle(), given, _c.VERIFY_DATA if data else 0, verdict))
+        texts = [os.fsdecode(getattr(verdict, name)) for name in Verdict._fields[3:-1]]
+        covered = [ctypes.string_at(text.bytes, text.size) for text in verdict.covered[:verdict.covered_count]]
+        return Verdict(verdict.code, verdict.manifest_code, verdict.crypto_code, *texts, covered)
 
     def extract_to(self, directory: Union[str, "os.PathLike[str]", int], keep_directories: bool = False) -> None:
         """Entries that are extracted go below `directory` from now on; extract_finish completes them."""

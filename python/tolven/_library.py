@@ -7,6 +7,7 @@ from ctypes import (CFUNCTYPE, POINTER, Structure, c_char_p, c_int, c_int32, c_i
 OK, END, E_ARGUMENT, E_STATE, E_CANCELLED, E_LENGTH, E_NOT_FOUND = 0, -1, -2, -3, -4, -5, -6
 FILE, DIRECTORY, LINK, SIGNATURE = 1, 2, 3, 4
 KEEP_DIRECTORIES = 1
+VERIFY_DATA = 1
 
 PROGRESS = CFUNCTYPE(c_int, c_void_p, c_uint64, c_uint64)
 MESSAGE = CFUNCTYPE(None, c_void_p, c_char_p)
@@ -28,6 +29,22 @@ class Entry(Structure):
     _fields_ = [("struct_size", c_size_t), ("archive", c_void_p), ("name", c_void_p), ("name_size", c_size_t),
                 ("target", c_void_p), ("target_size", c_size_t), ("type", c_int32), ("mode", c_uint32),
                 ("size", c_uint64), ("mtime", c_int64), ("number", c_uint64)]
+
+
+class Trust(Structure):
+    _fields_ = [("struct_size", c_size_t), ("file", c_char_p), ("memory", c_char_p), ("memory_size", c_size_t),
+                ("password", c_char_p), ("crl", c_char_p), ("crl_size", c_size_t), ("library", c_char_p)]
+
+
+class Text(Structure):
+    _fields_ = [("bytes", c_void_p), ("size", c_size_t)]
+
+
+class Verdict(Structure):
+    _fields_ = [("struct_size", c_size_t), ("code", c_int32), ("manifest_code", c_int32), ("crypto_code", c_int32),
+                ("reason", c_char_p), ("key", c_char_p), ("subject", c_char_p), ("issuer", c_char_p),
+                ("signing_time", c_char_p), ("time_stamp", c_char_p), ("digest", c_char_p), ("covered", POINTER(Text)),
+                ("covered_count", c_uint64)]
 
 
 def new(structure):
@@ -58,6 +75,7 @@ FUNCTIONS = {
     "index_find": (c_int32, c_void_p, c_char_p, c_size_t, POINTER(Entry)),
     "entry_pread": (c_int64, POINTER(Entry), c_void_p, c_size_t, c_uint64),
     "entry_check": (c_int32, POINTER(Entry)),
+    "verify": (c_int32, c_void_p, POINTER(Trust), c_uint32, POINTER(Verdict)),
     "writer_new": (c_void_p, POINTER(Options)),
     "writer_free": (None, c_void_p),
     "writer_error_code": (c_int32, c_void_p),

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "archive/bytes.h"
 #include "archive/dir_entry.h"
 #include "cmdline/cmd_line.h"
 #include "cslib/cslib.h"
@@ -212,7 +211,7 @@ bool CArchive::PassBlocks(bool& any, bool& ended) {
     const BlockType type = DecodeBlockType(static_cast<char>(bytes[0]), static_cast<char>(bytes[1]));
     if (type == BlockType::kNone) return m_stream.MoveFlPtr(-2);
     if (!TryRead(bytes.data() + 2, bytes.size() - 2)) return false;
-    const std::uint32_t length = LoadLittle<std::uint32_t>(bytes.data() + BlockField::length);
+    const std::uint32_t length = LoadLittle32(bytes.data() + BlockField::length);
     any = true;
     ended = IsLastBlock(type);
     if (length > kMaxPayload || !Pass(length + (ended ? std::int64_t{kCrcSize} : 0))) return false;
@@ -270,7 +269,7 @@ bool CArchive::ReadType(unsigned char* type) {
 void CArchive::SkipPayload(BlockType type) {
   std::array<unsigned char, 4> bytes{};
   ReadExactly(bytes.data(), bytes.size());
-  const std::int64_t skip = std::int64_t{LoadLittle<std::uint32_t>(bytes.data())} +
+  const std::int64_t skip = std::int64_t{LoadLittle32(bytes.data())} +
                             (IsLastBlock(type) ? static_cast<std::int64_t>(kCrcSize) : 0);
   if (skip > m_fileSize - Position() || !m_stream.MoveFlPtr(skip)) {
     throw CExcept("TOLVEN: error in second MoveFlPtr()", kNoSystemError);
@@ -335,7 +334,7 @@ int CArchive::GetEntryData(unsigned char* buffer, unsigned long bufferSize, unsi
                            std::uint32_t& checksum, bool& compressed) {
   std::array<unsigned char, kBlockHeaderSize> bytes{};
   ReadExactly(bytes.data(), bytes.size());
-  const std::uint32_t length = LoadLittle<std::uint32_t>(bytes.data() + BlockField::length);
+  const std::uint32_t length = LoadLittle32(bytes.data() + BlockField::length);
   if (length > bufferSize) {
     throw CExcept("TOLVEN: error in GetEntryData(); entry data length exceeds buffer limit", kNoSystemError);
   }
@@ -354,8 +353,7 @@ int CArchive::PassEntryData(std::uint32_t payloadSize, std::uint32_t& checksum) 
   ReadExactly(bytes.data(), bytes.size());
   const BlockType type = DecodeBlockType(static_cast<char>(bytes[0]), static_cast<char>(bytes[1]));
   // The file is not what it was a moment ago.
-  if (!IsCompressedBlock(type) ||
-      LoadLittle<std::uint32_t>(bytes.data() + BlockField::length) != payloadSize) {
+  if (!IsCompressedBlock(type) || LoadLittle32(bytes.data() + BlockField::length) != payloadSize) {
     throw CReadExcept(m_name);
   }
   if (!m_stream.MoveFlPtr(payloadSize)) throw CReadExcept(m_name);
@@ -366,7 +364,7 @@ int CArchive::ReadBlockEnd(BlockType type, std::uint32_t& checksum) {
   if (!IsLastBlock(type)) return 1;
   std::array<unsigned char, kCrcSize> crc{};
   ReadExactly(crc.data(), crc.size());
-  checksum = LoadLittle<std::uint32_t>(crc.data());
+  checksum = LoadLittle32(crc.data());
   return 0;
 }
 
@@ -375,7 +373,7 @@ bool CArchive::PassBlock(BlockPlace& place) {
   std::array<unsigned char, kBlockHeaderSize> bytes{};
   ReadExactly(bytes.data(), bytes.size());
   place.type = DecodeBlockType(static_cast<char>(bytes[0]), static_cast<char>(bytes[1]));
-  place.length = LoadLittle<std::uint32_t>(bytes.data() + BlockField::length);
+  place.length = LoadLittle32(bytes.data() + BlockField::length);
   place.payload = Position();
   place.dataLength = IsCompressedBlock(place.type) ? 0 : place.length;
   const std::int64_t skip =

@@ -3,14 +3,15 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "archive/archive_output.h"
 #include "archive/blocks_ahead.h"
 #include "archive/entry_blocks.h"
-#include "archive/entry_factory.h"
 #include "archive/format.h"
 #include "archive/signature.h"
 #include "fileio/file_stream.h"
@@ -22,6 +23,20 @@ class CDirEntry;
 class CExtractTarget;
 class COutputFile;
 struct CmdOptions;
+
+enum class EntryClass : std::size_t { kFile, kDirectory, kLink, kSignedManifest, kCount };
+
+// Makes the entry objects of an archive that is read. The archive knows only this; the concrete classes, the
+// signed manifest among them, plug in from above.
+class IEntryFactory {
+ public:
+  virtual ~IEntryFactory() = default;
+  // True iff header and stored name mark the signed manifest.
+  virtual bool IsTypeManifest(const EntryHeader& header, std::string_view storedName,
+                              std::span<const std::uint8_t> accessInfo) const = 0;
+  // An entry of that class, to be filled with CDirEntry::SetReadState.
+  virtual std::unique_ptr<CDirEntry> NewEntry(EntryClass entryClass) const = 0;
+};
 
 // What a caller gives each archive that it opens, and must outlive it. There is no other way in: an archive
 // reads nothing that is process-wide, so that several may be open at a time.

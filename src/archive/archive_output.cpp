@@ -4,8 +4,8 @@
 #include <array>
 #include <utility>
 
-#include "archive/bytes.h"
 #include "archive/format.h"
+#include "cslib/bytes.h"
 #include "cslib/crc32.h"
 #include "report/except.h"
 #include "report/run_status.h"
@@ -126,7 +126,7 @@ void CArchiveOutput::RetireBlock(const Item& item) {
   m_pipeline.Pop();
   if (!item.last) return;
   std::array<std::uint8_t, kCrcSize> crc{};
-  StoreLittle(crc.data(), std::exchange(m_crc, 0));
+  StoreLittle32(crc.data(), std::exchange(m_crc, 0));
   ToStream(crc);
 }
 

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "archive/bytes.h"
 #include "archive/format.h"
+#include "cslib/bytes.h"
 
 namespace tolven {
 
@@ -57,7 +57,7 @@ bool CBlocksAhead::Step() {
   if (header.size() < kBlockHeaderSize) return false;
   const BlockType type = DecodeBlockType(static_cast<char>(header[0]), static_cast<char>(header[1]));
   if (type == BlockType::kNone) return m_crosses && PassHeader();
-  const std::uint32_t length = LoadLittle<std::uint32_t>(header.data() + BlockField::length);
+  const std::uint32_t length = LoadLittle32(header.data() + BlockField::length);
   if (length > kMaxPayload) return false;
   if (IsCompressedBlock(type) && length > 0) {
     const std::span<const std::uint8_t> payload = Peek(m_position + std::int64_t{kBlockHeaderSize}, length);

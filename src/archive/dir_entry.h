@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "archive/compress_strategy.h"
 #include "archive/format.h"
 #include "fileio/file_stream.h"
 #include "fileio/unique_fd.h"
@@ -17,6 +16,7 @@ namespace tolven {
 class CArchive;
 class CLogMan;
 class CPendingFile;
+class ICompressStrategy;
 class IEntryWitness;
 class IPackServices;
 

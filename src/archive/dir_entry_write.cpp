@@ -7,14 +7,15 @@
 
 #include "archive/archive.h"
 #include "archive/dir_entry.h"
+#include "archive/entry_data.h"
 #include "cmdline/run_services.h"
 #include "fileio/utils.h"
 #include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
-#include "report/statistics.h"
 #include "report/system_error.h"
+#include "report/user_info.h"
 
 namespace tolven {
 

@@ -9,6 +9,7 @@
 #include <span>
 #include <string_view>
 
+#include "cslib/bytes.h"
 #include "fileio/utils.h"
 
 namespace tolven {
@@ -106,5 +107,13 @@ inline constexpr std::uint32_t kBlockInput = 0x10000;
 inline constexpr std::uint32_t kStreamInput200 = 0x40000000;
 // Largest payload that a reader takes.
 inline constexpr std::uint32_t kMaxPayload = 0x20000;
+
+// The byte order of these fields, whatever the host's.
+inline void UllongToBytes(std::uint64_t value, std::span<std::uint8_t, 8> bytes) {
+  StoreLittle64(bytes.data(), value);
+}
+inline void BytesToUllong(std::span<const std::uint8_t, 8> bytes, std::uint64_t& value) {
+  value = LoadLittle64(bytes.data());
+}
 
 }  // namespace tolven

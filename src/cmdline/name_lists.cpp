@@ -1,4 +1,5 @@
-// The names to process: the list files -A, -X and -T, and what is done to every name.
+// The archives of the -f text, and the names to process: the list files -A, -X and -T, and what is done to
+// every name.
 #include <algorithm>
 #include <cctype>
 #include <iterator>
@@ -6,6 +7,7 @@
 
 #include "cmdline/cmd_line.h"
 #include "fileio/file_stream.h"
+#include "fileio/utils.h"
 #include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/show_text.h"
@@ -13,10 +15,16 @@
 namespace tolven {
 namespace {
 
+constexpr const char* kDefaultArchive = "DEFAULT.VRA";
+
 using Names = std::vector<std::string>;
 
 bool IsSpace(char c) {
   return std::isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+bool IsComma(char c) {
+  return c == ',';
 }
 
 std::string_view StripLeft(std::string_view text) {
@@ -101,6 +109,41 @@ Names ReadNameList(const char* file) {
 }
 
 }  // namespace
+
+const std::vector<std::string>& CCmdLine::GetArchsToProcess() {
+  if (!m_archivesParsed) {
+    m_archivesParsed = true;
+    ParseNameStr();
+  }
+  return m_archives;
+}
+
+// Separated by commas when there is one, blanks belonging to the names then; otherwise by white space.
+void CCmdLine::ParseNameStr() {
+  if (m_options.archiveText == nullptr) {
+    m_archives.emplace_back(kDefaultArchive);
+    return;
+  }
+  const std::string_view text = m_options.archiveText;
+  const auto isSeparator = text.find(',') == std::string_view::npos ? IsSpace : IsComma;
+  auto begin = std::find_if_not(text.begin(), text.end(), IsSpace);
+  while (begin != text.end()) {
+    const auto end = std::find_if(begin, text.end(), isSeparator);
+    if (begin != end) AddArchive(std::string(begin, end));
+    begin = std::find_if_not(end, text.end(), isSeparator);
+    begin = std::find_if_not(begin, text.end(), IsSpace);
+  }
+}
+
+void CCmdLine::AddArchive(const std::string& name) {
+  const std::string lastComponent = name.substr(name.rfind('/') + 1);
+  const bool isPattern = lastComponent.find_first_of("*?") != std::string::npos;
+  if (isPattern || m_options.ignoreCase) {
+    AddNamesToContainer(m_archives, name, m_options.ignoreCase);
+  } else {
+    m_archives.push_back(name);
+  }
+}
 
 void CCmdLine::MergeFileLists() {
   if (m_options.includeFile == nullptr && m_options.excludeFile == nullptr) return;

@@ -22,7 +22,7 @@ inline std::uint32_t MatchLength(const std::uint8_t* left, const std::uint8_t* r
 
 void LzhMatcher::Start(const LevelParameters& parameters) {
   parameters_ = parameters;
-  strstart_ = lookahead_ = 0;
+  strstart_ = lookahead_ = inserted_ = 0;
   blockStart_ = 0;
   matchStart_ = 0;
   matchLength_ = kNoMatch;
@@ -85,6 +85,7 @@ void LzhMatcher::Slide() {
   slid_ = true;
   matchStart_ -= kWindowSize;  // wraps when there is no match; it is not looked at then
   strstart_ -= kWindowSize;
+  inserted_ -= kWindowSize;
   blockStart_ -= kWindowSize;
   const auto lower = [](std::uint16_t position) {
     return static_cast<std::uint16_t>(position >= kWindowSize ? position - kWindowSize : 0);
@@ -102,7 +103,7 @@ void LzhMatcher::ClearBehindInput() {
 }
 
 // Finds a match longer than `best`, or returns `best`; of equally long ones the nearest. Candidates share the
-// hash value of three bytes. Not inlined: in the caller's loop the walk would run out of registers.
+// hash value of three bytes.
 //
 // The description of the format compares a candidate's byte at best.length, the one before it and the first
 // one, and then the bytes in between. Any order of comparing gives the same match. Here the four bytes that
@@ -112,9 +113,8 @@ void LzhMatcher::ClearBehindInput() {
 //
 // Candidates are positions of this window, none of them 0 and none before `limit`, and `position` has
 // kMinLookahead bytes or the padding behind it: all loads stay inside window_.
-[[gnu::noinline]] LzhMatcher::Candidate LzhMatcher::LongestMatch(std::uint32_t position,
-                                                                 std::uint32_t candidate,
-                                                                 Candidate best) const {
+inline LzhMatcher::Candidate LzhMatcher::LongestMatch(std::uint32_t position, std::uint32_t candidate,
+                                                      Candidate best) const {
   const std::uint8_t* const window = window_.data();
   const std::uint8_t* const scan = window + position;
   const std::uint32_t limit = position > kMaxDist ? position - kMaxDist : 0;
@@ -148,8 +148,28 @@ void LzhMatcher::ClearBehindInput() {
       }
     }
     candidate = prev_[candidate & kPositionMask];
-  } while (candidate > limit && --chain != 0);
+    --chain;
+    // One branch for both ends: which of them it is cannot be foreseen, that it is one of them can at times.
+  } while ((static_cast<unsigned>(candidate > limit) & static_cast<unsigned>(chain != 0)) != 0);
   return best;
+}
+
+// Positions enter the chains in runs, ahead of the search. A chain depends on nothing but the bytes: every
+// position enters, whatever is matched. Between two searches an insertion would wait for the one and hold up
+// the other; in a loop of their own many are under way at once. Where the chain of a position begins is then
+// found in prev_, and the search need not touch head_.
+//
+// Reads two bytes behind `end`, where there are bytes of the stream or the padding.
+void LzhMatcher::InsertUntil(std::uint32_t end) {
+  const std::uint8_t* const window = window_.data();
+  std::uint32_t position = inserted_;
+  std::uint32_t ins_h = (std::uint32_t{window[position]} << kHashShift) ^ window[position + 1];
+  for (; position < end; ++position) {
+    ins_h = ((ins_h << kHashShift) ^ window[position + 2]) & kHashMask;
+    prev_[position & kPositionMask] = head_[ins_h];
+    head_[ins_h] = static_cast<std::uint16_t>(position);
+  }
+  inserted_ = end;
 }
 
 // Processes positions from strstart_ on, the last one below `stop`. False iff a flush left output pending.
@@ -170,27 +190,9 @@ bool LzhMatcher::MatchUntil(std::uint32_t stop, LzhTrees& trees, LzhOutput& outp
   std::uint32_t matchStart = matchStart_;
   bool matchAvailable = matchAvailable_;
   bool goesOn = true;
-  // The value covers three bytes only (the oldest falls out of the mask), so it can be picked up anywhere: a
-  // call that goes on where another one stopped needs nothing but the window.
-  std::uint32_t ins_h = (std::uint32_t{window[position]} << kHashShift) ^ window[position + 1];
-  const auto nextHash = [&](std::uint32_t at) {
-    return ((ins_h << kHashShift) ^ window[at + 2]) & kHashMask;
-  };
-  const auto insert = [&](std::uint32_t at) {
-    ins_h = nextHash(at);
-    const std::uint32_t previous = head_[ins_h];
-    prev_[at & kPositionMask] = static_cast<std::uint16_t>(previous);
-    head_[ins_h] = static_cast<std::uint16_t>(at);
-    return previous;
-  };
-
   while (position < stop && goesOn) {
-    const std::uint32_t candidate = insert(position);
-    // The next search starts here; its first loads would miss the nearest cache about half of the time. That
-    // a match may make it unnecessary costs less than waiting for it.
-    const std::uint32_t nextCandidate = head_[nextHash(position + 1)];
-    __builtin_prefetch(window + nextCandidate);
-    __builtin_prefetch(&prev_[nextCandidate & kPositionMask]);
+    if (position >= inserted_) InsertUntil(std::min(position + kInsertAhead, end));
+    const std::uint32_t candidate = prev_[position & kPositionMask];
     const std::uint32_t prevLength = matchLength;
     const std::uint32_t prevMatch = matchStart;
     matchLength = kNoMatch;
@@ -208,8 +210,7 @@ bool LzhMatcher::MatchUntil(std::uint32_t stop, LzhTrees& trees, LzhOutput& outp
       const std::uint32_t next = position - 1 + prevLength;
       if (check) [[unlikely]]
         goesOn = FlushIfDue(position, next, trees, output);
-      // The positions inside the match are found by later ones, though none of them is searched for itself.
-      while (++position != next) insert(position);
+      position = next;
       matchAvailable = false;
       matchLength = kNoMatch;
     } else {

@@ -5,8 +5,8 @@
 // Which matches are found, and which of them are taken, is fixed: streams of this engine are compared and
 // signed as bytes. So nothing here may find a better match than the description of the format does. What is
 // free is how fast it is found, and most of what looks odd below is about that: bytes are compared eight at a
-// time, the candidates that cannot win are dropped by one comparison, and the next chain is fetched before it
-// is needed.
+// time, the candidates that cannot win are dropped by one comparison, and positions enter the chains many
+// at a time.
 //
 // A position goes through three states: taken into the window (Fill), matched (MatchUntil), and at most 16
 // KiB back in the window, where later positions find it. The window is twice as long, so that it is moved
@@ -70,6 +70,10 @@ class LzhMatcher {
   // and what a match may meet behind the end of the input is fixed, too.
   static constexpr std::uint32_t kPadding = 264;
   static_assert(kPadding >= kMinLookahead && kPadding % 8 == 0);
+  // Positions enter the chains this far ahead of the one that is matched. Their entries of prev_ displace
+  // those of positions a window further back, which no search may meet any more.
+  static constexpr std::uint32_t kInsertAhead = 256;
+  static_assert(kInsertAhead + kMaxDist < kWindowSize);
   static constexpr std::uint32_t kPositionMask = kWindowSize - 1;
   // Three bytes, each shifted by 5 more: 15 bits and more, of which 14 count, so the oldest byte's upper bits
   // are dropped. Candidates of one chain nearly always share all three bytes, and are compared in any case.
@@ -86,6 +90,7 @@ class LzhMatcher {
   void FillWindow(LzhInput& input);
   void Slide();
   void ClearBehindInput();
+  void InsertUntil(std::uint32_t end);
   bool MatchUntil(std::uint32_t stop, LzhTrees& trees, LzhOutput& output);
   Candidate LongestMatch(std::uint32_t position, std::uint32_t candidate, Candidate best) const;
   bool FlushIfDue(std::uint32_t position, std::uint32_t nextPosition, LzhTrees& trees, LzhOutput& output);
@@ -93,6 +98,7 @@ class LzhMatcher {
   LevelParameters parameters_{};
   std::uint32_t strstart_ = 0;
   std::uint32_t lookahead_ = 0;
+  std::uint32_t inserted_ = 0;   // the first position that is in no chain
   std::int64_t blockStart_ = 0;  // negative when it has slid out of the window
   std::uint32_t matchStart_ = 0;
   std::uint32_t matchLength_ = kNoMatch;

@@ -21,8 +21,11 @@ constexpr std::uint64_t FrequencyOf(std::uint64_t entry) {
 }
 // On equal frequency and depth the left one counts as the smaller. The node itself never decides: which of
 // two equal ones comes first follows from where the heap has them.
+//
+// Filling up the lower bits of one side compares the upper ones, with one instruction less than shifting
+// both.
 constexpr bool Smaller(std::uint64_t left, std::uint64_t right) {
-  return left >> 16 <= right >> 16;
+  return left <= (right | 0xFFFF);
 }
 
 }  // namespace
@@ -69,8 +72,11 @@ int LzhTreeBuilder::CollectSymbols(const TreeDescriptor& descriptor, std::uint16
 // part of the fixed choices: the right child before the left one, and neither of them before the sinking one.
 void LzhTreeBuilder::SiftDown(std::size_t hole) {
   const std::uint64_t sinking = heap_[hole];
+  // Behind the last entry, larger than any: a last child without a sibling needs no question, and which child
+  // is the smaller one, a toss-up, is not a branch.
+  heap_[heapLength_ + 1] = ~std::uint64_t{0};
   for (std::size_t child = 2 * hole; child <= heapLength_; child = 2 * hole) {
-    if (child < heapLength_ && Smaller(heap_[child + 1], heap_[child])) ++child;
+    child += static_cast<std::size_t>(Smaller(heap_[child + 1], heap_[child]));
     if (Smaller(sinking, heap_[child])) break;
     heap_[hole] = heap_[child];
     hole = child;

@@ -91,11 +91,11 @@ bool FindNextPastFailures(const FindHandle& handle, strFileData* data) {
   return false;
 }
 
-bool IsDotName(const char* name) {
-  return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
-}
-
 }  // namespace
+
+bool IsDotName(std::string_view name) {
+  return name == "." || name == "..";
+}
 
 FindHandle CUtils::FileFindOpen(const std::string& pattern, strFileData* data, bool followLink) {
   auto [directory, namePattern] = SplitPattern(pattern);

@@ -10,6 +10,8 @@
 #include <climits>
 #include <cstdio>
 
+#include "fileio/utils.h"
+
 namespace tolven {
 namespace {
 
@@ -73,7 +75,7 @@ CExtractRoot::Split CExtractRoot::SplitPath(const std::string& path) {
 
 bool CExtractRoot::SplitFilePath(const std::string& path, Split& split) const {
   split = SplitPath(path);
-  if (!split.name.empty() && split.name != "." && split.name != "..") return true;
+  if (!split.name.empty() && !IsDotName(split.name)) return true;
   errno = EISDIR;
   return false;
 }

@@ -36,11 +36,12 @@ int LocalFile::Read(std::span<std::uint8_t> buffer, std::size_t& done) const {
   return 0;
 }
 
-int LocalFile::ReadAll(std::string& content) const {
+int LocalFile::ReadAll(std::string& content, std::size_t limit) const {
   try {
     std::vector<std::uint8_t> buffer(65536);
     for (std::size_t done = buffer.size(); done == buffer.size();) {
       if (const int error = Read(buffer, done); error != 0) return error;
+      if (content.size() > limit || done > limit - content.size()) return EFBIG;
       content.append(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(done));
     }
   } catch (const std::bad_alloc&) {

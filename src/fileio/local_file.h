@@ -16,6 +16,7 @@ class LocalFile {
   // Whether the name itself may be a link; directories on the way always may. A link in the place of a
   // listed file is not the file that was signed, but a user may keep a manifest behind one.
   enum class Links { kRefuse, kFollow };
+  static constexpr std::size_t kUnlimited = static_cast<std::size_t>(-1);
 
   LocalFile(const std::string& name, Links links);
 
@@ -25,8 +26,9 @@ class LocalFile {
 
   // Reads up to buffer.size() bytes; fewer only at the end of the file. 0 or errno.
   [[nodiscard]] int Read(std::span<std::uint8_t> buffer, std::size_t& done) const;
-  // Appends the rest of the file. 0 or errno, ENOMEM when it does not fit.
-  [[nodiscard]] int ReadAll(std::string& content) const;
+  // Appends the rest of the file. 0 or errno, ENOMEM when it does not fit, EFBIG when `content` would grow
+  // beyond `limit` bytes.
+  [[nodiscard]] int ReadAll(std::string& content, std::size_t limit = kUnlimited) const;
 
  private:
   UniqueFd m_fd;

@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "report/run_files.h"
+#include "report/run_status.h"
 
 namespace tolven {
 namespace {

@@ -5,11 +5,11 @@
 #include <unistd.h>
 #include <utime.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <utility>
 
-#include "fileio/disk_probe.h"
 #include "report/except.h"
 #include "report/show_text.h"
 #include "report/system_error.h"
@@ -187,6 +187,15 @@ double CDiskProbe::GetDiskFreeSpace(const std::string& path) const {
 
 bool CDiskProbe::CmpFS(const std::string& pathA, const std::string& pathB) const {
   return CUtils::CmpFS(pathA, pathB);
+}
+
+void CPathFormatter::ReplaceDelimiter(std::string& path) {
+  std::replace(path.begin(), path.end(), '/', '\\');
+}
+
+std::string CPathFormatter::ToAbsWinFormatLongName(std::string path) {
+  ReplaceDelimiter(path);
+  return path;
 }
 
 }  // namespace tolven

@@ -7,7 +7,10 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "report/space_info.h"
 
 namespace tolven {
 
@@ -108,8 +111,27 @@ class CUtils {
   static bool SetMode(const std::string& path);
 };
 
+// "." or "..": every directory has them, and nobody means them.
+bool IsDotName(std::string_view name);
+
 // Appends every directory entry that matches `pattern` to `container`, with the pattern's directory in front.
 // With `ignoreCase` the names are compared upper-cased. 0, or the system error number.
 int AddNamesToContainer(std::vector<std::string>& container, const std::string& pattern, bool ignoreCase);
+
+// The real disk behind the space report.
+class CDiskProbe : public IDiskProbe {
+ public:
+  bool Exists(const std::string& path) const override;
+  bool GetSizeOfFile(const std::string& path, double& size) const override;
+  double GetDiskFreeSpace(const std::string& path) const override;
+  bool CmpFS(const std::string& pathA, const std::string& pathB) const override;
+};
+
+// "/" to "\" for the other platform; nothing here calls it.
+class CPathFormatter {
+ public:
+  static void ReplaceDelimiter(std::string& path);
+  static std::string ToAbsWinFormatLongName(std::string path);
+};
 
 }  // namespace tolven

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -178,7 +179,22 @@ int64_t tolven_entry_pread(const tolven_entry* entry, void* buffer, size_t size,
 }
 
 int32_t tolven_entry_check(const tolven_entry* entry) {
-  return Call(OwnerOf(entry), [&](CReader& reader) { reader.CheckIndexed(entry->number); });
+  tolven_archive* archive = OwnerOf(entry);
+  if (archive == nullptr) return TOLVEN_E_ARGUMENT;
+  return archive->CallBeside([&] { archive->CheckIndexed(entry->number); });
+}
+
+int32_t tolven_verify(tolven_archive* archive, const tolven_trust* trust, uint32_t flags,
+                      tolven_verdict* verdict) {
+  tolven_verdict filled{};
+  const std::int32_t code = Call(archive, [&](CReader& reader) {
+    if (verdict != nullptr) filled = TakeStructure(verdict);
+    reader.Verify(trust == nullptr ? tolven_trust{} : TakeStructure(trust), flags, &filled);
+  });
+  if (verdict == nullptr || filled.struct_size == 0) return code;
+  filled.code = code;
+  std::memcpy(verdict, &filled, sizeof filled);
+  return code;
 }
 
 tolven_writer* tolven_writer_new(const tolven_options* options) {

@@ -4,8 +4,8 @@
 #include <limits>
 #include <numeric>
 
-#include "archive/bytes.h"
 #include "archive/dir_entry.h"
+#include "cslib/bytes.h"
 #include "library/entry_view.h"
 #include "report/except.h"
 
@@ -104,21 +104,37 @@ std::string CEntryIndex::PathText(std::size_t number) const {
   return std::string(PathOf(Name(number)));
 }
 
-std::optional<std::size_t> CEntryIndex::Find(std::string_view name) {
-  const auto own = [this](std::uint32_t number) { return PathOf(Name(number)); };
-  if (m_byName.size() != Count()) {
+const std::vector<std::uint32_t>& CEntryIndex::ByName() {
+  std::call_once(m_sorted, [this] {
     m_byName.resize(Count());
     std::iota(m_byName.begin(), m_byName.end(), 0U);
     std::sort(m_byName.begin(), m_byName.end(), [&](std::uint32_t left, std::uint32_t right) {
-      const int order = own(left).compare(own(right));
+      const int order = PathOf(Name(left)).compare(PathOf(Name(right)));
       return order != 0 ? order < 0 : left < right;
     });
-  }
-  const auto behind =
-      std::upper_bound(m_byName.begin(), m_byName.end(), name,
-                       [&](std::string_view wanted, std::uint32_t number) { return wanted < own(number); });
-  if (behind == m_byName.begin() || own(*(behind - 1)) != name) return std::nullopt;
+  });
+  return m_byName;
+}
+
+std::optional<std::size_t> CEntryIndex::Find(std::string_view name) {
+  const std::vector<std::uint32_t>& numbers = ByName();
+  const auto behind = std::upper_bound(
+      numbers.begin(), numbers.end(), name,
+      [&](std::string_view wanted, std::uint32_t number) { return wanted < PathOf(Name(number)); });
+  if (behind == numbers.begin() || PathOf(Name(*(behind - 1))) != name) return std::nullopt;
   return *(behind - 1);
+}
+
+std::size_t CEntryIndex::FilesBefore(std::size_t number) {
+  const std::vector<std::uint32_t>& numbers = ByName();
+  const std::string_view name = PathOf(Name(number));
+  auto place = std::lower_bound(
+      numbers.begin(), numbers.end(), name,
+      [&](std::uint32_t other, std::string_view wanted) { return PathOf(Name(other)) < wanted; });
+  std::size_t count = 0;
+  for (; place != numbers.end() && *place < number; ++place)
+    count += m_rows[*place].type == TOLVEN_FILE ? 1 : 0;
+  return count;
 }
 
 int CEntryIndex::CRange::GetEntryData(unsigned char* buffer, unsigned long bufferSize,
@@ -135,7 +151,7 @@ int CEntryIndex::CRange::GetEntryData(unsigned char* buffer, unsigned long buffe
   if (!IsLastBlock(type)) return 1;
   std::array<std::uint8_t, kCrcSize> crc{};
   m_index.m_source->ReadExactly(crc.data(), crc.size(), payload + block.length, m_index.m_archiveName);
-  checksum = LoadLittle<std::uint32_t>(crc.data());
+  checksum = LoadLittle32(crc.data());
   return 0;
 }
 

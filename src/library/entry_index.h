@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "archive/archive.h"
-#include "archive/compress_man.h"
 #include "archive/entry_blocks.h"
 #include "archive/entry_data.h"
 #include "library/source.h"
@@ -47,9 +46,10 @@ class CEntryIndex {
   const Row& At(std::size_t number) const { return m_rows[number]; }
   // As NamesOf made it.
   std::string_view Name(std::size_t number) const;
-  // The last entry of that name; a link is found by its own. Makes a table at the first question, so one
-  // thread at a time.
+  // The last entry of that name; a link is found by its own. The table is made at the first question.
   std::optional<std::size_t> Find(std::string_view name);
+  // How many files of its name are in front of an entry.
+  std::size_t FilesBefore(std::size_t number);
 
   // Any number of threads. Fewer than asked for only at the end.
   std::size_t Read(std::size_t number, std::span<std::uint8_t> to, std::uint64_t offset);
@@ -75,6 +75,8 @@ class CEntryIndex {
   struct Sequence;
 
   void Add(const CDirEntry& entry, CArchive& archive);
+  // Numbers sorted by name, then by number.
+  const std::vector<std::uint32_t>& ByName();
   bool TakesBlocks(CArchive& archive, Row& row);
   std::string PathText(std::size_t number) const;
   std::unique_ptr<Worker> Borrow(std::size_t block);
@@ -92,6 +94,7 @@ class CEntryIndex {
   std::vector<Row> m_rows;  // one more than there are entries
   std::vector<Block> m_blocks;
   std::vector<std::uint32_t> m_byName;
+  std::once_flag m_sorted;
 
   std::mutex m_lock;  // for what follows
   std::list<std::unique_ptr<Worker>> m_idle;

@@ -27,6 +27,7 @@ void CReader::Close() {
   m_reader.reset();
   m_entry = nullptr;
   m_archive.reset();
+  m_verification.reset();
   m_source.reset();
   m_walk = Walk::kBefore;
 }
@@ -68,6 +69,7 @@ void CReader::Rewind() {
   m_walk = Walk::kFailed;
   archive.Reset();
   static_cast<void>(archive.IsValid());
+  if (archive.Witness() != nullptr) m_verification->RewindFiles();
   m_walk = Walk::kBefore;
 }
 
@@ -242,6 +244,38 @@ unsigned long CReader::ExtractEntries() {
   return failed;
 }
 
+void CReader::Verify(const tolven_trust& trust, std::uint32_t flags, tolven_verdict* verdict) {
+  if ((flags & ~TOLVEN_VERIFY_DATA) != 0) throw LibraryError{TOLVEN_E_ARGUMENT, "unknown flags"};
+  Archive().ExchangeWitness(nullptr);
+  Rewind();
+  m_verification.emplace();
+  m_target.reset();  // whether it is verified is fixed when it is made
+  m_walk = Walk::kFailed;
+  try {
+    m_verification->Check(*m_archive, trust, m_cmdOptions);
+    if ((flags & TOLVEN_VERIFY_DATA) != 0) CompareEntries();
+    Rewind();
+  } catch (...) {
+    m_archive->ExchangeWitness(nullptr);
+    if (verdict != nullptr) m_verification->Show(*verdict);
+    throw;
+  }
+  if (verdict != nullptr) m_verification->Show(*verdict);
+}
+
+void CReader::CompareEntries() {
+  Rewind();
+  unsigned long failed = 0;
+  while (CDirEntry* entry = Step()) {
+    m_data = Data::kEnded;
+    if (entry->IsSignedManifest()) continue;
+    entry->AddToDirEx(&*m_archive, false);
+    if (HasWitness(*entry) && !entry->IsEntrySigned()) ++failed;
+  }
+  const CSelection everything({});
+  m_archive->Witness()->Verdict(*m_archive, &everything, failed);
+}
+
 void CReader::MakeIndex() {
   Rewind();
   m_walk = Walk::kFailed;
@@ -281,7 +315,12 @@ std::size_t CReader::ReadIndexed(std::uint64_t number, std::span<std::uint8_t> t
 }
 
 void CReader::CheckIndexed(std::uint64_t number) {
-  Index(number).ReadAll(number, [](std::span<const std::uint8_t>) {});
+  CEntryIndex& index = Index(number);
+  if (m_archive->Witness() != nullptr && index.At(number).type == TOLVEN_FILE) {
+    m_verification->CheckFile(index, number);
+  } else {
+    index.ReadAll(number, [](std::span<const std::uint8_t>) {});
+  }
 }
 
 }  // namespace tolven

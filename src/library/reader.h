@@ -7,13 +7,13 @@
 #include <string>
 
 #include "archive/archive.h"
-#include "archive/compress_man.h"
 #include "archive/entry_data.h"
 #include "archive/extract_target.h"
 #include "library/entry_index.h"
 #include "library/handle.h"
 #include "library/source.h"
-#include "main/entry_factory.h"
+#include "library/verification.h"
+#include "main/factories.h"
 
 namespace tolven {
 
@@ -36,6 +36,9 @@ class CReader : public CHandle {
   void Extract();
   void FinishExtraction();
   void ExtractAll(int directory, std::uint32_t flags);
+
+  // `verdict` may be null; it is filled in whatever comes of it.
+  void Verify(const tolven_trust& trust, std::uint32_t flags, tolven_verdict* verdict);
 
   void MakeIndex();
   std::size_t IndexCount() const { return m_index ? m_index->Count() : 0; }
@@ -61,11 +64,13 @@ class CReader : public CHandle {
   // False for a file that differs from its record.
   bool ExtractEntry(CDirEntry& entry);
   unsigned long ExtractEntries();
+  void CompareEntries();
 
   const CEntryFactory m_factory;
   CCompressMan m_buffers;
   std::shared_ptr<CSource> m_source;
-  std::optional<CArchive> m_archive;
+  std::optional<CVerification> m_verification;
+  std::optional<CArchive> m_archive;  // before the verification: its witness needs it
   std::optional<CExtractTarget> m_target;
   std::unique_ptr<CEntryIndex> m_index;
 

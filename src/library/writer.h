@@ -7,15 +7,14 @@
 #include <string_view>
 
 #include "archive/archive.h"
-#include "archive/compress_man.h"
 #include "archive/dir_entry.h"
-#include "archive/normal_compress.h"
+#include "archive/entry_data.h"
 #include "cmdline/run_services.h"
 #include "fileio/pending_file.h"
 #include "library/handle.h"
 #include "library/source.h"
-#include "main/entry_factory.h"
-#include "report/statistics.h"
+#include "main/factories.h"
+#include "report/user_info.h"
 
 namespace tolven {
 

@@ -3,14 +3,14 @@
 
 #include <cerrno>
 
-#include "main/command_factory.h"
+#include "main/factories.h"
 #include "main/processor.h"
 #include "main/release_info.h"
 #include "main/run_guarded.h"
 #include "report/error_numbers.h"
 #include "report/log_man.h"
 #include "report/run_status.h"
-#include "report/usage.h"
+#include "report/user_info.h"
 #include "signing/manifest/manifest.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include "fileio/extract_root.h"
 #include "report/error_numbers.h"
 #include "report/except.h"
-#include "report/run_files.h"
+#include "report/run_status.h"
 #include "report/show_text.h"
 
 namespace tolven {
@@ -50,17 +50,10 @@ CProcessor::CProcessor() : m_statusScope(m_status), m_pCmdLine(CCmdLine::GetTheC
 
 CProcessor::~CProcessor() {
   RestoreOutput();
-  m_status.logManager = nullptr;  // dies before the status does
 }
 
 void CProcessor::SetLogManager(CLogMan& logManager) {
   m_status.logManager = &logManager;
-  m_logManager.reset();
-}
-
-void CProcessor::SetLogManager(std::unique_ptr<CLogMan> logManager) {
-  m_status.logManager = logManager.get();
-  m_logManager = std::move(logManager);
 }
 
 void CProcessor::Run() {

@@ -11,7 +11,7 @@
 #include "fileio/utils.h"
 #include "report/log_man.h"
 #include "report/run_status.h"
-#include "report/statistics.h"
+#include "report/user_info.h"
 
 namespace tolven {
 
@@ -31,7 +31,6 @@ class CProcessor : public IRunServices {
 
   // `logManager` must outlive the processor, or the next call.
   void SetLogManager(CLogMan& logManager);
-  void SetLogManager(std::unique_ptr<CLogMan> logManager);
   // `factory` must outlive every Run.
   void SetCommandFactory(const ICommandFactory& factory) { m_pFactory = &factory; }
 
@@ -73,7 +72,6 @@ class CProcessor : public IRunServices {
 
   RunStatus m_status;
   RunStatusScope m_statusScope;
-  std::unique_ptr<CLogMan> m_logManager;  // null: the caller's
   CCmdLine* m_pCmdLine;
   const ICommandFactory* m_pFactory = nullptr;
   int m_command = CMD_NONE;

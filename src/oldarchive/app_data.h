@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "fileio/disk_probe.h"
 #include "fileio/file_stream.h"
+#include "fileio/utils.h"
 #include "oldarchive/old_header.h"
 #include "oldarchive/old_paths.h"
 #include "oldarchive/old_reader.h"

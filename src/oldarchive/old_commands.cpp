@@ -9,7 +9,7 @@
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
-#include "report/statistics.h"
+#include "report/user_info.h"
 
 namespace tolven {
 namespace {

@@ -12,6 +12,7 @@
 #include "fileio/utils.h"
 #include "oldarchive/old_messages.h"
 #include "oldarchive/old_paths.h"
+#include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
@@ -309,10 +310,10 @@ bool ListArchives(int argc, const char* const* argv, std::vector<std::string>& a
       if (!name.empty()) AddArchive(name, raw.ignoreCase, archives);
       start = end + 1;
     }
-  } catch (const CExcept&) {
+  } catch (const CStatExcept& failed) {
     // A directory entry that went away during the look-up; the number is this reader's, not the exception's.
     RunStatus::Current().exitCode = exitCode;
-    return SetErrorMessage(error, text, OLD_SYSTEM, name, errno);
+    return SetErrorMessage(error, text, OLD_SYSTEM, name, failed.GetNumber() - kErrorSystemBase);
   }
   return true;
 }

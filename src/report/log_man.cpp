@@ -13,7 +13,7 @@
 
 #include "report/error_numbers.h"
 #include "report/line_output.h"
-#include "report/run_files.h"
+#include "report/run_status.h"
 
 namespace tolven {
 namespace {

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 #include "report/log_man.h"
 #include "report/run_status.h"
@@ -107,6 +109,15 @@ std::string EscapeText(std::string_view text) {
 std::string ShowText(std::string_view text) {
   const CLogMan* log = RunStatus::Current().logManager;
   return log != nullptr && log->IsTerminal() ? EscapeText(text) : std::string(text);
+}
+
+std::string FormatText(const char* format, ...) {
+  char text[512];
+  std::va_list args;
+  va_start(args, format);
+  std::vsnprintf(text, sizeof text, format, args);
+  va_end(args);
+  return text;
 }
 
 }  // namespace tolven

@@ -20,4 +20,7 @@ std::string ShowText(std::string_view text);
 // The same for a terminal, whatever the output is.
 std::string EscapeText(std::string_view text);
 
+// snprintf into a string, of up to 511 characters: for texts of the program's own, not for names.
+std::string FormatText(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
 }  // namespace tolven

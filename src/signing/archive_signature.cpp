@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "archive/entry_data.h"
 #include "fileio/utils.h"
 #include "report/error_numbers.h"
 #include "report/except.h"

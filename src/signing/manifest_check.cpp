@@ -6,7 +6,7 @@
 #include "archive/memory_streams.h"
 #include "fileio/local_file.h"
 #include "report/except.h"
-#include "report/run_files.h"
+#include "report/run_status.h"
 #include "report/show_text.h"
 #include "signing/crypto/dkv.h"
 #include "signing/crypto/trace.h"
@@ -18,26 +18,22 @@ namespace tolven {
 namespace {
 
 // Revocation lists of whole authorities stay far below this.
-constexpr unsigned long kMaxCrlBytes = 64UL << 20;
+constexpr std::size_t kMaxCrlBytes = std::size_t{64} << 20;
 
-std::vector<std::uint8_t> ReadCrlFile(const char* path) {
+std::string ReadCrlFile(const char* path) {
   const LocalFile file(path, LocalFile::Links::kFollow);
   if (!file.IsOpen()) {
     throw CInvalManifestExcept(std::string("Cannot open CRL file >") + ShowText(path) + "<", SMF_ECRL, 0);
   }
-  std::vector<std::uint8_t> bytes;
-  for (;;) {
-    constexpr std::size_t kPiece = 65536;
-    const std::size_t before = bytes.size();
-    bytes.resize(before + kPiece);
-    std::size_t done = 0;
-    const int error = file.Read(std::span(bytes).subspan(before), done);
-    if (error != 0 || bytes.size() > kMaxCrlBytes) {
-      throw CInvalManifestExcept("CRL file could not be read ", SMF_ECRL, 0);
-    }
-    bytes.resize(before + done);
-    if (done < kPiece) return bytes;
+  std::string bytes;
+  if (file.ReadAll(bytes, kMaxCrlBytes) != 0) {
+    throw CInvalManifestExcept("CRL file could not be read ", SMF_ECRL, 0);
   }
+  return bytes;
+}
+
+std::span<const std::uint8_t> AsBytes(const std::string& text) {
+  return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
 }  // namespace
@@ -85,7 +81,7 @@ void InitForReading(ManifestContext* context, const CmdOptions& options) {
 int CSmfVerify(ManifestContext* context, std::string document, IRunServices& run, unsigned flags,
                bool verifyFiles) {
   const CmdOptions& options = run.Options();
-  std::vector<std::uint8_t> crl;
+  std::string crl;
   if (options.crlFile != nullptr) {
     crl = ReadCrlFile(options.crlFile);
     flags |= kManifestRequireCrl;
@@ -94,7 +90,7 @@ int CSmfVerify(ManifestContext* context, std::string document, IRunServices& run
   const auto verify = [&] {
     const std::string_view text = ManifestGetText(context);
     return ManifestVerifyEx(context, text.data(), text.size(), options.key, options.key, options.password,
-                            crl, flags, verifyFiles, true);
+                            AsBytes(crl), flags, verifyFiles, true);
   };
   int code = verify();
   if (code == SMF_ESIGNATURE && options.key != nullptr && HasPasswordNow(context, run)) {

@@ -1,11 +1,9 @@
 #include "signing/signature_verify.h"
 
-#include <sys/stat.h>
-
 #include <optional>
+#include <utility>
 
-#include "archive/memory_streams.h"
-#include "fileio/file_stream.h"
+#include "fileio/local_file.h"
 #include "report/error_numbers.h"
 #include "report/except.h"
 #include "report/run_status.h"
@@ -17,24 +15,16 @@ namespace tolven {
 
 namespace {
 
-// The whole file in `text`. False when it cannot be read or is larger than any manifest.
-bool ReadWhole(CFileStream& file, CBufferedStream& text) {
-  std::array<unsigned char, 65536> piece{};
-  for (;;) {
-    unsigned long done = 0;
-    unsigned long kept = 0;
-    if (!file.Read(piece.data(), piece.size(), &done) || !text.Write(piece.data(), done, &kept)) return false;
-    if (done < piece.size()) return true;
-  }
-}
+// No manifest of a real archive comes near it.
+constexpr std::size_t kMaxManifestBytes = std::size_t{512} << 20;
 
 // Null, or what went wrong. Only a regular file is opened: nothing here may wait for a pipe.
-std::optional<std::string> ReadManifest(const std::string& name, CBufferedStream& text) {
-  struct stat status {};
-  CFileStream file;
-  if (stat(name.c_str(), &status) == 0 && S_ISREG(status.st_mode)) file.Open(name, kOpenRead, 0);
-  if (!file.Open()) return "TOLVEN: Manifest file was not found ";
-  if (!ReadWhole(file, text)) return "TOLVEN: Manifest File Buffer could not be created ";
+std::optional<std::string> ReadManifest(const std::string& name, std::string& text) {
+  const LocalFile file(name, LocalFile::Links::kFollow);
+  if (!file.IsOpen()) return "TOLVEN: Manifest file was not found ";
+  if (file.ReadAll(text, kMaxManifestBytes) != 0) {
+    return "TOLVEN: Manifest File Buffer could not be created ";
+  }
   return std::nullopt;
 }
 
@@ -50,7 +40,7 @@ std::string CSignatureVerify::ManifestFile() const {
 void CSignatureVerify::Execute() {
   const CmdOptions& options = m_run.Options();
   const std::string name = ManifestFile();
-  CBufferedStream text;
+  std::string text;
   if (const std::optional<std::string> failure = ReadManifest(name, text)) {
     PrintLine(*failure);
     CExcept::NotifyProcessor(kErrorManifestDiffers);
@@ -63,7 +53,7 @@ void CSignatureVerify::Execute() {
   std::string detail;
   if (code == SMF_OK) {
     try {
-      code = CSmfVerify(context.get(), text.Take(), m_run, 0, true);
+      code = CSmfVerify(context.get(), std::move(text), m_run, 0, true);
     } catch (const CExcept& error) {  // the CRL file, or the password
       code = SMF_ECRL;
       detail = error.GetMsg();

@@ -62,8 +62,10 @@ void PrintSignatureDetails(ManifestContext* context, const char* unknownSigner) 
   const std::string reason = ManifestGetLastError(context);
   std::string subject;
   std::string issuer;
-  if (ManifestSignatureSubject(context, &subject) != SMF_OK) subject.clear();
-  if (ManifestSignatureIssuer(context, &issuer) != SMF_OK) issuer.clear();
+  const int subjectCode = ManifestSignatureSubject(context, &subject);
+  const int issuerCode = ManifestSignatureIssuer(context, &issuer);
+  // A name that there is no memory for is not one that is missing.
+  if (subjectCode == SMF_ENOMEM || issuerCode == SMF_ENOMEM) throw std::bad_alloc();
   std::string signer = ManifestSignatureName(context);
   if (signer.empty() || signer == "NULL") signer = unknownSigner;
   PrintLine(std::string("TOLVEN: Error category    >") + ManifestGetErrorCategoryName(context) + "<");

@@ -30,6 +30,7 @@ def environment(**extra):
         TZ="UTC",
         ASAN_OPTIONS="exitcode=%d:detect_leaks=1" % SANITIZER_EXIT,
         LSAN_OPTIONS="exitcode=%d" % SANITIZER_EXIT,
+        TSAN_OPTIONS="exitcode=%d" % SANITIZER_EXIT,
         UBSAN_OPTIONS="halt_on_error=1:exitcode=%d:print_stacktrace=1" % SANITIZER_EXIT)
     env.update(extra)
     return env
@@ -143,7 +144,7 @@ def contents(root):
 
 def instrumented():
     """Whether the program carries a sanitizer, which needs memory of its own."""
-    return b"__asan_init" in read_file(BINARY)
+    return any(name in read_file(BINARY) for name in (b"__asan_init", b"__tsan_init"))
 
 
 def little_memory():

@@ -9,6 +9,7 @@ import unittest
 
 import archivefile
 import harness
+import signing_support
 
 sys.path.insert(0, os.path.join(os.environ["TOLVEN_SOURCE_DIR"], "python"))
 os.environ["TOLVEN_LIBRARY"] = os.path.join(os.environ["TOLVEN_LIBDIR"], "libtolven.so")
@@ -16,8 +17,8 @@ if not harness.instrumented():
     import tolven
 
 DATA = random.Random(5).randbytes(70000) + b"many times " * 30000
-TREE = {"empty": b"", "data": DATA, "dir": harness.Directory(), "dir/script": harness.File(b"#!", 0o755, 12345), "link": harness.Link("data"),
-        "closed": harness.Directory(0o500, 77777)}
+TREE = {"empty": b"", "data": DATA, "dir": harness.Directory(),
+        "dir/script": harness.File(b"#!", 0o755, 12345), "link": harness.Link("data"), "closed": harness.Directory(0o500, 77777)}
 
 
 def flipped(data, at, bit=1):
@@ -192,6 +193,43 @@ class Handles(harness.TolvenTest):
             self.refused(44, writer.add, self.path("missing"))
             writer.add(self.path("file"), "name")
         self.assertEqual(harness.read_file(os.path.join(self.extracted("a.vra"), "name")), b"text")
+
+    def test_signatures(self):
+        self.write("data", DATA)
+        self.write("other", b"text")
+        os.symlink("data", self.path("link"))
+        self.expect(["-crf", "signed.vra", "link", "data", "other"], [])
+        run = self.run_tolven("-Sf", "signed.vra", "-key", signing_support.pse("signer"))
+        self.assertEqual(run.code, 0, run)
+        trust = signing_support.pki("sec", "QELverify.pse")
+        signed = harness.read_file(self.path("signed.vra"))
+        for given in (trust, harness.read_file(trust)):
+            with tolven.open(self.path("signed.vra")) as archive:
+                verdict = archive.verify(given)
+                self.assertEqual((verdict.code, verdict.manifest_code, verdict.key, verdict.covered),
+                                 (0, 24, "External", [b"data", b"other"]))
+                self.assertTrue(verdict.subject and verdict.issuer and verdict.signing_time, verdict)
+                self.assertEqual([entry.read() for entry in archive if entry.is_file()], [DATA, b"text"])
+                archive.index()["data"].check()
+        content = bytes(reversed(DATA[:65536]))  # the same size, stored raw, so with any checksum
+        at = signed.index(DATA[:65536])
+        replaced = signed[:at] + content + signed[at + 65536:]
+        crc_at = signed.index(archivefile.end(DATA), at)
+        replaced = replaced[:crc_at] + bytes(4) + replaced[crc_at + 4:]
+        for name, data, code, before in (
+                ("another file", replaced, 57, True), ("cut", signed[:signed.index(b"SIGNATURE.SMF") - 34], 59, False),
+                ("appended", signed + archivefile.regular("more", b"x"), 54, False),
+                ("in front", signed[:8] + archivefile.regular("more", b"x") + signed[8:], 58, True)):
+            with self.subTest(name), tolven.open(io.BytesIO(data)) as archive:
+                self.refused(code, archive.verify, trust)
+                if before:  # good by its signature; found out when the file is met
+                    archive.verify(trust, data=False)
+                    self.refused(code, lambda: [entry.read() for entry in archive])
+                    self.refused(code, lambda: [entry.check() for entry in archive.index() if entry.is_file()])
+                    self.refused(code, archive.extract_all, self.fresh("out"))
+                    self.assertNotIn("link", os.listdir(self.path("out")))
+        with tolven.open(self.path("signed.vra")) as archive:
+            self.refused(60, archive.verify, signing_support.pki("foreign.crt"))
 
     def test_cancelled(self):
         self.write("data.vra", archivefile.archive(archivefile.regular("data", DATA * 5)))

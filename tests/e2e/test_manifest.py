@@ -1,4 +1,4 @@
-"""A manifest as a document by itself: every byte of it, what may stand for a listed file, and who vouches."""
+"""A manifest as a document by itself: what may stand for a listed file, and who vouches."""
 import os
 
 import harness
@@ -8,16 +8,6 @@ from signing_support import DATA, manifest_of, pki
 
 class Manifest(support.TrustTest):
     FAILED = "TOLVEN: Manifest verification failed with with ErrorCode: \nERROR:  "
-
-    def test_no_changed_byte_passes(self):
-        text = manifest_of(self.sign_new("A", *DATA))
-        covered = len(support.split_document(text)[0])
-        changed = [text[:at] + bytes([text[at] ^ 1]) + text[at + 1:] for at in range(0, covered, 3)]
-        for document in changed + [text[:length] for length in range(0, len(text), 60)]:
-            self.write("M", document)
-            self.assertEqual(self.run_tolven("-M", "-manifest", "M").code, 55, document)
-        self.write("M", text)
-        self.assertEqual(self.run_tolven("-M", "-manifest", "M").code, 0)
 
     def test_what_is_no_file(self):
         self.write("M", manifest_of(self.sign_new("A", *DATA)))

@@ -230,14 +230,6 @@ class Foreign(harness.TolvenTest):
                     entries.append(archivefile.regular(key, files[key], blocks=blocks))
             self.extract(archivefile.archive(*entries, version=version), files)
 
-    def test_streams_cut_anywhere(self):
-        data = TEXT[:3000]
-        pieces = (8, 9, 10, 11, 64, 500)
-        files = {str(piece): data for piece in pieces}
-        entries = [archivefile.entry(b"RG", str(piece), 0o644, len(data), 1, archivefile.one_stream_blocks(data, piece))
-                   for piece in pieces]
-        self.extract(archivefile.archive(*entries, version=b"2.00"), files)
-
     def test_streams_and_raw_blocks_in_one_entry(self):
         pieces = [TEXT[:1000], NOISE[:300], TEXT[:70000], b"end"]
         first = archivefile.lzh(pieces[0])
@@ -246,16 +238,6 @@ class Foreign(harness.TolvenTest):
         data = b"".join(pieces)
         blocks = b"".join(archivefile.block(*pair) for pair in payloads) + archivefile.end(data)
         self.extract(archivefile.archive(archivefile.entry(b"RG", "a", 0o644, len(data), 1, blocks)), {"a": data})
-
-    def test_every_preamble(self):
-        files, entries = {}, []
-        for preamble in ["00"] + ["10" + a for a in "01"] + ["01" + a + b for a in "01" for b in "01"] + [
-                "11" + a + b + c for a in "01" for b in "01" for c in "01"]:
-            files[preamble] = TEXT[:500]
-            stream = archivefile.lzh(TEXT[:500], preamble)
-            entries.append(archivefile.entry(b"RG", preamble, 0o644, 500, 1,
-                                             archivefile.block(b"ED", stream) + archivefile.end(TEXT[:500])))
-        self.extract(archivefile.archive(*entries), files)
 
     def test_size_in_two_fields_and_access_information(self):
         data = archivefile.raw_blocks(b"0123456789")

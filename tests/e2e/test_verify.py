@@ -4,7 +4,6 @@ import os
 import shutil
 import subprocess
 
-import archivefile
 import harness
 import signing_support as support
 from attack_table import Scene, listed_digest, other_data, token_of_another

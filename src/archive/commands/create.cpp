@@ -1,4 +1,4 @@
-#include "archive/commands/create.h"
+// CCreate: -c, -a and -S, declared with the other commands.
 
 #include <fcntl.h>
 
@@ -6,11 +6,11 @@
 #include <cerrno>
 
 #include "archive/archive.h"
+#include "archive/commands/commands.h"
 #include "archive/signature.h"
 #include "fileio/output_file.h"
 #include "fileio/working_directory.h"
 #include "report/except.h"
-#include "report/run_files.h"
 #include "report/run_status.h"
 #include "report/show_text.h"
 #include "report/system_error.h"
@@ -21,9 +21,8 @@ namespace {
 
 constexpr int kLastArchivableType = 5;  // type codes above it are devices, pipes, sockets
 
-bool IsDotName(const std::string& path) {
-  const std::string name = path.substr(path.rfind('/') + 1);
-  return name == "." || name == "..";
+std::string LastComponent(const std::string& path) {
+  return path.substr(path.rfind('/') + 1);
 }
 
 std::string WithWildcard(const std::string& directory) {
@@ -46,7 +45,7 @@ void CCreate::Execute() {
   const bool creates = m_run.Command() == CMD_CREATE;
   if (creates && !file.Cut()) throw COpenExcept(name, LastSystemError());
   const bool isNew = creates || (m_run.Command() == CMD_APPEND && file.Size() == 0);
-  CArchive archive(name, file, isNew, {m_factory, options, m_buffers});
+  CArchive archive(name, file, isNew, Services());
   if (!isNew) JudgeExisting(archive);
   WriteArchive(archive, isNew);
 }
@@ -144,7 +143,8 @@ void CCreate::AddName(const std::string& name, CArchive& archive) {
     const FindHandle handle = CUtils::FileFindOpen(name, &data);
     if (handle == nullptr) throw CExcept("TOLVEN: error in CCreate::ProcessDirectory", LastSystemError());
     PushLevel(archive, handle, data, name, {});
-  } else if (name == "/" || IsDotName(name)) {  // never entries themselves; what is in them is meant
+  } else if (name == "/" ||
+             IsDotName(LastComponent(name))) {  // never entries themselves; what is in them is meant
     Descend(name, archive);
   } else {
     AddObject(name, archive);

@@ -1,17 +1,16 @@
-#include "archive/commands/extract.h"
+// CExtract: -x and -d, declared with the other commands.
 
 #include <optional>
 
-#include "archive/archive.h"
-#include "archive/commands/processing_line.h"
-#include "archive/dir_entry.h"
+#include "archive/commands/commands.h"
+#include "archive/extract_target.h"
 #include "archive/selection.h"
 #include "archive/signature.h"
 #include "fileio/working_directory.h"
 #include "oldarchive/old_commands.h"
 #include "report/except.h"
 #include "report/run_status.h"
-#include "report/statistics.h"
+#include "report/user_info.h"
 
 namespace tolven {
 
@@ -29,7 +28,7 @@ void CExtract::ProcessArchive(const std::string& name) {
 
 void CExtract::ProcessCurrent(const std::string& name) {
   const CmdOptions& options = m_run.Options();
-  CArchive archive(name, kOpenRead, {m_factory, options, m_buffers});
+  CArchive archive(name, kOpenRead, Services());
   if (!archive.IsValid()) throw CInvalExcept(name);
   PrintProcessingLine(archive);
   m_signature.VerifyArchiveSignature(false, archive, m_run);

@@ -1,4 +1,4 @@
-#include "archive/commands/merge.h"
+// CMerge: -m, declared with the other commands.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "archive/archive.h"
+#include "archive/commands/commands.h"
 #include "archive/signature.h"
 #include "fileio/output_file.h"
 #include "report/error_numbers.h"
@@ -28,10 +29,10 @@ void CMerge::Execute() {
   const std::vector<std::string>& names = m_run.CmdLine().GetArchsToProcess();
   if (names.size() != 2)
     throw CExcept("TOLVEN: merging only supported for exactly two archives", kNoSystemError);
-  CArchive source(names[0], kOpenRead, {m_factory, m_run.Options(), m_buffers});
+  CArchive source(names[0], kOpenRead, Services());
   COutputFile file;
   if (!file.Open(names[1], O_RDWR | O_APPEND)) throw COpenExcept(names[1], LastSystemError());
-  CArchive target(names[1], file, false, {m_factory, m_run.Options(), m_buffers});
+  CArchive target(names[1], file, false, Services());
   CheckMergeable(target, m_signature);
   CheckMergeable(source, m_signature);
   target.SeekToEnd();

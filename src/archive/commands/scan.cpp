@@ -1,7 +1,6 @@
-#include "archive/commands/scan.h"
+// CScan: -l, declared with the other commands.
 
-#include <string_view>
-
+#include "archive/commands/commands.h"
 #include "fileio/utils.h"
 #include "report/except.h"
 #include "report/log_man.h"
@@ -11,14 +10,10 @@ namespace tolven {
 
 namespace {
 constexpr const char* kListFile = "files.log";
-
-// The directory itself and its parent match patterns too, but no command takes them for it.
-bool IsDotName(std::string_view name) {
-  return name == "." || name == "..";
-}
 }  // namespace
 
-// A pattern from the command line is present when something matches it.
+// A pattern from the command line is present when something matches it. The directory itself and its parent
+// match patterns too, but no command takes them for it.
 bool CScan::IsPresent(const std::string& name) const {
   const bool isPattern = name.find_first_of("*?") != std::string::npos;
   if (!isPattern || m_run.CmdLine().IsLiteralName(name)) return CUtils::ExistsFile(name);

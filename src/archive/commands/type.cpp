@@ -1,22 +1,25 @@
-#include "archive/commands/type.h"
+// CType: -t, declared with the other commands.
 
-#include "archive/archive.h"
-#include "archive/commands/processing_line.h"
-#include "archive/dir_entry.h"
+#include "archive/commands/commands.h"
 #include "archive/selection.h"
 #include "archive/signature.h"
 #include "oldarchive/old_commands.h"
 #include "report/except.h"
 #include "report/log_man.h"
-#include "report/statistics.h"
+#include "report/run_status.h"
+#include "report/show_text.h"
+#include "report/user_info.h"
 
 namespace tolven {
 
+void CArchiveCommand::PrintProcessingLine(const CArchive& archive) {
+  PrintLine("TOLVEN: processing archive " + ShowText(archive.Name()) + " (version " +
+            archive.getVersionString() + ")");
+}
+
 CType::CType(IRunServices& run, const IEntryFactory& factory, const ISignature& signature,
              const IDiskProbe& probe)
-    : m_run(run),
-      m_factory(factory),
-      m_signature(signature),
+    : CArchiveCommand(run, factory, signature),
       m_spaceInfo(probe, run.Options().targetDir != nullptr ? run.Options().targetDir : "."),
       m_spaceCheck(run.Options().spaceCheck) {}
 
@@ -35,7 +38,7 @@ void CType::ListArchive(const std::string& name) {
 }
 
 void CType::ListCurrent(const std::string& name) {
-  CArchive archive(name, kOpenRead, {m_factory, m_run.Options(), m_buffers});
+  CArchive archive(name, kOpenRead, Services());
   if (!archive.IsValid()) throw CInvalExcept(name);
   PrintProcessingLine(archive);
   m_signature.VerifyArchiveSignature(false, archive, m_run);

@@ -3,10 +3,11 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+
+#include "report/show_text.h"
 
 namespace tolven {
 namespace {
@@ -24,13 +25,6 @@ std::string& StartDirectory() {
 
 void Say(SecudirMessageCallback message, const std::string& text) {
   if (message != nullptr) message(text.c_str());
-}
-
-template <typename... Args>
-std::string Format(const char* format, Args... args) {
-  char text[128];
-  std::snprintf(text, sizeof text, format, args...);
-  return text;
 }
 
 std::string DefaultLocation() {
@@ -51,8 +45,8 @@ void PutSecudir(const std::string& value, SecudirMessageCallback message) {
   // Only reached while our text is not in the environment (or this is its first time), so it may move.
   char* grown = static_cast<char*>(std::realloc(global_var_SECUDIR, length));
   if (grown == nullptr) {
-    Say(message, Format("Uh-Oh! realloc(global_var_SECUDIR, %d) failed!, can not putenv(SECUDIR=...)!\n",
-                        static_cast<int>(length)));
+    Say(message, FormatText("Uh-Oh! realloc(global_var_SECUDIR, %d) failed!, can not putenv(SECUDIR=...)!\n",
+                            static_cast<int>(length)));
     return;
   }
   global_var_SECUDIR = grown;
@@ -71,8 +65,9 @@ void Set_SECUDIR_Path(SecudirMessageCallback message) {
   std::string value = found ? present : DefaultLocation();
   const bool tooLong = value.size() > kSecudirLimit;
   if (tooLong) {
-    Say(message, Format("*** ERROR: length of SECUDIR (%lu) exteeds %lu chars, truncating it!",
-                        static_cast<unsigned long>(value.size()), static_cast<unsigned long>(kSecudirLimit)));
+    Say(message,
+        FormatText("*** ERROR: length of SECUDIR (%lu) exteeds %lu chars, truncating it!",
+                   static_cast<unsigned long>(value.size()), static_cast<unsigned long>(kSecudirLimit)));
     value.resize(kSecudirLimit);
   }
   if (!found || tooLong) PutSecudir(value, message);

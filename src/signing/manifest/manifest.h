@@ -79,7 +79,8 @@ void ManifestClose(ManifestContext* context);
 void ManifestAbandonFile(ManifestContext* context);
 
 // Read mode: a file of that name goes by unchecked (not selected), so that a later one of the same name still
-// answers to its own record. SMF_EFILENOTFOUND when there is no record left for it.
+// answers to its own record. SMF_EFILENOTFOUND, without a text, when there is no record left for it: whether
+// that is an error is the caller's to say.
 [[nodiscard]] int ManifestPassFile(ManifestContext* context, const char* fileName, std::size_t nameLength);
 
 // Read mode: every file is to be met again from the first (a second walk over the archive).

@@ -1,8 +1,6 @@
 #include "signing/manifest/manifest_context.h"
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 
 #include "report/show_text.h"
 
@@ -84,22 +82,13 @@ int AddError(ManifestContext& context, int code, int category, std::string_view 
       context.errorText.append("\n").append(text);
     }
   } catch (const std::bad_alloc&) {
-    // The numbers say enough.
+    context.textLost = true;  // of a failure the numbers say enough
   }
   return code;
 }
 
 int Fail(ManifestContext& context, int code, std::string_view text) {
   return AddError(context, code, MANIFEST_CATEGORY_ERROR, text);
-}
-
-std::string FormatText(const char* format, ...) {
-  char text[512];  // no format of this folder comes near it without a name, and names go through NameText
-  std::va_list args;
-  va_start(args, format);
-  std::vsnprintf(text, sizeof text, format, args);
-  va_end(args);
-  return text;
 }
 
 std::string NameText(std::string_view before, std::string_view name, std::string_view after) {

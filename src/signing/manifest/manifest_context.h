@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "report/show_text.h"
 #include "signing/crypto/dkv_table.h"
 #include "signing/hash/hash.h"
 #include "signing/manifest/manifest.h"
@@ -66,6 +67,7 @@ struct ManifestContext {
   std::string signingWarning;
 
   std::string errorText;
+  bool textLost = false;  // memory was short for a line of it
   int errorCode = SMF_OK;
   int dkvErrorCode = 0;
   int errorCategory = MANIFEST_CATEGORY_NONE;
@@ -125,9 +127,6 @@ int Guarded(ManifestContext& context, Function&& function) {
 inline bool IsGiven(const char* text) {
   return text != nullptr && *text != '\0';
 }
-
-// snprintf into a string.
-std::string FormatText(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // before + name + after; names may hold any byte and any length that a document allows.
 std::string NameText(std::string_view before, std::string_view name, std::string_view after);

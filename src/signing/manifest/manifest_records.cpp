@@ -261,10 +261,9 @@ void ManifestAbandonFile(ManifestContext* context) {
 int ManifestPassFile(ManifestContext* context, const char* fileName, std::size_t nameLength) {
   ManifestContext& c = ContextOf(context);
   return Guarded(c, [&]() -> int {
-    if (const int result = CheckName(c, fileName, nameLength); result != SMF_OK) return result;
-    const std::string_view name(fileName, nameLength);
-    if (c.index.Meet(c.Files(), name) != FileIndex::kNone) return SMF_OK;
-    return Fail(c, SMF_EFILENOTFOUND, NotFoundText(name, false));
+    if (fileName == nullptr) return SMF_EINVARG;
+    const bool listed = c.index.Meet(c.Files(), {fileName, nameLength}) != FileIndex::kNone;
+    return listed ? SMF_OK : SMF_EFILENOTFOUND;
   });
 }
 

@@ -122,6 +122,8 @@ int ManifestVerifyInfo(ManifestContext& context, const VerifyRequest& request) {
   if (request.verifyFiles) {
     if (const int result = CheckLocalFiles(context); result != SMF_OK) return result;
   }
+  // A success whose warnings are not told would look like a better one.
+  if (context.textLost) throw std::bad_alloc();
   return ResultOfSigner(context);
 }
 

@@ -51,7 +51,7 @@ class ProcessorTest : public test::TempDirTest {
   // Runs like main does, from a fresh start, and returns the exit code.
   int Run(const std::string& text, std::function<void()> work) {
     m_proc->Reset();
-    m_proc->SetLogManager(std::make_unique<CAPILogMan>());
+    m_proc->SetLogManager(m_log);
     m_args = test::Split("TOLVEN|" + text);
     std::vector<char*> pointers;
     for (std::string& word : m_args) pointers.push_back(word.data());
@@ -67,6 +67,7 @@ class ProcessorTest : public test::TempDirTest {
     return m_proc->ExitCode();
   }
 
+  CAPILogMan m_log;
   FakeFactory m_factory;
   CProcessor* m_proc = nullptr;
   std::vector<std::string> m_args;

@@ -7,7 +7,7 @@
 #include "report/code_names.h"
 #include "report/except.h"
 #include "report/space_info.h"
-#include "report/statistics.h"
+#include "report/user_info.h"
 #include "support/temp_dir.h"
 
 namespace tolven {

@@ -1,4 +1,8 @@
-#include "report/usage.h"
+#include "report/user_info.h"
+
+#include <algorithm>
+#include <iomanip>
+#include <sstream>
 
 namespace tolven {
 namespace {
@@ -212,6 +216,19 @@ TOC is signed. This ensures integrity and authenticity of the archive entries.)u
 
 std::string CUsage::GetInfoText() const {
   return kUsage;
+}
+
+std::string CStatistics::GetInfoText() const {
+  // The wall clock may have been set back during the run.
+  const std::int64_t seconds = std::max<std::int64_t>(m_elapsedSeconds, 0);
+  std::ostringstream out;
+  out.exceptions(std::ios::badbit);  // for want of memory: not a line that ends early
+  out << std::setfill('0');
+  out << "Printing program statistics for TOLVEN...\n";
+  out << "time elapsed: " << std::setw(2) << seconds / 3600 << ":" << std::setw(2) << seconds / 60 % 60 << ":"
+      << std::setw(2) << seconds % 60 << " (hh:mm:ss)\n";
+  out << "Files processed: " << m_filesProcessed;
+  return out.str();
 }
 
 }  // namespace tolven

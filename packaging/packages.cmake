@@ -1,0 +1,77 @@
+# Packages: one a component, for Debian and as RPM, and a tarball of everything that may be unpacked anywhere.
+set(CPACK_PACKAGE_NAME tolven)
+set(CPACK_PACKAGE_VENDOR "TOLVEN")
+set(CPACK_PACKAGE_CONTACT "TOLVEN maintainers <maintainers@tolven.example>")
+set(CPACK_PACKAGE_HOMEPAGE_URL "https://tolven.example/")
+# No summary of the whole: it would stand in front of every package's own.
+set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
+set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
+set(CPACK_GENERATOR "DEB;RPM;TGZ")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_COMPONENTS_ALL tolven libtolven1 libtolven-dev)
+if(TOLVEN_CRYPTO)
+  list(APPEND CPACK_COMPONENTS_ALL tolven-crypto)
+endif()
+# Another component, for instance a module of another language, is one more row here.
+set(summary_tolven "archiver that signs and verifies what it delivers")
+set(text_tolven "TOLVEN packs files, directories and links, and lists, tests,\nextracts, merges, signs and verifies archives.")
+set(summary_libtolven1 "library that extracts TOLVEN archives")
+set(text_libtolven1 "Extracts archives of TOLVEN inside of another program.")
+set(summary_libtolven-dev "library that extracts TOLVEN archives - development files")
+set(text_libtolven-dev "Header, static library, CMake and pkg-config files, and\nexamples of libtolven.")
+set(summary_tolven-crypto "signatures for the TOLVEN archiver")
+set(text_tolven-crypto "The cryptographic library of TOLVEN over OpenSSL, and the\ntools for keys, manifests and verification.")
+
+set(exact "= ${PROJECT_VERSION}")
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+# No setgid bits that the maker's directory may have, and permissions as the policy has them.
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_DEBIAN_LIBTOLVEN1_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_SOURCE_DIR}/triggers")
+set(CPACK_DEBIAN_TOLVEN_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_LIBTOLVEN1_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_LIBTOLVEN-DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_TOLVEN-CRYPTO_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_TOLVEN_PACKAGE_RECOMMENDS "tolven-crypto (${exact})")
+set(CPACK_DEBIAN_LIBTOLVEN1_PACKAGE_SUGGESTS "tolven-crypto")
+set(CPACK_DEBIAN_LIBTOLVEN-DEV_PACKAGE_DEPENDS "libtolven1 (${exact})")
+set(CPACK_DEBIAN_TOLVEN-CRYPTO_PACKAGE_DEPENDS "openssl (>= 3), python3 (>= 3.9)")
+
+set(CPACK_RPM_COMPONENT_INSTALL ON)
+set(CPACK_RPM_FILE_NAME RPM-DEFAULT)
+set(CPACK_RPM_PACKAGE_LICENSE "Proprietary")
+set(CPACK_RPM_PACKAGE_AUTOREQPROV ON)
+set(CPACK_RPM_SPEC_MORE_DEFINE "%define packager ${CPACK_PACKAGE_CONTACT}")
+set(CPACK_RPM_LIBTOLVEN-DEV_PACKAGE_REQUIRES "libtolven1 ${exact}")
+set(CPACK_RPM_TOLVEN-CRYPTO_PACKAGE_REQUIRES "openssl >= 3, python3 >= 3.9")
+set(CPACK_RPM_LIBTOLVEN1_POST_INSTALL_SCRIPT_FILE "${CMAKE_CURRENT_SOURCE_DIR}/ldconfig.sh")
+set(CPACK_RPM_LIBTOLVEN1_POST_UNINSTALL_SCRIPT_FILE "${CMAKE_CURRENT_SOURCE_DIR}/ldconfig.sh")
+# Directories that every system has.
+set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
+  "/usr/share/man" "/usr/share/man/man1" "/usr/share/man/man5" "/usr/share/doc" "/usr/share/mime"
+  "/usr/share/mime/packages" "/usr/share/bash-completion" "/usr/share/bash-completion/completions" "/usr/share/fish"
+  "/usr/share/fish/vendor_completions.d" "/usr/share/zsh" "/usr/share/zsh/site-functions"
+  "/usr/share/zsh/vendor-completions" "/usr/lib/x86_64-linux-gnu" "/usr/lib/x86_64-linux-gnu/pkgconfig"
+  "/usr/lib/x86_64-linux-gnu/cmake" "/usr/lib64" "/usr/lib64/pkgconfig" "/usr/lib64/cmake")
+
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+  string(TOUPPER "${component}" upper)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${component})
+  set(CPACK_COMPONENT_${upper}_DESCRIPTION "${summary_${component}}\n${text_${component}}")
+  set(CPACK_DEBIAN_${upper}_DESCRIPTION "${summary_${component}}\n${text_${component}}")
+  set(CPACK_RPM_${upper}_PACKAGE_NAME ${component})
+  set(CPACK_RPM_${upper}_PACKAGE_SUMMARY "${summary_${component}}")
+  set(CPACK_RPM_${upper}_PACKAGE_DESCRIPTION "${text_${component}}")
+endforeach()
+set(CPACK_PROJECT_CONFIG_FILE "${CMAKE_CURRENT_SOURCE_DIR}/generator.cmake")
+set(CPACK_PRE_BUILD_SCRIPTS "${CMAKE_CURRENT_SOURCE_DIR}/stage.cmake")
+set(CPACK_TOLVEN_SOURCE "${PROJECT_SOURCE_DIR}")
+string(TIMESTAMP CPACK_TOLVEN_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
+include(CPack)
