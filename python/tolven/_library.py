@@ -91,11 +91,21 @@ FUNCTIONS = {
 }
 
 
+def find_library():
+    """In a build tree beside the module, when installed where the prefix of both says, else where the loader looks."""
+    here = os.path.dirname(os.path.realpath(__file__))
+    for place in ("..", "../../../../lib", "../../../../lib64", "../../../../lib/x86_64-linux-gnu"):
+        path = os.path.join(here, place, "libtolven.so.1")
+        if os.path.exists(path):
+            return path
+    return "libtolven.so.1"
+
+
 class Library:
     """The functions of the header, without their prefix."""
 
     def __init__(self):
-        self._library = ctypes.CDLL(os.environ.get("TOLVEN_LIBRARY") or "libtolven.so.1")
+        self._library = ctypes.CDLL(os.environ.get("TOLVEN_LIBRARY") or find_library())
         for name, (result, *arguments) in FUNCTIONS.items():
             function = getattr(self._library, "tolven_" + name)
             function.restype, function.argtypes = result, arguments
