@@ -27,8 +27,9 @@ need_packages() {
   }
 }
 
-BUILD_PACKAGES=(cmake ninja-build g++ libssl-dev openssl)
-TEST_PACKAGES=(libgtest-dev zlib1g-dev ncompress python3 pkg-config strace softhsm2 libengine-pkcs11-openssl mandoc file zsh fish)
+# libfuse3-dev is for tolven-mount, which is left out without it.
+BUILD_PACKAGES=(cmake ninja-build g++ libssl-dev openssl pkg-config libfuse3-dev)
+TEST_PACKAGES=(libgtest-dev zlib1g-dev ncompress python3 fuse3 strace softhsm2 libengine-pkcs11-openssl mandoc file zsh fish)
 PACKAGE_PACKAGES=(dpkg-dev rpm file gzip lintian rpmlint)
 CHECK_PACKAGES=(clang-format pycodestyle shellcheck)
 BENCH_PACKAGES=(libbenchmark-dev zlib1g-dev zip unzip tar gzip ncompress python3)

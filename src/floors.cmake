@@ -14,4 +14,5 @@ set(TOLVEN_FLOORS
   "signing/crypto: report"
   "signing/manifest: signing/hash signing/crypto fileio report"
   "signing: archive cmdline fileio report cslib signing/manifest signing/crypto"
-  "main: archive/commands signing archive oldarchive cmdline fileio report signing/manifest")
+  "main: archive/commands signing archive oldarchive cmdline fileio report signing/manifest"
+  "library: main signing archive cmdline fileio report cslib signing/manifest signing/hash")

@@ -7,6 +7,7 @@
 
 #include "archive/dir_entry.h"
 #include "cmdline/cmd_line.h"
+#include "cslib/cslib.h"
 #include "fileio/output_file.h"
 #include "report/except.h"
 #include "report/show_text.h"
@@ -56,6 +57,17 @@ CArchive::CArchive(const std::string& fileName, const COutputFile& file, bool is
   if (isNew) SetNewHeader();
 }
 
+CArchive::CArchive(const std::string& name, std::shared_ptr<IByteSource> source, bool isNew,
+                   const ArchiveServices& services)
+    : m_services(services), m_name(name) {
+  m_stream.Attach(std::move(source), CFileStream::Writes::kBuffered);
+  if (isNew) {
+    SetNewHeader();
+  } else {
+    TakeSize();
+  }
+}
+
 void CArchive::SetNewHeader() {
   std::copy(kMagic.begin(), kMagic.end(), m_magic.begin());
   std::copy(kVersion201.begin(), kVersion201.end(), m_version.begin());
@@ -73,6 +85,12 @@ void CArchive::Open(const std::string& fileName, unsigned int mode) {
 }
 
 void CArchive::TakeSize() {
+  if (m_stream.Source() != nullptr) {
+    m_fileSize = m_stream.Source()->Size();
+    if (m_fileSize < 0) throw COpenExcept(m_name, LastSystemError());
+    m_isFile = m_stream.Descriptor() >= 0;
+    return;
+  }
   struct stat status {};
   if (fstat(m_stream.Descriptor(), &status) != 0) throw COpenExcept(m_name, LastSystemError());
   m_fileSize = status.st_size;
@@ -348,6 +366,31 @@ int CArchive::ReadBlockEnd(BlockType type, std::uint32_t& checksum) {
   ReadExactly(crc.data(), crc.size());
   checksum = LoadLittle32(crc.data());
   return 0;
+}
+
+bool CArchive::PassBlock(BlockPlace& place) {
+  if (!BlockFollows()) return false;
+  std::array<unsigned char, kBlockHeaderSize> bytes{};
+  ReadExactly(bytes.data(), bytes.size());
+  place.type = DecodeBlockType(static_cast<char>(bytes[0]), static_cast<char>(bytes[1]));
+  place.length = LoadLittle32(bytes.data() + BlockField::length);
+  place.payload = Position();
+  place.dataLength = IsCompressedBlock(place.type) ? 0 : place.length;
+  const std::int64_t skip =
+      std::int64_t{place.length} + (IsLastBlock(place.type) ? static_cast<std::int64_t>(kCrcSize) : 0);
+  if (skip > m_fileSize - Position()) {
+    throw CExcept("TOLVEN: error in second MoveFlPtr()", kNoSystemError);
+  }
+  std::int64_t passed = 0;
+  if (IsCompressedBlock(place.type) && place.length >= CS_HEAD_SIZE) {
+    std::array<unsigned char, CS_HEAD_SIZE> head{};
+    ReadExactly(head.data(), head.size());
+    passed = CS_HEAD_SIZE;
+    const std::int32_t length = CsRGetLen(head.data());
+    if (length > 0) place.dataLength = static_cast<std::uint32_t>(length);
+  }
+  if (!m_stream.MoveFlPtr(skip - passed)) throw CSetFilePointerExcept(LastSystemError());
+  return true;
 }
 
 bool CArchive::BlockFollows() {

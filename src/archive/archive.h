@@ -11,6 +11,7 @@
 
 #include "archive/archive_output.h"
 #include "archive/blocks_ahead.h"
+#include "archive/entry_blocks.h"
 #include "archive/format.h"
 #include "archive/signature.h"
 #include "fileio/file_stream.h"
@@ -48,7 +49,7 @@ struct ArchiveServices {
 // An open archive file: its header, and the walk over its entries. There is no index and no trailer; the walk
 // starts at the front and ends where the file ends. Failures are CReadExcept, CWriteExcept and COpenExcept
 // with the archive's name, or the exceptions named below; none is repaired here.
-class CArchive {
+class CArchive : public IEntryBlocks {
  public:
   // Opens the file (`mode`: the flags of file_stream.h); COpenExcept. With kOpenCreate alone the header is
   // taken as checked and valid.
@@ -56,7 +57,10 @@ class CArchive {
   // The same for a file that this run has open for writing. With `isNew` the header is taken as checked and
   // valid.
   CArchive(const std::string& fileName, const COutputFile& file, bool isNew, const ArchiveServices& services);
-  ~CArchive();
+  // The same for whatever gives bytes; one that is new is only written to, in order.
+  CArchive(const std::string& name, std::shared_ptr<IByteSource> source, bool isNew,
+           const ArchiveServices& services);
+  ~CArchive() override;
   CArchive(const CArchive&) = delete;
   CArchive& operator=(const CArchive&) = delete;
 
@@ -89,14 +93,17 @@ class CArchive {
   CDirEntry* Next();
   // Reads one block of the current entry. 1: more follow; 0: it was the last, `checksum` is the stored CRC.
   int GetEntryData(unsigned char* buffer, unsigned long bufferSize, unsigned long& bytesRead,
-                   std::uint32_t& checksum, bool& compressed);
+                   std::uint32_t& checksum, bool& compressed) override;
   // The same, passed over: for a block that was decompressed ahead. `payloadSize` is what its length must be.
-  int PassEntryData(std::uint32_t payloadSize, std::uint32_t& checksum);
+  int PassEntryData(std::uint32_t payloadSize, std::uint32_t& checksum) override;
   // Blocks decompressed ahead of the walk; null where the file or its version does not allow that. What is
   // wanted of the walk is told by WantAllEntries.
-  CBlocksAhead* Ahead();
+  CBlocksAhead* Ahead() override;
   // Whether the walk reads the data of every entry; false where some are passed over.
   void WantAllEntries(bool all) { m_wantsAll = all; }
+  // Passes over the block that comes next, if one does, and tells where it lies: for an index. A block that
+  // the file does not hold whole is an exception, as it is for Next.
+  bool PassBlock(BlockPlace& place);
   // True iff a block comes next: behind the header of an entry without data it is data that the header
   // denies.
   bool BlockFollows();
@@ -110,7 +117,7 @@ class CArchive {
   // Where the header of the current entry starts.
   std::int64_t EntryStart() const { return m_entryStart; }
   // Position of the stream; CGetFilePosExcept.
-  std::int64_t Position();
+  std::int64_t Position() override;
   // True iff the stream stands at the end of the file.
   bool AtEnd();
   // True iff the file was empty when it was opened: there is no entry to read, nor is it open for reading.

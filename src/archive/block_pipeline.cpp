@@ -89,6 +89,7 @@ CBlockPipeline::~CBlockPipeline() {
     m_ending = true;
   }
   m_work.notify_all();
+  static_cast<void>(CsRCloseHandle(m_handle));
 }
 
 // Each block keeps its number, also the free one that is being filled.
@@ -168,10 +169,15 @@ bool CBlockPipeline::LendHand(std::unique_lock<std::mutex>& lock) {
   if (m_begun == m_submitted) return false;
   Block& block = At(m_begun++);
   lock.unlock();
-  Run(block, m_shape.work == Work::kCompress ? CS_COMPR_HANDLE : CS_DECOMPR_HANDLE);
+  Run(block, OwnHandle());
   block.done.store(true, std::memory_order_release);
   lock.lock();
   return true;
+}
+
+int CBlockPipeline::OwnHandle() {
+  if (m_handle < 0) m_handle = CsSearchNewHandle();
+  return m_handle;
 }
 
 void CBlockPipeline::Run(Block& block, int handle) const {
@@ -180,17 +186,12 @@ void CBlockPipeline::Run(Block& block, int handle) const {
   const auto length = static_cast<std::int32_t>(block.length);
   const auto room = static_cast<std::int32_t>(m_shape.outputRoom);
   std::uint8_t* output = block.output.get() + m_shape.outputFront;
-  const bool own = handle >= CS_FIRST_HANDLE + 2;
   if (m_shape.work == Work::kCompress) {
     block.crc = CRC32Buf(0, block.input.get(), block.length);
     block.result =
-        own ? CsRCompress(handle, length, block.input.get(), length, output, room, kBlockOptions, &read,
-                          &written)
-            : CsComprEx(length, block.input.get(), length, output, room, kBlockOptions, &read, &written);
+        CsRCompress(handle, length, block.input.get(), length, output, room, kBlockOptions, &read, &written);
   } else {
-    block.result =
-        own ? CsRDecompress(handle, block.input.get(), length, output, room, CS_INIT, &read, &written)
-            : CsDecomprEx(block.input.get(), length, output, room, CS_INIT, &read, &written);
+    block.result = CsRDecompress(handle, block.input.get(), length, output, room, CS_INIT, &read, &written);
     block.crc = CRC32Buf(0, output, static_cast<std::size_t>(written));
   }
   block.written = static_cast<std::uint32_t>(written);
@@ -213,7 +214,7 @@ CBlockPipeline::Block& CBlockPipeline::Await() {
   Block& block = At(m_first);
   if (block.done.load(std::memory_order_acquire)) return block;
   if (!HasThreads()) {
-    Run(block, m_shape.work == Work::kCompress ? CS_COMPR_HANDLE : CS_DECOMPR_HANDLE);
+    Run(block, OwnHandle());
     block.done.store(true, std::memory_order_relaxed);
     return block;
   }

@@ -81,11 +81,14 @@ class CBlockPipeline {
   // Works on the oldest block that nobody has begun. False when there is none.
   bool LendHand(std::unique_lock<std::mutex>& lock);
   void Run(Block& block, int handle) const;
+  // Of the owner, who works while there are no threads, or lends a hand.
+  int OwnHandle();
 
   const Shape m_shape;
   const unsigned m_byDefault;
   std::uint64_t m_bytes = 0;
   bool m_decided = false;  // about threads
+  int m_handle = -1;       // see OwnHandle
 
   // Numbers of blocks, counted from the first of all. These two are the owner's.
   std::uint64_t m_first = 0;

@@ -112,13 +112,14 @@ bool CDirEntry::AddToArchive(CArchive* archive) {
 
 void CDirEntry::WriteFile(CArchive* archive, EntryHeader& header) {
   CFileStream file;
-  if (!file.Attach(m_source.Release())) {
+  // An entry that was made in memory has its stream already.
+  if (m_pStream == nullptr && !file.Attach(m_source.Release())) {
     ReportNotAvailable(*archive, SystemErrorText(LastSystemError()));
     return;
   }
   if (m_pPack->run.ScanOnly()) return;  // opened only to see that it can be
   WriteHeader(archive, header);
-  m_pStream = &file;
+  if (m_pStream == nullptr) m_pStream = &file;
   IEntryWitness* witness = DoManifestAPI() ? archive->Witness() : nullptr;
   if (witness != nullptr && !witness->Open(m_storedName)) {
     witness->Raise("TOLVEN: Cannot hash file " + ShowText(m_path), false);

@@ -1,6 +1,7 @@
 #include "archive/entry_data.h"
 
 #include "archive/archive.h"
+#include "archive/blocks_ahead.h"
 #include "archive/dir_entry.h"
 #include "cslib/crc32.h"
 #include "cslib/cslib.h"
@@ -51,10 +52,10 @@ bool CEntryDataReader::Next(std::span<const std::uint8_t>& piece) {
 
 // Only a block that is one whole stream: whatever else there is is found out here.
 bool CEntryDataReader::TakeAhead(std::span<const std::uint8_t>& piece) {
-  CBlocksAhead* ahead = m_archive.Ahead();
+  CBlocksAhead* ahead = m_blocks.Ahead();
   CBlocksAhead::Data data;
-  if (ahead == nullptr || !ahead->Take(m_archive.Position(), data)) return false;
-  m_last = m_archive.PassEntryData(data.payloadSize, m_storedCrc) == 0;
+  if (ahead == nullptr || !ahead->Take(m_blocks.Position(), data)) return false;
+  m_last = m_blocks.PassEntryData(data.payloadSize, m_storedCrc) == 0;
   m_crc = Crc32Combine(m_crc, data.crc, data.bytes.size());
   piece = data.bytes;
   return true;
@@ -64,7 +65,7 @@ bool CEntryDataReader::TakeAhead(std::span<const std::uint8_t>& piece) {
 bool CEntryDataReader::ReadBlock(std::span<const std::uint8_t>& piece) {
   unsigned long length = 0;
   bool compressed = false;
-  m_last = m_archive.GetEntryData(m_input.data(), m_input.size(), length, m_storedCrc, compressed) == 0;
+  m_last = m_blocks.GetEntryData(m_input.data(), m_input.size(), length, m_storedCrc, compressed) == 0;
   m_position = 0;
   m_length = static_cast<std::uint32_t>(length);
   if (compressed) {
@@ -79,12 +80,13 @@ bool CEntryDataReader::ReadBlock(std::span<const std::uint8_t>& piece) {
 bool CEntryDataReader::Decompress(std::span<const std::uint8_t>& piece) {
   std::int32_t read = 0;
   std::int32_t written = 0;
-  const int rc = CsDecomprEx(m_input.data() + m_position, static_cast<std::int32_t>(m_length - m_position),
-                             m_output.data(), static_cast<std::int32_t>(CCompressMan::kBlockSize),
-                             m_streamOpen ? 0 : CS_INIT, &read, &written);
+  const int rc = CsRDecompress(m_buffers.Engine(), m_input.data() + m_position,
+                               static_cast<std::int32_t>(m_length - m_position), m_output.data(),
+                               static_cast<std::int32_t>(CCompressMan::kBlockSize),
+                               m_streamOpen ? 0 : CS_INIT, &read, &written);
   if (rc < 0) throw CDecompExcept(m_name + " (cslib error " + std::to_string(rc) + ")");
   m_position += static_cast<std::uint32_t>(read);
-  if (CBlocksAhead* ahead = m_archive.Ahead(); ahead != nullptr) {
+  if (CBlocksAhead* ahead = m_blocks.Ahead(); ahead != nullptr) {
     ahead->NoteWork(static_cast<std::size_t>(written));
   }
   m_streamOpen = rc != CS_END_OF_STREAM;

@@ -8,8 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "archive/entry_blocks.h"
 #include "archive/format.h"
 #include "cslib/crc32.h"
+#include "cslib/cslib.h"
 
 namespace tolven {
 
@@ -26,9 +28,16 @@ class CCompressMan {
   static constexpr const std::array<std::uint32_t, 256>& crc_32_tab = kCrc32Table;
 
   CCompressMan() : m_input(kInputBufferSize), m_output(kBlockSize) {}
+  ~CCompressMan() { static_cast<void>(CsRCloseHandle(m_engine)); }
   CCompressMan(const CCompressMan&) = delete;
   CCompressMan& operator=(const CCompressMan&) = delete;
 
+  // The engine's handle of these buffers: taken when it is first asked for, so that whoever only walks has
+  // none. Negative when there is none to be had.
+  int Engine() {
+    if (m_engine < 0) m_engine = CsSearchNewHandle();
+    return m_engine;
+  }
   // A block payload.
   std::span<std::uint8_t> Input() { return m_input; }
   // A piece of the uncompressed data.
@@ -37,6 +46,7 @@ class CCompressMan {
  private:
   std::vector<std::uint8_t> m_input;
   std::vector<std::uint8_t> m_output;
+  int m_engine = -1;
 };
 
 // Turns the data of one entry into blocks.
@@ -61,14 +71,18 @@ class CNormalCompress : public ICompressStrategy {
   CDirEntry* m_pEntry = nullptr;
 };
 
-// The uncompressed data of the current entry of an archive, piece by piece. It ends at the entry's "ED" or
+// The uncompressed data of one entry, piece by piece. It ends at the entry's "ED" or
 // "UE" block, never by a count taken from the header: a block starts a stream when none is open and continues
 // it otherwise, so archives of both versions, and mixtures, read alike. Memory is the two buffers of
 // `buffers`.
 class CEntryDataReader {
  public:
-  CEntryDataReader(CArchive& archive, CCompressMan& buffers, const std::string& name)
-      : m_archive(archive), m_input(buffers.Input()), m_output(buffers.Output()), m_name(name) {}
+  CEntryDataReader(IEntryBlocks& blocks, CCompressMan& buffers, const std::string& name)
+      : m_blocks(blocks),
+        m_buffers(buffers),
+        m_input(buffers.Input()),
+        m_output(buffers.Output()),
+        m_name(name) {}
 
   // The next piece, valid until the next call; false at the end. CDecompExcept for data that is no stream of
   // the engine, a stream that the last block leaves unfinished, or a raw block inside a stream.
@@ -83,7 +97,8 @@ class CEntryDataReader {
   bool TakeAhead(std::span<const std::uint8_t>& piece);
   bool Decompress(std::span<const std::uint8_t>& piece);
 
-  CArchive& m_archive;
+  IEntryBlocks& m_blocks;
+  CCompressMan& m_buffers;
   std::span<std::uint8_t> m_input;
   std::span<std::uint8_t> m_output;
   const std::string& m_name;

@@ -1,5 +1,6 @@
 #include "archive/extract_target.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <optional>
@@ -7,6 +8,7 @@
 
 #include "archive/format.h"
 #include "cmdline/cmd_line.h"
+#include "fileio/current_umask.h"
 #include "fileio/utils.h"
 #include "report/error_numbers.h"
 #include "report/except.h"
@@ -30,17 +32,16 @@ void MakeParents(CExtractRoot& root, const std::string& path) {
   if (!root.MakeParents(path, failed)) throw CCreateDirExcept(failed, LastSystemError());
 }
 
-// It can only be read by setting it: to the narrowest, for the threads of an embedding program.
-std::uint32_t CurrentUmask() {
-  const mode_t mask = umask(kModeRights);
-  umask(mask);
-  return mask;
-}
-
 }  // namespace
 
 CExtractTarget::CExtractTarget(const CmdOptions& options, bool verified)
-    : m_options(options), m_verified(verified), m_umask(CurrentUmask()), m_root(!options.noPathValidation) {
+    : CExtractTarget(options, verified, AT_FDCWD) {}
+
+CExtractTarget::CExtractTarget(const CmdOptions& options, bool verified, int directory)
+    : m_options(options),
+      m_verified(verified),
+      m_umask(verified ? CurrentUmask() : 0),
+      m_root(!options.noPathValidation, directory, true) {
   if (!m_root.IsOpen())
     throw CChgDirExcept(options.targetDir != nullptr ? options.targetDir : ".", LastSystemError());
 }

@@ -24,6 +24,8 @@ class CExtractTarget {
   // gets no power: modes lose the set-id and sticky bits and pass the umask, and no link takes the place of
   // anything.
   CExtractTarget(const CmdOptions& options, bool verified);
+  // The same with an open directory as the root.
+  CExtractTarget(const CmdOptions& options, bool verified, int directory);
 
   // Where an entry of that name goes: made safe by ValidateFilePath, unless -xnopvalid is given. Prints a
   // line when that takes a drive prefix or ".." away.

@@ -142,7 +142,7 @@ UniqueFd CExtractRoot::WalkBeneath(std::string_view path, bool& throughLink) con
       errno = ENOTDIR;
       return UniqueFd();
     }
-    if (++links > kMaxLinks || m_ownLinks.contains({status.st_dev, status.st_ino})) {
+    if (++links > kMaxLinks || RunStatus::Current().links.contains({status.st_dev, status.st_ino})) {
       errno = ELOOP;
       return UniqueFd();
     }

@@ -52,12 +52,10 @@ std::array<char, 32> DescriptorPath(int fd) {
 
 }  // namespace
 
-std::set<std::pair<dev_t, ino_t>> CExtractRoot::m_ownLinks;
-
-CExtractRoot::CExtractRoot(bool confined, bool useOpenat2)
+CExtractRoot::CExtractRoot(bool confined, int directory, bool useOpenat2)
     : m_confined(confined),
       m_useOpenat2(useOpenat2),
-      m_root(std::make_shared<const UniqueFd>(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC))) {}
+      m_root(std::make_shared<const UniqueFd>(openat(directory, ".", O_PATH | O_DIRECTORY | O_CLOEXEC))) {}
 
 CExtractRoot::Split CExtractRoot::SplitPath(const std::string& path) {
   const bool absolute = path.starts_with('/');
@@ -247,7 +245,7 @@ bool CExtractRoot::MakeLink(const std::string& target, const std::string& path) 
   struct stat status;
   const bool known = fstatat(parent, split.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
   if (known) {
-    m_ownLinks.emplace(status.st_dev, status.st_ino);
+    RunStatus::Current().links.emplace(status.st_dev, status.st_ino);
   } else {
     const int error = errno;
     unlinkat(parent, split.name.c_str(), 0);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cstdint>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "fileio/unique_fd.h"
+#include "report/run_status.h"
 
 namespace tolven {
 
@@ -26,10 +28,13 @@ class CExtractRoot {
  public:
   // Opens the current directory. Check with IsOpen. Without `useOpenat2` every path is resolved component by
   // component, as on a kernel that lacks the call: for tests.
-  explicit CExtractRoot(bool confined, bool useOpenat2 = true);
+  explicit CExtractRoot(bool confined, bool useOpenat2 = true)
+      : CExtractRoot(confined, AT_FDCWD, useOpenat2) {}
+  // The same for an open directory.
+  CExtractRoot(bool confined, int directory, bool useOpenat2);
   // Forgets the links made so far. They are known to every root of a run: an archive must not write through
   // the links of the one before it.
-  static void BeginRun() { m_ownLinks.clear(); }
+  static void BeginRun() { RunStatus::Current().links.clear(); }
   [[nodiscard]] bool IsOpen() const { return static_cast<bool>(*m_root); }
 
   // Makes every missing directory on the way to `path`'s last component, 0755. On failure `failed` names the
@@ -99,7 +104,6 @@ class CExtractRoot {
   std::string m_parentPath;
   bool m_parentThroughLink = false;
   std::set<std::pair<dev_t, ino_t>> m_madeParents;
-  static std::set<std::pair<dev_t, ino_t>> m_ownLinks;
 };
 
 }  // namespace tolven

@@ -51,7 +51,7 @@ CFileStream::CFileStream(const std::string& name, unsigned int mode) {
 }
 
 CFileStream::~CFileStream() {
-  if (m_file && !CFileStream::Close())
+  if (IsAttached() && !CFileStream::Close())
     PrintLine("TOLVEN: error closing file! " + SystemErrorText({m_lastError}));
 }
 
@@ -68,6 +68,7 @@ void CFileStream::Forget() {
 
 void CFileStream::Open(const std::string& name, unsigned int mode, unsigned int /*share*/) {
   m_file = UniqueFd();
+  m_source.reset();
   Forget();
   for (const ModeRow& row : kModes) {
     if ((mode & row.flag) == 0) continue;
@@ -87,7 +88,7 @@ void CFileStream::Open(const std::string& name, unsigned int mode, unsigned int 
 }
 
 bool CFileStream::Open() const {
-  return static_cast<bool>(m_file);
+  return IsAttached();
 }
 
 bool CFileStream::Attach(int descriptor, Writes writes) {
@@ -101,6 +102,34 @@ bool CFileStream::Attach(int descriptor, Writes writes) {
   // A pipe has no position; it is counted from here.
   m_position = std::max<off_t>(lseek(descriptor, 0, SEEK_CUR), 0);
   return true;
+}
+
+void CFileStream::Attach(std::shared_ptr<IByteSource> source, Writes writes) {
+  Forget();
+  m_file = UniqueFd();
+  m_source = std::move(source);
+  m_writeRoom = writes == Writes::kBuffered ? kWriteBufferSize : 0;
+}
+
+ssize_t CFileStream::RawRead(unsigned char* to, std::size_t count) {
+  return Repeat(
+      [&] { return m_source ? m_source->ReadAt(to, count, m_position) : read(m_file.Get(), to, count); });
+}
+
+ssize_t CFileStream::RawWrite(const unsigned char* from, std::size_t count) {
+  return Repeat([&] {
+    return m_source ? m_source->WriteAt(from, count, m_position) : write(m_file.Get(), from, count);
+  });
+}
+
+off_t CFileStream::RawSeek(long offset, int whence) {
+  if (!m_source) return lseek(m_file.Get(), offset, whence);
+  std::int64_t from = whence == SEEK_CUR ? m_position : 0;
+  if (whence == SEEK_END && (from = m_source->Size()) < 0) return -1;
+  std::int64_t position = 0;
+  if (!__builtin_add_overflow(from, offset, &position) && position >= 0) return position;
+  errno = EINVAL;
+  return -1;
 }
 
 bool CFileStream::Reserve(std::size_t size) {
@@ -122,7 +151,7 @@ bool CFileStream::TurnToWriting() {
   const long ahead = static_cast<long>(m_readEnd - m_readAt);
   m_readAt = m_readEnd = 0;
   if (ahead == 0) return true;
-  if (lseek(m_file.Get(), m_position - ahead, SEEK_SET) < 0) return false;
+  if (RawSeek(m_position - ahead, SEEK_SET) < 0) return false;
   m_position -= ahead;
   return true;
 }
@@ -130,7 +159,7 @@ bool CFileStream::TurnToWriting() {
 bool CFileStream::Fill(std::size_t& got) {
   got = 0;
   if (!Reserve(kReadBufferSize)) return false;
-  const ssize_t count = Repeat([&] { return read(m_file.Get(), m_buffer.get(), kReadBufferSize); });
+  const ssize_t count = RawRead(m_buffer.get(), kReadBufferSize);
   if (count < 0) return false;
   got = static_cast<std::size_t>(count);
   m_readAt = 0;
@@ -141,7 +170,7 @@ bool CFileStream::Fill(std::size_t& got) {
 
 bool CFileStream::Read(unsigned char* buf, unsigned long n, unsigned long* done) {
   *done = 0;
-  if (!m_file) {
+  if (!IsAttached()) {
     errno = EBADF;
     return Fail();
   }
@@ -159,7 +188,7 @@ bool CFileStream::Read(unsigned char* buf, unsigned long n, unsigned long* done)
     std::size_t got = 0;
     if (wanted >= kReadBufferSize) {
       m_readAt = m_readEnd = 0;
-      const ssize_t count = Repeat([&] { return read(m_file.Get(), buf + *done, wanted); });
+      const ssize_t count = RawRead(buf + *done, wanted);
       if (count < 0) return Fail();
       got = static_cast<std::size_t>(count);
       m_position += count;
@@ -175,7 +204,7 @@ bool CFileStream::Read(unsigned char* buf, unsigned long n, unsigned long* done)
 std::size_t CFileStream::Put(const unsigned char* from, std::size_t n) {
   std::size_t done = 0;
   while (done < n) {
-    const ssize_t count = Repeat([&] { return write(m_file.Get(), from + done, n - done); });
+    const ssize_t count = RawWrite(from + done, n - done);
     if (count == 0) errno = EIO;  // no progress, and no reason given
     if (count <= 0) break;
     done += static_cast<std::size_t>(count);
@@ -186,7 +215,7 @@ std::size_t CFileStream::Put(const unsigned char* from, std::size_t n) {
 
 bool CFileStream::Write(const unsigned char* buf, unsigned long n, unsigned long* done) {
   *done = 0;
-  if (!m_file) {
+  if (!IsAttached()) {
     errno = EBADF;
     return false;
   }
@@ -210,26 +239,28 @@ bool CFileStream::Drain() {
 }
 
 bool CFileStream::Flush() {
-  return m_file && (Drain() || Fail());
+  return IsAttached() && (Drain() || Fail());
 }
 
 void CFileStream::Abandon() {
   m_file = UniqueFd();
+  m_source.reset();
   Forget();
 }
 
 bool CFileStream::Close() {
-  if (!m_file) return Fail();
+  if (!IsAttached()) return Fail();
   const bool flushed = Flush();
   const int error = errno;
-  const bool closed = close(m_file.Release()) == 0 || errno == EINTR;
+  const bool closed = m_source || close(m_file.Release()) == 0 || errno == EINTR;
+  m_source.reset();
   Forget();
   if (!flushed) errno = error;
   return (flushed && closed) || Fail();
 }
 
 bool CFileStream::GetPos(long* pos) {
-  if (!m_file) return false;
+  if (!IsAttached()) return false;
   if (pos != nullptr) {
     *pos = m_position - static_cast<long>(m_readEnd - m_readAt) + static_cast<long>(m_pending);
   }
@@ -237,7 +268,7 @@ bool CFileStream::GetPos(long* pos) {
 }
 
 bool CFileStream::Seek(long offset, int whence) {
-  if (!m_file) return false;
+  if (!IsAttached()) return false;
   const long ahead = static_cast<long>(m_readEnd - m_readAt);
   // From one header to the next is often a step within what was read ahead.
   const long target = whence == SEEK_CUR ? offset : offset - (m_position - ahead);
@@ -251,7 +282,7 @@ bool CFileStream::Seek(long offset, int whence) {
     errno = EINVAL;
     return Fail();
   }
-  const off_t position = lseek(m_file.Get(), offset, whence);
+  const off_t position = RawSeek(offset, whence);
   if (position < 0) return Fail();
   Forget();
   m_position = position;

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -13,6 +16,19 @@ inline constexpr unsigned int kOpenAppend = 0x10000000;     // "a"
 inline constexpr unsigned int kOpenCreate = 0x20000000;     // "w": create or overwrite
 inline constexpr unsigned int kOpenRead = 0x40000000;       // "r"
 inline constexpr unsigned int kOpenReadWrite = 0x02000000;  // "r+": must exist
+
+// A file that is no file of the system, or one that is read without moving its position: what an embedding
+// program gives. Counts and errors are those of pread and pwrite.
+class IByteSource {
+ public:
+  virtual ~IByteSource() = default;
+  [[nodiscard]] virtual ssize_t ReadAt(void* to, std::size_t count, std::int64_t position) = 0;
+  [[nodiscard]] virtual ssize_t WriteAt(const void* from, std::size_t count, std::int64_t position) = 0;
+  // -1 with errno.
+  [[nodiscard]] virtual std::int64_t Size() = 0;
+  // A descriptor of the same bytes that pread may be called on, or -1.
+  [[nodiscard]] virtual int Descriptor() const = 0;
+};
 
 // A byte stream with 64-bit positions over a descriptor, with the semantics of a standard I/O file; a call
 // that a signal interrupts is made again, for which a FILE loses what it had buffered. Operations report
@@ -44,8 +60,12 @@ class CFileStream {
   };
   // Takes over an open descriptor at its current position; the stream closes it. False with EBADF for -1.
   [[nodiscard]] bool Attach(int descriptor, Writes writes = Writes::kThrough);
-  // The descriptor of the open file, -1 when closed.
-  [[nodiscard]] int Descriptor() const { return m_file.Get(); }
+  // The stream is that of the source, from its beginning. It cannot be cut.
+  void Attach(std::shared_ptr<IByteSource> source, Writes writes = Writes::kThrough);
+  // The descriptor of the open file, -1 when closed, or when a source has none.
+  [[nodiscard]] int Descriptor() const { return m_source ? m_source->Descriptor() : m_file.Get(); }
+  // Null for a file.
+  [[nodiscard]] IByteSource* Source() const { return m_source.get(); }
   // Pushes buffered bytes to the file. False when closed or on failure; what could not be written is lost.
   [[nodiscard]] bool Flush();
   // Closes without pushing what is buffered: the file is about to be put back or removed.
@@ -79,10 +99,16 @@ class CFileStream {
   [[nodiscard]] bool Seek(long offset, int whence);
   bool Fail();
   void Forget();
+  [[nodiscard]] bool IsAttached() const { return m_source || m_file; }
+  // The system's calls, at m_position where there is a source.
+  ssize_t RawRead(unsigned char* to, std::size_t count);
+  ssize_t RawWrite(const unsigned char* from, std::size_t count);
+  off_t RawSeek(long offset, int whence);
 
   int m_lastError = 0;
   UniqueFd m_file;
-  std::size_t m_writeRoom = 0;  // of the buffer, when writing; 0: write through
+  std::shared_ptr<IByteSource> m_source;  // instead of the file
+  std::size_t m_writeRoom = 0;            // of the buffer, when writing; 0: write through
   std::unique_ptr<unsigned char[]> m_buffer;
   std::size_t m_capacity = 0;
   std::size_t m_readAt = 0;   // next byte read ahead

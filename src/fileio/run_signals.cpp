@@ -7,6 +7,8 @@
 #include <atomic>
 #include <cerrno>
 
+#include "report/run_status.h"
+
 namespace tolven {
 namespace {
 
@@ -90,7 +92,7 @@ void Install() {
 }  // namespace
 
 void CUndoOnSignal::Arm() {
-  if (m_slot != kNone) return;
+  if (m_slot != kNone || !RunStatus::Current().ownsSignals) return;
   Install();
   for (std::size_t i = 0; i < g_armed.size(); ++i) {
     if (g_armed[i].load() != nullptr) continue;
@@ -105,12 +107,14 @@ void CUndoOnSignal::Disarm() {
   m_slot = kNone;
 }
 
-CHoldSignals::CHoldSignals() {
+CHoldSignals::CHoldSignals() : m_holds(RunStatus::Current().ownsSignals) {
+  if (!m_holds) return;
   Install();
   ++g_holds;
 }
 
 CHoldSignals::~CHoldSignals() {
+  if (!m_holds) return;
   // A signal before this waits and is seen below; one after it is handled at once.
   if (--g_holds > 0) return;
   const int signal = g_waiting.exchange(0);

@@ -7,7 +7,7 @@ namespace tolven {
 // What a run must not leave half done when a signal ends it: HUP, INT, QUIT, PIPE, TERM or XCPU, each where
 // it would end the process; one that is ignored, or that an embedding program handles itself, stays as it is.
 // Whoever has something to undo derives from this and arms it while the thing stands half done. The handlers
-// come with the first one armed.
+// come with the first one armed. A run that does not own the signals (RunStatus) leaves all of them alone.
 //
 // The handler runs in the thread that installed it, whichever the system picked: between any two instructions
 // of the run, but never beside it.
@@ -41,6 +41,9 @@ class CHoldSignals {
   ~CHoldSignals();
   CHoldSignals(const CHoldSignals&) = delete;
   CHoldSignals& operator=(const CHoldSignals&) = delete;
+
+ private:
+  const bool m_holds;
 };
 
 // One run's say over the signals of the process. From the start a file size limit is an error of the write

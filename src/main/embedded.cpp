@@ -8,12 +8,12 @@
 #include <type_traits>
 
 #include "fileio/working_directory.h"
+#include "main/crypto_use.h"
 #include "main/factories.h"
 #include "main/processor.h"
 #include "main/run_guarded.h"
 #include "report/log_man.h"
 #include "report/run_status.h"
-#include "signing/manifest/manifest.h"
 #include "tolven/tolven.h"
 
 namespace tolven {
@@ -65,11 +65,11 @@ std::int32_t Extract(const char* archive, const char* target) {
   std::int32_t code = 0;
   {
     const CWorkingDirectory start;
+    const CCryptoUse use;  // ends behind the processor; handles may have one too
     const CCommandFactory factory;
     RunGuarded([&] { Run(collector, factory, archive, target); });
     code = RunStatus::Current().exitCode;
     // Nothing may point to the caller's texts, the factory or the collector once this returns.
-    ManifestCleanup();
     CProcessor::Destroy();
   }
   HandOut(collector.GetOutput());

@@ -1,8 +1,8 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS TOLVEN RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tolven)
-install(FILES "${PROJECT_SOURCE_DIR}/include/tolven/tolven.h" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tolven"
-  COMPONENT libtolven-dev)
+install(FILES "${PROJECT_SOURCE_DIR}/include/tolven/tolven.h" "${PROJECT_SOURCE_DIR}/include/tolven/archive.h"
+  DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tolven" COMPONENT libtolven-dev)
 install(TARGETS tolven_shared tolven_static EXPORT tolven-targets
   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT libtolven1 NAMELINK_COMPONENT libtolven-dev
   ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT libtolven-dev)

@@ -1,9 +1,10 @@
-# All floors linked into one object, in which every name but the two of the header is made local: a program that
+# All floors linked into one object, in which every name but those of the headers is made local: a program that
 # links the archive meets no other symbol of it, not even the templates of the C++ library that it instantiates.
 # Groups of duplicates are settled here, because a group that the program's linker dropped would take code away that
 # only local names lead to.
-add_library(tolven_embedded OBJECT embedded.cpp)
+add_library(tolven_embedded OBJECT ${tolven_entries})
 tolven_options(tolven_embedded)
+target_compile_definitions(tolven_embedded PRIVATE TOLVEN_VERSION="${PROJECT_VERSION}")
 target_include_directories(tolven_embedded PRIVATE "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}/src")
 
 set(objects "$<TARGET_OBJECTS:tolven_embedded>" ${tolven_floor_objects})
@@ -13,7 +14,8 @@ find_program(TOLVEN_OBJCOPY NAMES objcopy REQUIRED)
 set(whole "${CMAKE_CURRENT_BINARY_DIR}/tolven_whole.o")
 add_custom_command(OUTPUT "${whole}"
   COMMAND "${TOLVEN_RELOCATING_LINKER}" -r --force-group-allocation -o "${whole}" ${objects}
-  COMMAND "${TOLVEN_OBJCOPY}" --keep-global-symbol=extractTOLVENArchive --keep-global-symbol=getTOLVENOutput "${whole}"
+  COMMAND "${TOLVEN_OBJCOPY}" --keep-global-symbol=extractTOLVENArchive --keep-global-symbol=getTOLVENOutput
+    --wildcard --keep-global-symbol=tolven_* "${whole}"
   DEPENDS ${objects}
   COMMAND_EXPAND_LISTS VERBATIM)
 

@@ -16,20 +16,21 @@ RunStatus& DefaultStatus() {
   return status;
 }
 
-RunStatus* g_pCurrent = nullptr;
+// A thread's own: handles of the library work in many threads, each for itself.
+thread_local RunStatus* t_pCurrent = nullptr;
 
 }  // namespace
 
 RunStatus& RunStatus::Current() {
-  return g_pCurrent == nullptr ? DefaultStatus() : *g_pCurrent;
+  return t_pCurrent == nullptr ? DefaultStatus() : *t_pCurrent;
 }
 
-RunStatusScope::RunStatusScope(RunStatus& status) : m_pPrevious(g_pCurrent) {
-  g_pCurrent = &status;
+RunStatusScope::RunStatusScope(RunStatus& status) : m_pPrevious(t_pCurrent) {
+  t_pCurrent = &status;
 }
 
 RunStatusScope::~RunStatusScope() {
-  g_pCurrent = m_pPrevious;
+  t_pCurrent = m_pPrevious;
 }
 
 void PrintLine(const std::string& line) {

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,15 +14,18 @@ class CLogMan;
 // What every floor may need to know of the run, as plain data at the bottom of the house: an exception writes
 // the exit code while it is made, and a closing stream prints. The processor owns one and installs it for its
 // lifetime; with none installed a default answers, so that a test can make any exception and read its code.
+// Each thread has a current one of its own: whatever happens in it is written there and nowhere else.
 struct RunStatus {
   int exitCode = 0;                                 // last write wins
   CLogMan* logManager = nullptr;                    // not owned; null: nothing is printed
   std::vector<std::pair<dev_t, ino_t>> files = {};  // what the run itself writes; see run_files.h
+  std::set<std::pair<dev_t, ino_t>> links = {};     // what the run itself made; see extract_root.h
+  bool ownsSignals = true;                          // of the process; not so for a handle of the library
 
   static RunStatus& Current();
 };
 
-// Installs `status` as the current one; the previous one comes back when the scope ends.
+// Installs `status` as the current one of this thread; the previous one comes back when the scope ends.
 class RunStatusScope {
  public:
   explicit RunStatusScope(RunStatus& status);

@@ -1,14 +1,19 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "support/temp_dir.h"
+#include "tolven/archive.h"
 #include "tolven/tolven.h"
 
 namespace tolven {
@@ -63,6 +68,59 @@ TEST_F(LibraryTest, TextIsThereInExitHandlers) {
     std::exit(0);
   };
   EXPECT_EXIT(leave(), testing::ExitedWithCode(7), "");
+}
+
+// Writes, reads and extracts an archive of its own, over and over.
+void WorkWithHandles(const std::string& directory, char letter) {
+  const std::string path = directory + "/archive";
+  const int target = open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  const auto writer = std::unique_ptr<tolven_writer, decltype(&tolven_writer_free)>(
+      tolven_writer_new(nullptr), tolven_writer_free);
+  const auto reader =
+      std::unique_ptr<tolven_archive, decltype(&tolven_free)>(tolven_new(nullptr), tolven_free);
+  for (int count = 0; count < 10; ++count) {
+    tolven_entry entry{};
+    entry.struct_size = sizeof entry;
+    entry.name = "file";
+    entry.name_size = 4;
+    entry.type = TOLVEN_FILE;
+    entry.mode = 0600;
+    entry.size = 200000;
+    const auto data = [](void* context, void* buffer, std::size_t size) {
+      std::memset(buffer, *static_cast<char*>(context), std::min<std::size_t>(size, 50000));
+      return static_cast<std::int64_t>(std::min<std::size_t>(size, 50000));
+    };
+    ASSERT_EQ(tolven_create(writer.get(), path.c_str()), TOLVEN_OK);
+    // More than the entry says: a failure of this thread alone.
+    if (count % 2 == 1) {
+      EXPECT_EQ(tolven_add_entry(writer.get(), &entry, data, &letter), TOLVEN_E_LENGTH);
+      continue;
+    }
+    entry.size = 0;
+    ASSERT_EQ(tolven_add_entry(writer.get(), &entry, nullptr, nullptr), TOLVEN_OK);
+    ASSERT_EQ(tolven_add_path(writer.get(), "/proc/self/exe", "link", 4), TOLVEN_OK);
+    ASSERT_EQ(tolven_add_path(writer.get(), (directory + "/data").c_str(), "data", 4), TOLVEN_OK);
+    ASSERT_EQ(tolven_finish(writer.get()), TOLVEN_OK);
+    ASSERT_EQ(tolven_open(reader.get(), path.c_str()), TOLVEN_OK);
+    ASSERT_EQ(tolven_extract_all(reader.get(), target, 0), TOLVEN_OK) << tolven_error_text(reader.get());
+    ASSERT_EQ(tolven_index(reader.get()), TOLVEN_OK);
+    ASSERT_EQ(tolven_index_find(reader.get(), "data", 4, &entry), TOLVEN_OK);
+    char seen = 0;
+    EXPECT_EQ(tolven_entry_pread(&entry, &seen, 1, 99999), 1);
+    EXPECT_EQ(seen, letter);
+    EXPECT_NE(tolven_open(reader.get(), (directory + "/missing").c_str()), TOLVEN_OK);
+  }
+  close(target);
+}
+
+TEST_F(LibraryTest, HandlesOfManyThreads) {
+  std::vector<std::jthread> threads;
+  for (const char letter : {'a', 'b', 'c', 'd'}) {
+    const std::string directory = m_dir / std::string(1, letter);
+    std::filesystem::create_directory(directory);
+    test::WriteFile(directory + "/data", std::string(100000, letter));
+    threads.emplace_back(WorkWithHandles, directory, letter);
+  }
 }
 
 }  // namespace
