@@ -149,7 +149,7 @@ Finding Ask(X509_CRL* list, X509* certificate, X509* issuer, std::int64_t time) 
   if (time != DKV_NO_TIME) X509_VERIFY_PARAM_set_time(param, static_cast<time_t>(time));
   X509_STORE_CTX_set0_crls(context.get(), view.get());
   Finding finding;
-  X509_STORE_CTX_set_app_data(context.get(), &finding);
+  Require(X509_STORE_CTX_set_app_data(context.get(), &finding) == 1, "finding");
   X509_STORE_CTX_set_verify_cb(context.get(), OnComplaint);
   if (X509_verify_cert(context.get()) != 1 && finding.rc == DKV_OK) finding.rc = DKV_ERR_CRL_INVALID;
   return finding;

@@ -70,6 +70,9 @@ std::uint32_t UpdateSliced(std::uint32_t crc, const std::uint8_t* bytes, std::si
 // Folding with carry-less multiplication; only where HasFolding() is true.
 bool HasFolding();
 std::uint32_t UpdateFolded(std::uint32_t crc, const std::uint8_t* bytes, std::size_t count);
+// The same with four multiplications an instruction; only where HasWideFolding() is true.
+bool HasWideFolding();
+std::uint32_t UpdateFoldedWide(std::uint32_t crc, const std::uint8_t* bytes, std::size_t count);
 #endif
 
 }  // namespace crc32

@@ -43,8 +43,9 @@ TEST(Crc32, EveryKernelAgreesWithZlibAtEveryLengthAndAlignment) {
       {"dispatched", CRC32Buf}, {"bytewise", crc32::UpdateBytewise}, {"sliced", crc32::UpdateSliced}};
 #if defined(__x86_64__)
   if (crc32::HasFolding()) kernels.emplace_back("folded", crc32::UpdateFolded);
+  if (crc32::HasWideFolding()) kernels.emplace_back("wide", crc32::UpdateFoldedWide);
 #endif
-  for (std::size_t count = 0; count <= 600; ++count) {
+  for (std::size_t count = 0; count <= 2500; count += count < 600 ? 1 : 29) {
     for (std::size_t offset = 0; offset < 16; ++offset) {
       // Exactly as long as needed, so that a read past the end shows under ASan.
       const Bytes bytes = RandomBytes(offset + count, static_cast<unsigned>(count));
