@@ -92,9 +92,10 @@ FUNCTIONS = {
 
 
 def find_library():
-    """In a build tree beside the module, when installed where the prefix of both says, else where the loader looks."""
+    """In a wheel beside this file, in a build tree beside the module, when installed where the prefix of both says, else
+    where the loader looks."""
     here = os.path.dirname(os.path.realpath(__file__))
-    for place in ("..", "../../../../lib", "../../../../lib64", "../../../../lib/x86_64-linux-gnu"):
+    for place in (".", "..", "../../../../lib", "../../../../lib64", "../../../../lib/x86_64-linux-gnu"):
         path = os.path.join(here, place, "libtolven.so.1")
         if os.path.exists(path):
             return path

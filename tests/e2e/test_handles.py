@@ -6,6 +6,7 @@ import subprocess
 import sys
 import threading
 import unittest
+import zipfile
 
 import archivefile
 import harness
@@ -262,6 +263,22 @@ class Handles(harness.TolvenTest):
         self.assertIn(f"0644 {len(DATA):12} content/data\n", shown)
         self.assertIn(f"-0644 {len(DATA):12} content/data\n", run("./list", "a.vra").decode())
         self.assertEqual(run("./peek", "a.vra", "content/data", "69990", "30"), DATA[69990:70020])
+
+    def test_wheel(self):
+        maker = os.path.join(os.environ["TOLVEN_SOURCE_DIR"], "python", "make_wheel.py")
+        made = [subprocess.run([sys.executable, "-B", maker, "--library", os.environ["TOLVEN_LIBRARY"], self.fresh(where)],
+                               stdout=subprocess.PIPE, check=True).stdout.decode().strip() for where in ("one", "two")]
+        wheels = [self.path(where, name) for where, name in zip(("one", "two"), made)]
+        self.assertEqual(harness.read_file(wheels[0]), harness.read_file(wheels[1]))
+        with zipfile.ZipFile(wheels[0]) as wheel:
+            wheel.extractall(self.path("site"))
+            recorded = wheel.read("tolven-%s.dist-info/RECORD" % made[0].split("-")[1]).decode().splitlines()
+            self.assertEqual([line.split(",")[0] for line in recorded], wheel.namelist())
+        environment = harness.environment(PYTHONPATH=self.path("site"))
+        environment.pop("TOLVEN_LIBRARY", None)
+        shown = subprocess.run([sys.executable, "-B", "-c", "import tolven; print(tolven.__file__, tolven.version())"],
+                               env=environment, stdout=subprocess.PIPE, check=True).stdout.decode()
+        self.assertEqual(shown.split(), [self.path("site", "tolven", "__init__.py"), tolven.version()])
 
 
 if __name__ == "__main__":
