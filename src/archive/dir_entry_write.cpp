@@ -113,7 +113,7 @@ bool CDirEntry::AddToArchive(CArchive* archive) {
 void CDirEntry::WriteFile(CArchive* archive, EntryHeader& header) {
   CFileStream file;
   // An entry that was made in memory has its stream already.
-  if (m_pStream == nullptr && !file.Attach(m_source.Release())) {
+  if (m_pStream == nullptr && !file.AttachNew(m_source.Release())) {
     ReportNotAvailable(*archive, SystemErrorText(LastSystemError()));
     return;
   }

@@ -22,16 +22,6 @@ constexpr std::size_t kRandomLength = 6;
 // 62^6 names: a hundred collisions in a row mean that something is wrong, not that luck was bad.
 constexpr int kTempAttempts = 100;
 
-bool MakeRandomSuffix(std::string& suffix) {
-  static constexpr std::string_view kLetters =
-      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-  std::array<unsigned char, kRandomLength> random;
-  if (getrandom(random.data(), random.size(), 0) != static_cast<ssize_t>(random.size())) return false;
-  suffix.clear();
-  for (const unsigned char byte : random) suffix += kLetters[byte % kLetters.size()];
-  return true;
-}
-
 // Leaves room for the random characters, and does not cut a UTF-8 sequence apart: some file systems refuse
 // that.
 std::string ShortenForTemplate(std::string name) {
@@ -180,7 +170,7 @@ UniqueFd CExtractRoot::CreateTemp(const std::string& path, std::string& tempPath
 
   std::string suffix;
   for (int attempt = 0; attempt < kTempAttempts; ++attempt) {
-    if (!MakeRandomSuffix(suffix)) return UniqueFd();
+    if (!DrawSuffix(suffix)) return UniqueFd();
     const std::string name = stem + suffix;
     std::string full = prefix + name;  // before the file is there: a failure must not leave it
     UniqueFd fd(
@@ -189,6 +179,19 @@ UniqueFd CExtractRoot::CreateTemp(const std::string& path, std::string& tempPath
     if (fd || errno != EEXIST) return fd;
   }
   return UniqueFd();
+}
+
+bool CExtractRoot::DrawSuffix(std::string& suffix) {
+  static constexpr std::string_view kLetters =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+  if (m_randomLeft < kRandomLength) {
+    m_randomLeft = 0;
+    if (getrandom(m_random.data(), m_random.size(), 0) != static_cast<ssize_t>(m_random.size())) return false;
+    m_randomLeft = m_random.size();
+  }
+  suffix.clear();
+  while (suffix.size() < kRandomLength) suffix += kLetters[m_random[--m_randomLeft] % kLetters.size()];
+  return true;
 }
 
 std::shared_ptr<const UniqueFd> CExtractRoot::ShareParent(const std::string& path) {

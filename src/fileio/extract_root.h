@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <set>
@@ -97,8 +99,14 @@ class CExtractRoot {
   // Opens the directory itself for changing its attributes, following nothing.
   [[nodiscard]] UniqueFd OpenForAttributes(const std::string& path);
 
+  // Six characters nobody can foresee.
+  [[nodiscard]] bool DrawSuffix(std::string& suffix);
+
   bool m_confined;
   bool m_useOpenat2;
+  // Drawn for many names at once; no more than a signal leaves whole.
+  std::array<unsigned char, 252> m_random;
+  std::size_t m_randomLeft = 0;
   std::shared_ptr<const UniqueFd> m_root;
   std::shared_ptr<const UniqueFd> m_parent;
   std::string m_parentPath;

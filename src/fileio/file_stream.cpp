@@ -21,6 +21,8 @@ namespace {
 // header to header, and every seek out of the buffer fills it anew.
 constexpr std::size_t kWriteBufferSize = 64 * 1024;
 constexpr std::size_t kReadBufferSize = 4 * 1024;
+// As long as the walk goes on in small steps, each filling is twice the one before, up to this.
+constexpr std::size_t kMaxReadBufferSize = 16 * 1024;
 
 struct ModeRow {
   unsigned int flag;
@@ -46,7 +48,9 @@ auto Repeat(Call call) {
 
 }  // namespace
 
-CFileStream::CFileStream(const std::string& name, unsigned int mode) {
+CFileStream::CFileStream() : m_readAhead(kReadBufferSize) {}
+
+CFileStream::CFileStream(const std::string& name, unsigned int mode) : CFileStream() {
   CFileStream::Open(name, mode, 0);
 }
 
@@ -104,6 +108,15 @@ bool CFileStream::Attach(int descriptor, Writes writes) {
   return true;
 }
 
+bool CFileStream::AttachNew(int descriptor) {
+  Forget();
+  m_file = UniqueFd(descriptor);
+  m_writeRoom = 0;
+  if (m_file) return true;
+  errno = EBADF;
+  return Fail();
+}
+
 void CFileStream::Attach(std::shared_ptr<IByteSource> source, Writes writes) {
   Forget();
   m_file = UniqueFd();
@@ -158,9 +171,10 @@ bool CFileStream::TurnToWriting() {
 
 bool CFileStream::Fill(std::size_t& got) {
   got = 0;
-  if (!Reserve(kReadBufferSize)) return false;
-  const ssize_t count = RawRead(m_buffer.get(), kReadBufferSize);
+  if (!Reserve(m_readAhead)) return false;
+  const ssize_t count = RawRead(m_buffer.get(), m_readAhead);
   if (count < 0) return false;
+  m_readAhead = std::min(2 * m_readAhead, kMaxReadBufferSize);
   got = static_cast<std::size_t>(count);
   m_readAt = 0;
   m_readEnd = got;
@@ -186,7 +200,7 @@ bool CFileStream::Read(unsigned char* buf, unsigned long n, unsigned long* done)
     }
     if (m_ended) return true;
     std::size_t got = 0;
-    if (wanted >= kReadBufferSize) {
+    if (wanted >= m_readAhead) {
       m_readAt = m_readEnd = 0;
       const ssize_t count = RawRead(buf + *done, wanted);
       if (count < 0) return Fail();
@@ -277,6 +291,7 @@ bool CFileStream::Seek(long offset, int whence) {
     m_ended = false;
     return true;
   }
+  if (target < 0 || target - ahead > static_cast<long>(m_readAhead)) m_readAhead = kReadBufferSize;
   if (!Drain()) return Fail();
   if (whence == SEEK_CUR && __builtin_sub_overflow(offset, ahead, &offset)) {
     errno = EINVAL;

@@ -36,7 +36,7 @@ class IByteSource {
 // (CReadExcept, CWriteExcept, ...).
 class CFileStream {
  public:
-  CFileStream() = default;
+  CFileStream();
   CFileStream(const std::string& name, unsigned int mode);
   CFileStream(const CFileStream&) = delete;
   CFileStream& operator=(const CFileStream&) = delete;
@@ -60,6 +60,8 @@ class CFileStream {
   };
   // Takes over an open descriptor at its current position; the stream closes it. False with EBADF for -1.
   [[nodiscard]] bool Attach(int descriptor, Writes writes = Writes::kThrough);
+  // The same for a regular file that was opened just now: it need not be asked where it stands.
+  [[nodiscard]] bool AttachNew(int descriptor);
   // The stream is that of the source, from its beginning. It cannot be cut.
   void Attach(std::shared_ptr<IByteSource> source, Writes writes = Writes::kThrough);
   // The descriptor of the open file, -1 when closed, or when a source has none.
@@ -114,6 +116,7 @@ class CFileStream {
   std::size_t m_readAt = 0;   // next byte read ahead
   std::size_t m_readEnd = 0;  // behind the last one
   std::size_t m_pending = 0;  // bytes to be written
+  std::size_t m_readAhead;    // how much the next filling takes
   long m_position = 0;        // of the descriptor: behind what was read ahead, before what is pending
   bool m_ended = false;       // the end was seen: reading again finds it again, until somebody moves
 };

@@ -26,7 +26,7 @@ CPendingFile::Step CPendingFile::Create(std::string& failed) {
   }
   m_leaf.assign(m_tempName, m_tempName.rfind('/') + 1);
   Arm();
-  return m_stream.Attach(descriptor.Release()) ? Step::kNone : Step::kTemporary;
+  return m_stream.AttachNew(descriptor.Release()) ? Step::kNone : Step::kTemporary;
 }
 
 CPendingFile::Step CPendingFile::Commit(std::uint32_t mode, std::int64_t mtime) {
