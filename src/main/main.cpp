@@ -39,6 +39,7 @@ void RunCommandLine(int argc, char** argv, CLogMan& logManager, const ICommandFa
     processor.CmdLine().SetOptions(argc, argv);
     processor.Run();
   }
+  logManager.Flush();  // while a size limit is an error of the write, and no signal
 }
 
 }  // namespace

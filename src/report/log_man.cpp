@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <string_view>
 
 #include "report/error_numbers.h"
 #include "report/line_output.h"
@@ -19,6 +20,7 @@ namespace tolven {
 namespace {
 
 constexpr const char* kStandardOutput = "standard output";
+constexpr std::size_t kHeldSize = std::size_t{16} << 10;  // of lines that wait for company
 
 }  // namespace
 
@@ -99,7 +101,15 @@ void CConsoleLogMan::OutputMoved(const char* name) noexcept {
 }
 
 void CConsoleLogMan::PrintLiteral(const char* text) noexcept {
+  WriteHeld();
   NoteFailure(m_name, WriteLine(STDOUT_FILENO, text));
+}
+
+void CConsoleLogMan::WriteHeld() noexcept {
+  if (m_held.empty()) return;
+  const std::string_view lines = m_held;
+  NoteFailure(m_name, WriteLine(STDOUT_FILENO, lines.substr(0, lines.size() - 1)));
+  m_held.clear();
 }
 
 void CConsoleLogMan::PrintString(const std::string& text) {
@@ -107,10 +117,24 @@ void CConsoleLogMan::PrintString(const std::string& text) {
 }
 
 void CConsoleLogMan::PrintInfo(const CUserInfo& info) {
-  PrintString(info.GetInfoText());
+  const std::string text = info.GetInfoText();
+  if (m_isTerminal) {
+    PrintString(text);
+    return;
+  }
+  const std::size_t before = m_held.size();
+  try {
+    m_held += text.c_str();
+    m_held += '\n';
+  } catch (const std::bad_alloc&) {
+    m_held.resize(before);
+    throw;
+  }
+  if (m_held.size() >= kHeldSize) WriteHeld();
 }
 
 void CConsoleLogMan::Flush() noexcept {
+  WriteHeld();
   NoteFailure(m_name, FlushDescriptor(STDOUT_FILENO));
 }
 

@@ -61,6 +61,8 @@ class CConsoleLogMan : public CLogMan {
   CConsoleLogMan();
   // Writes up to the first NUL, then a newline; nothing is held back.
   void PrintString(const std::string& text) override;
+  // The same, but where nobody watches, lines of this kind go out many at a time: the next line of the other
+  // kind, or the end, takes them along.
   void PrintInfo(const CUserInfo& info) override;
   void PrintLiteral(const char* text) noexcept override;
   bool IsTerminal() const override { return m_isTerminal; }
@@ -68,8 +70,11 @@ class CConsoleLogMan : public CLogMan {
   void Flush() noexcept override;
 
  private:
+  void WriteHeld() noexcept;
+
   const char* m_name = nullptr;
   bool m_isTerminal = false;
+  std::string m_held;  // whole lines
 };
 
 // Collects the output of an embedded run; nothing is printed.
