@@ -46,6 +46,9 @@ ALL = (
 OPERATIONS = ("create", "test", "extract", "list")
 
 
+CORPORA = ("sources", "binaries", "small", "big", "noise", "zeros")
+
+
 def copy_files(target, sources, suffixes, budget, largest=4_000_000):
     """Files of this machine in random but repeatable order, in folders of their own names."""
     paths = []
@@ -250,9 +253,9 @@ def machine():
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("tolven")
+    parser.add_argument("tolven", help='the program; "-" only looks at the options')
     parser.add_argument("--quick", action="store_true", help="small corpora and few rounds: ends in two minutes")
-    parser.add_argument("--corpora", default="sources,binaries,small,big,noise,zeros")
+    parser.add_argument("--corpora", default=",".join(CORPORA))
     parser.add_argument("--megabytes", type=int, help="of sources, binaries, noise and zeros (200)")
     parser.add_argument("--files", type=int, help="small files (50000)")
     parser.add_argument("--big", type=int, help="megabytes of the one big file (2048)")
@@ -261,6 +264,10 @@ def main():
     parser.add_argument("--markdown", help="write the tables there, too")
     parser.add_argument("--svg", help="write the plot of throughput against threads there")
     args = parser.parse_args()
+    if unknown := set(args.corpora.split(",")) - set(CORPORA):
+        parser.error("no corpus " + ", ".join(sorted(unknown)))
+    if args.tolven == "-":
+        return
     defaults = (4, 500, 8, 1) if args.quick else (200, 50000, 2048, 5)
     for name, value in zip(("megabytes", "files", "big", "rounds"), defaults):
         if getattr(args, name) is None:
