@@ -124,16 +124,18 @@ bool CCmdLine::ParseLongOption(const LongOption& option, char* next) {
     case OptionKind::kPassword:
     case OptionKind::kUrl: {
       GetOptionArg(m_options.*option.text, next, option.Name());
-      const std::string_view given = m_options.*option.text = KeepSecret(next);
+      const std::string_view given = next;
       const std::string_view secret = option.kind == OptionKind::kUrl ? UserInfo(given) : given;
+      if (secret.empty()) return true;
+      m_options.*option.text = KeepSecret(given);
       Wipe(next + (secret.data() - given.data()), secret.size(), '*');
       return true;
     }
     case OptionKind::kKey: {
       GetOptionArg(m_options.*option.text, next, option.Name());
-      // The whole address is kept, without the argument: what is wiped there would be missing here.
-      m_options.*option.text = KeepSecret(next);
       std::string_view pin = FindPin(next);
+      // The whole address is kept, without the argument: what is wiped there would be missing here.
+      if (!pin.empty()) m_options.*option.text = KeepSecret(next);
       while (!pin.empty()) {
         const auto at = static_cast<std::size_t>(pin.data() - next);
         const std::size_t length = pin.size();
