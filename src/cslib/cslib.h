@@ -5,8 +5,9 @@
 //
 // One stream: a start call (CS_INIT), then further calls with the rest of the input and fresh output room
 // until the result is CS_END_OF_STREAM. After every call the caller advances its input by `*read` and its
-// output by
-// `*written`, also after CS_END_OUTBUFFER and CS_END_INBUFFER. Lengths are in bytes and must not be negative.
+// output
+// by `*written`, also after CS_END_OUTBUFFER and CS_END_INBUFFER. Lengths are in bytes and must not be
+// negative.
 //
 // --- How the engine is built
 //
@@ -146,11 +147,9 @@ inline constexpr int CS_DECOMPR_HANDLE = CS_FIRST_HANDLE + 1;
 //  - What was read is gone: the engine keeps what it still needs of it. A caller need not keep any input, nor
 //    any output, although a decompressor copies from what it has delivered.
 //  - A compressor must be given exactly the bytes that were declared. It leaves what goes beyond them alone,
-//  and
-//    waits for ever for what is missing.
+//    and waits for ever for what is missing.
 //  - Streams end within 2 GiB - 1 bytes of uncompressed data. That is a property of the header; longer data
-//  is
-//    cut into streams, and archives cut it into blocks of 64 KiB anyway.
+//    is cut into streams, and archives cut it into blocks of 64 KiB anyway.
 //  - A stream that is given up needs no farewell: the next start call on the handle forgets it.
 
 // --- On the shared handles 300 and 301; one stream at a time.
