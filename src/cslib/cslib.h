@@ -5,8 +5,7 @@
 //
 // One stream: a start call (CS_INIT), then further calls with the rest of the input and fresh output room
 // until the result is CS_END_OF_STREAM. After every call the caller advances its input by `*read` and its
-// output
-// by `*written`, also after CS_END_OUTBUFFER and CS_END_INBUFFER. Lengths are in bytes and must not be
+// output by `*written`, also after CS_END_OUTBUFFER and CS_END_INBUFFER. Lengths are in bytes and must not be
 // negative.
 //
 // --- How the engine is built
